@@ -1,0 +1,1 @@
+// A module without sources of its own still needs one to be a library.
