@@ -1,0 +1,57 @@
+// The names under which image properties stand in property dictionaries, and a set of metadata tags to merge into a
+// file. Plain values; any thread.
+#pragma once
+
+#include "base/Error.h"
+#include "base/Value.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace platform::draw {
+
+// Top level of the properties of an image.
+inline constexpr std::string_view kCGImagePropertyPixelWidth = "PixelWidth";   ///< integer
+inline constexpr std::string_view kCGImagePropertyPixelHeight = "PixelHeight"; ///< integer
+inline constexpr std::string_view kCGImagePropertyOrientation = "Orientation"; ///< integer, 1 to 8
+inline constexpr std::string_view kCGImagePropertyColorModel = "ColorModel";   ///< "RGB", "Gray", "CMYK", "Lab"
+inline constexpr std::string_view kCGImagePropertyProfileName = "ProfileName";
+inline constexpr std::string_view kCGImagePropertyDepth = "Depth";       ///< bits per component
+inline constexpr std::string_view kCGImagePropertyHasAlpha = "HasAlpha"; ///< boolean
+inline constexpr std::string_view kCGImagePropertyDPIWidth = "DPIWidth";
+inline constexpr std::string_view kCGImagePropertyDPIHeight = "DPIHeight";
+inline constexpr std::string_view kCGImagePropertyExifDictionary = "{Exif}";
+inline constexpr std::string_view kCGImagePropertyTIFFDictionary = "{TIFF}";
+
+// In the EXIF dictionary.
+inline constexpr std::string_view kCGImagePropertyExifUserComment = "UserComment";
+inline constexpr std::string_view kCGImagePropertyExifMakerNote = "MakerNote";
+inline constexpr std::string_view kCGImagePropertyExifDateTimeOriginal = "DateTimeOriginal";
+inline constexpr std::string_view kCGImagePropertyExifDateTimeDigitized = "DateTimeDigitized";
+
+// In the TIFF dictionary.
+inline constexpr std::string_view kCGImagePropertyTIFFOrientation = "Orientation";
+
+/// Destination option: 0 to 1.
+inline constexpr std::string_view kCGImageDestinationLossyCompressionQuality =
+    "kCGImageDestinationLossyCompressionQuality";
+
+inline constexpr std::string_view imageMetadataErrorDomain = "kCFErrorDomainCGImageMetadata";
+
+/// A mutable set of tags, each named by the property dictionary and the property that it matches.
+class ImageMetadata {
+public:
+    /// False for a property that this layer can't write to a file.
+    bool setValueMatchingImageProperty(std::string_view dictionary, std::string_view property, base::Value value);
+    /// The value, or null.
+    const base::Value* valueMatchingImageProperty(std::string_view dictionary, std::string_view property) const;
+    /// { dictionary: { property: value } }.
+    const base::Dictionary& dictionaries() const { return dictionaries_; }
+    bool empty() const { return dictionaries_.empty(); }
+
+private:
+    base::Dictionary dictionaries_;
+};
+
+} // namespace platform::draw
