@@ -1,0 +1,349 @@
+// A layered document, and each of its layers: one class for both. Every attribute lives in `valuesDict` under the keys
+// below; the accessors are views on it that carry the defaults, and two templates are equal when those dictionaries
+// are. Frames are in pixels, origin at the top left, y downward; rotations in radians.
+//
+// A document owns its layers and they refer to it weakly. A tree is built and changed by one thread; all its renders
+// run on its own serial queue, and `image` and `imageUncached` may be called from any thread.
+#pragma once
+
+#include "base/Error.h"
+#include "base/Geometry.h"
+#include "template/RenderingContext.h"
+#include "template/VELM_XML_object.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace platform::data {
+class XMLNode;
+}
+namespace platform::draw {
+class Image;
+struct TextAttributes;
+using ImageRef = std::shared_ptr<const Image>;
+} // namespace platform::draw
+namespace platform::run {
+class Queue;
+}
+
+inline constexpr std::string_view VELM_XML_Key_name = "name";
+inline constexpr std::string_view VELM_XML_Key_type = "type";
+inline constexpr std::string_view VELM_XML_Key_version = "version";
+inline constexpr std::string_view VELM_XML_Key_frame = "frame";
+inline constexpr std::string_view VELM_XML_Key_zindex = "zindex";
+inline constexpr std::string_view VELM_XML_Key_key = "key";
+inline constexpr std::string_view VELM_XML_Key_gravity = "gravity";
+inline constexpr std::string_view VELM_XML_Key_filepath = "filepath";
+inline constexpr std::string_view VELM_XML_Key_filename = "filename";
+inline constexpr std::string_view VELM_XML_Key_allimages = "allimages";
+inline constexpr std::string_view VELM_XML_Key_croprect = "croprect";
+inline constexpr std::string_view VELM_XML_Key_normal = "normal";
+inline constexpr std::string_view VELM_XML_Key_rotation = "rotation";
+inline constexpr std::string_view VELM_XML_Key_autorotate = "autorotate";
+inline constexpr std::string_view VELM_XML_Key_string = "string";
+inline constexpr std::string_view VELM_XML_Key_stampFormat = "stampFormat";
+inline constexpr std::string_view VELM_XML_Key_stamp = "stamp";
+inline constexpr std::string_view VELM_XML_Key_hideExtension = "hideExtension";
+inline constexpr std::string_view VELM_XML_Key_font = "font";
+inline constexpr std::string_view VELM_XML_Key_size = "size";
+inline constexpr std::string_view VELM_XML_Key_textAlignment = "textAlignment";
+inline constexpr std::string_view VELM_XML_Key_color = "color";
+inline constexpr std::string_view VELM_XML_Key_shadowcolor = "shadowcolor";
+inline constexpr std::string_view VELM_XML_Key_textshadow = "textshadow";
+inline constexpr std::string_view VELM_XML_Key_shadowEnabled = "shadowEnabled";
+inline constexpr std::string_view VELM_XML_Key_blur = "blur";
+inline constexpr std::string_view VELM_XML_Key_offset = "offset";
+inline constexpr std::string_view VELM_XML_Key_bordercolor = "bordercolor";
+inline constexpr std::string_view VELM_XML_Key_borderWidth = "borderWidth";
+inline constexpr std::string_view VELM_XML_Key_borderEnabled = "borderEnabled";
+inline constexpr std::string_view VELM_XML_Key_clipsContent = "clipsContent";
+inline constexpr std::string_view VELM_XML_Key_borderShadowColor = "borderShadowColor";
+inline constexpr std::string_view VELM_XML_Key_borderShadowBlur = "borderShadowBlur";
+inline constexpr std::string_view VELM_XML_Key_backgroundcolor = "backgroundcolor";
+inline constexpr std::string_view VELM_XML_Key_backgroundEnabled = "backgroundEnabled";
+inline constexpr std::string_view VELM_XML_Key_textcolorOptional = "textcolorOptional";
+inline constexpr std::string_view VELM_XML_Key_textshadowOptional = "textshadowOptional";
+inline constexpr std::string_view VELM_XML_Key_overflowx = "overflowx";
+inline constexpr std::string_view VELM_XML_Key_overflowy = "overflowy";
+inline constexpr std::string_view VELM_XML_Key_layers = "layers";
+inline constexpr std::string_view VELM_XML_Key_preprocess = "preprocess";
+
+class VELM_Template final : public VELM_XML_object, public std::enable_shared_from_this<VELM_Template> {
+public:
+    using Ref = std::shared_ptr<VELM_Template>;
+    using Layers = std::vector<Ref>;
+
+    enum LayerType : unsigned {
+        LayerTypeUnknown = 0, ///< Never drawn.
+        LayerTypeCanvas = 1,
+        LayerTypeContainer = 2, ///< A nested layer tree; also the text "node".
+        LayerTypeImage = 4,     ///< A hole that the job fills with a photograph.
+        LayerTypeGraphic = 8,   ///< A fixed picture.
+        LayerTypeTextbox = 16,
+        LayerTypeStamp = 32, ///< Text that is worked out when it is drawn.
+    };
+
+    static constexpr std::string_view xmlVersionString = "1.0";
+    /// How deep template files may be nested in each other, and how many nested files one document may hold. What goes
+    /// beyond, or holds itself, is not loaded, and the document answers it as its `renderError`.
+    static constexpr int maximumNesting = 16;
+    static constexpr int maximumNestedFiles = 1000;
+
+    /// Without values and frame; what building a layer starts from.
+    VELM_Template();
+    ~VELM_Template() override;
+    VELM_Template(const VELM_Template&) = delete;
+    VELM_Template& operator=(const VELM_Template&) = delete;
+    /// A new document of 1000 by 1000.
+    static Ref init();
+    static Ref initForCopy();
+    static base::Result<base::ObjectRef> initWithCoder(const base::Dictionary& archived);
+
+    // --- Finding and reading (TemplateFinding.cpp, TemplateReading.cpp)
+
+    /// The document in a file: at the path (a text or a URL) as given, with its tilde expanded, in the job container's
+    /// "Templates" or "Nodes" folder or in the container itself, in the configured folder. Null after a log line when
+    /// it is in none of them.
+    static Ref templateWithPath(const base::Value& path, bool isNode, const std::optional<base::URL>& jobContainer);
+    static Ref templateWithPath(const base::Value& path, const std::optional<base::URL>& jobContainer);
+    static Ref nodeWithPath(const base::Value& path, const std::optional<base::URL>& jobContainer);
+    static Ref instanceWithXMLObject(const base::Value& path);
+    /// A document out of a body element, a layer out of a layer element (or the document that a layer of type "node"
+    /// names, in that layer's place).
+    static Ref initWithNode(const platform::data::XMLNode& node, const std::optional<base::URL>& jobContainer);
+    /// Stores the folder, and the "Nodes" folder that lies beside it or beside one of the folders above it.
+    static void setCurrentTemplatesFolder(const base::URL& folder);
+    static std::optional<base::URL> currentTemplatesFolder();
+    /// The names of a document's body elements.
+    static const std::vector<std::string_view>& allContainerKeys();
+    /// The one of them that the element is named by, ignoring case.
+    static std::optional<std::string_view> containerKeyForNode(const platform::data::XMLNode& node);
+    /// A token that changes when the document's file changes; none without a file.
+    std::optional<std::string> generationID() const;
+
+    // --- The document and its place
+
+    /// The template's coordinates count from the top: always true.
+    static bool isFlipped() { return true; }
+    static bool geometryFlipped() { return isFlipped(); }
+
+    /// The layers from back to front. Made empty on first read.
+    Layers layers();
+    void setLayers(const Layers& layers);
+    /// Sorts by the integer of `zindex`, equals staying in order, and numbers the levels 100, 200, 300... Fewer than
+    /// two layers stay as they are.
+    void sortLayers();
+    std::vector<std::optional<std::string>> zLevelStrings();
+
+    Ref parent() const { return parent_.lock(); }
+    void setParent(const Ref& parent) { parent_ = parent; }
+    /// The package that runs, or else the parent's.
+    std::shared_ptr<const PackageValues> package() const;
+    void setPackage(std::weak_ptr<const PackageValues> package) { package_ = std::move(package); }
+    /// How often the setters of the layers were called.
+    std::int64_t changeCount() const { return changeCount_; }
+    /// As it was loaded or last saved.
+    const Ref& lastSaved() const { return lastSaved_; }
+    bool hasUnsavedChanges() const;
+
+    bool isEqualToTemplate(const VELM_Template& other) const { return valuesDict() == other.valuesDict(); }
+    bool isEqual(const base::Object& other) const override;
+    /// A deep copy: values with all nested layers, document URL, text and the package. Parents, scale, caches and what
+    /// can't be archived are left behind; the latter is dropped here too.
+    Ref copyWithZone();
+    std::string className() const override { return "VELM_Template"; }
+
+    // --- Type
+
+    LayerType layerType() const;
+    void setLayerType(LayerType type);
+    static std::optional<std::string_view> stringForLayerType(LayerType type);
+    bool isTypeContainer() const { return typeIs("container"); }
+    bool isImageType() const { return typeIs("image"); }
+    bool isGraphicType() const { return typeIs("graphic"); }
+    bool isTextboxType() const { return typeIs("textbox"); }
+    bool isTypeStamp() const { return typeIs("stamp"); }
+    bool isTypeNode() const { return typeIs("node"); }
+
+    // --- Geometry
+
+    /// Factor on frame, font size and border width; not stored.
+    const std::optional<double>& scale() const { return scale_; }
+    void setScale(std::optional<double> scale) { scale_ = scale; }
+    base::Rect frameUnscaled() const;
+    base::Rect frame() const;
+    /// A frame with a negative side is refused with a log line.
+    void setFrame(const base::Rect& frame);
+    double x() const { return frame().x; }
+    double y() const { return frame().y; }
+    double width() const { return frame().width; }
+    double height() const { return frame().height; }
+    void setX(double x);
+    void setY(double y);
+    /// Sides of 0 or less are refused with a log line.
+    void setWidth(double width);
+    void setHeight(double height);
+    base::Size canvasSize() const { return frame().size(); }
+    /// The factor that fits the unscaled frame into a size; none when a side of either is not above 0.
+    std::optional<double> scaleForSize(base::Size size) const;
+    base::Size sizeScaledToSize(base::Size size) const;
+    std::optional<std::string> zLevelString() const { return textOf(VELM_XML_Key_zindex); }
+    void setZLevelString(const base::Value& level) { store(VELM_XML_Key_zindex, level); }
+    /// Radians; a number or a text.
+    const base::Value& rotation() const { return value(VELM_XML_Key_rotation); }
+    void setRotation(const base::Value& rotation) { store(VELM_XML_Key_rotation, rotation); }
+
+    // --- Content
+
+    /// Pictures answer their path, texts their text.
+    std::optional<std::string> name() const override;
+    std::optional<std::string> key() const { return textOf(VELM_XML_Key_key); }
+    std::optional<std::string> keyPlaceholder() const { return key(); }
+    void setKey(const base::Value& key) { store(VELM_XML_Key_key, key); }
+    /// A path text, or an image object once a whole template was drawn into the hole.
+    const base::Value& graphicPath() const;
+    void setGraphicPath(const base::Value& path);
+    /// The job's own picture for this run, or else the parent's.
+    std::optional<std::string> filepathCustomImage() const;
+    void setFilepathCustomImage(const base::Value& path);
+    std::string_view gravity() const { return normalizedGravity(textOf(VELM_XML_Key_gravity)); }
+    void setGravity(const base::Value& gravity) { store(VELM_XML_Key_gravity, gravity); }
+    static std::string_view normalizedGravity(const std::optional<std::string>& gravity);
+    bool hasCropRect() const { return static_cast<bool>(value(VELM_XML_Key_croprect)); }
+    base::Rect unflippedCropRect() const;
+    bool isNormalizedCropRect() const { return static_cast<bool>(value(VELM_XML_Key_normal)); }
+    bool autorotate() const;
+    void setAutorotate(bool autorotate) { setValue(VELM_XML_Key_autorotate, autorotate); }
+
+    std::optional<std::string> stringValue() const { return textOf(VELM_XML_Key_string); }
+    void setStringValue(const std::optional<std::string>& text);
+    std::vector<std::string_view> stampFormats() const;
+    std::optional<std::string> stampFormat() const;
+    void setStampFormat(const base::Value& format) { store(VELM_XML_Key_stampFormat, format); }
+    bool hideExtension() const { return value(VELM_XML_Key_hideExtension).boolValue(); }
+    void setHideExtension(const base::Value& hide) { store(VELM_XML_Key_hideExtension, hide); }
+    std::string fontName() const;
+    void setFontName(const std::optional<std::string>& font);
+    std::string fontSize() const;
+    void setFontSize(const std::optional<std::string>& size);
+    std::optional<std::string> textAlignmentString() const { return textOf(VELM_XML_Key_textAlignment); }
+    void setTextAlignmentString(const std::optional<std::string>& alignment);
+    /// 0 left, 1 right, 2 center, 3 justified.
+    int textAlignment() const;
+    /// 4 and above change nothing.
+    void setTextAlignment(int alignment);
+
+    // --- Colours, shadow, border, background
+
+    std::string textColorCode() const;
+    void setTextColorCode(const base::Value& code);
+    double textOpacity() const;
+    void setTextOpacity(double opacity);
+
+    bool hasShadow() const;
+    void setHasShadow(bool hasShadow);
+    /// Always with alpha.
+    std::string shadowColorCode() const;
+    void setShadowColorCode(const base::Value& code) { store(VELM_XML_Key_shadowcolor, code); }
+    double shadowOpacity() const;
+    void setShadowOpacity(double opacity);
+    double shadowBlur() const;
+    /// A value below 0 changes nothing.
+    void setShadowBlur(double blur);
+    double shadowOffsetX() const { return storedOffset().x; }
+    double shadowOffsetY() const { return storedOffset().y; }
+    void setShadowOffsetX(double x);
+    void setShadowOffsetY(double y);
+    /// The stored offset as the drawing wants it, y up.
+    base::Size shadowOffset() const;
+    /// Stored aside; `shadowOffset` does not read it.
+    void setShadowOffset(base::Size offset) { shadowOffset_ = offset; }
+
+    bool hasBorder() const;
+    void setHasBorder(bool hasBorder);
+    std::string borderColorCode() const;
+    void setBorderColorCode(const base::Value& code);
+    double borderOpacity() const;
+    void setBorderOpacity(double opacity);
+    /// Scaled; the setter stores its argument as it is.
+    double borderWidth() const;
+    void setBorderWidth(const base::Value& width) { store(VELM_XML_Key_borderWidth, width); }
+    bool borderClipsContent() const { return value(VELM_XML_Key_clipsContent).boolValue(); }
+    void setBorderClipsContent(bool clips);
+
+    bool hasBackground() const;
+    void setHasBackground(bool hasBackground);
+    std::string backgroundColorCode() const;
+    void setBackgroundColorCode(const base::Value& code);
+    double backgroundOpacity() const;
+    void setBackgroundOpacity(double opacity);
+
+    // --- Filling in the job's values (TemplateReplacement.cpp, TemplateStamps.cpp)
+
+    /// Puts the values of the package's job into the layers that have a key, in place and for good.
+    void replaceKeyValues();
+    /// Puts the first picture (a list of URLs) and the first crop (a list of texts) into all image layers, then
+    /// replaces the key values.
+    void replaceImages(const base::Array& urls, const base::Array& cropRects);
+    /// The text of a stamp now; none draws nothing.
+    std::optional<std::string> stampValue() const;
+
+    // --- Rendering (TemplateRendering.cpp)
+
+    /// Draws the template on the caller's thread. Null when there can be no canvas.
+    platform::draw::ImageRef createProductImage();
+    /// The template's picture, drawn once and kept as long as this object lives. Runs on `renderingQueue`.
+    platform::draw::ImageRef image();
+    /// A fresh picture. Runs on `renderingQueue`.
+    platform::draw::ImageRef imageUncached();
+    /// Why the last picture must not become a product: a template file that holds itself or is nested too deep, a
+    /// picture that is there and can't be read. To be asked after the render, on the same thread or queue.
+    const std::optional<base::Error>& renderError() const { return renderError_; }
+    /// "com.kestrune.velm.queue.rendering.%@": all renders of this template; made on first use.
+    const std::shared_ptr<platform::run::Queue>& renderingQueue();
+    /// "com.kestrune.velm.queue.shared.atomic.template": guards the making of the others.
+    static const std::shared_ptr<platform::run::Queue>& atomicQueue();
+
+    bool isRenderingPreview() const { return isRenderingPreview_; }
+    void setIsRenderingPreview(bool preview) { isRenderingPreview_ = preview; }
+    bool isRenderingUnrotated() const { return isRenderingUnrotated_; }
+    void setIsRenderingUnrotated(bool unrotated) { isRenderingUnrotated_ = unrotated; }
+    /// How the layer's text is drawn; none without a text and for layers that are no text.
+    std::optional<platform::draw::TextAttributes> attributes() const;
+
+private:
+    friend class TemplateReader;
+    friend class TemplateRenderer;
+
+    bool typeIs(std::string_view text) const;
+    std::optional<std::string> textOf(std::string_view key) const { return value(key).stringValue(); }
+    /// Stores and raises the parent's change count.
+    void store(std::string_view key, base::Value value);
+    void storeWhenDifferent(std::string_view key, const base::Value& value);
+    base::Point storedOffset() const;
+    void storeOffset(base::Point offset);
+    struct EnableFlag;
+    bool isEnabled(const EnableFlag& flag) const;
+    void setEnabled(const EnableFlag& flag, bool enabled);
+    void replaceImageLayer(VELM_Template& layer, const std::string& key, const std::optional<std::string>& jobValue);
+
+    std::weak_ptr<VELM_Template> parent_;
+    std::weak_ptr<const PackageValues> package_;
+    Ref lastSaved_;
+    std::int64_t changeCount_ = 0;
+    std::optional<double> scale_;
+    base::Size shadowOffset_;
+
+    std::atomic<bool> isRenderingPreview_ = false; // a parent writes its child's
+    std::atomic<bool> isRenderingUnrotated_ = false;
+    std::map<std::string, platform::draw::ImageRef> cacheDict_;
+    std::shared_ptr<platform::run::Queue> renderingQueue_;
+    std::optional<base::Error> loadError_;   // of the file, or of a layer's file
+    std::optional<base::Error> fillError_;   // of a template drawn into a hole
+    std::optional<base::Error> renderError_; // of the last render, the two above included
+};
