@@ -6,7 +6,7 @@
 
 #include "base/Error.h"
 #include "base/Geometry.h"
-#include "internal/PixelRect.h"
+#include "PixelRect.h"
 #include "platform/draw/Bitmap.h"
 #include "platform/draw/Image.h"
 
