@@ -1,0 +1,164 @@
+// The hot-folder engine. Each folder of the class's list that is enabled is watched; every job file in it becomes a
+// VELM_Job; all jobs of all folders stand in one list, oldest first; one job at a time is run, and its file is moved
+// to the Completed or the Failed folder. The move changes the watched folder, and that change starts the next job:
+// there is no other loop.
+//
+// The engine is state of the class. It starts with the first use of the class and lives as long as the process; the
+// folders are loaded from the user defaults then. dictJobs, jobsPending, currentJob and isProcessing change on the
+// main queue only, so something must serve that (platform/run/MainQueue.h); all may be read on any thread. Folders are
+// scanned and tickets parsed on the queue of the folder's event stream, jobs run on a global queue.
+#pragma once
+
+#include "folders/KLARON_FileEvent.h"
+#include "folders/VELM_FolderSet.h"
+#include "jobs/VELM_Job.h"
+#include "platform/run/Observation.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace jobs {
+
+/// The objects made from the items of a folder, by path. Shared with the scans of the folder; any thread.
+class FolderContainer {
+public:
+    using Items = std::map<std::string, base::ObjectRef>;
+
+    Items items() const {
+        std::lock_guard lock(mutex_);
+        return items_;
+    }
+    bool holds(const std::string& path) const {
+        std::lock_guard lock(mutex_);
+        return items_.contains(path);
+    }
+    bool isEmpty() const {
+        std::lock_guard lock(mutex_);
+        return items_.empty();
+    }
+    void removeAll() {
+        Items removed; // let go of without the lock
+        std::lock_guard lock(mutex_);
+        items_.swap(removed);
+    }
+    void merge(const Items& additions, const Items& removals) {
+        std::lock_guard lock(mutex_);
+        for (const auto& [path, object] : additions)
+            items_.insert_or_assign(path, object);
+        for (const auto& [path, object] : removals)
+            items_.erase(path);
+    }
+
+private:
+    mutable std::mutex mutex_;
+    Items items_;
+};
+
+} // namespace jobs
+
+class VELM_JobFolders final : public VELM_FolderSet, public std::enable_shared_from_this<VELM_JobFolders> {
+public:
+    using Ref = std::shared_ptr<VELM_JobFolders>;
+    using Jobs = std::vector<VELM_Job::Ref>;
+
+    // Of the class: the engine -------------------------------------------------------------------------------------
+
+    static constexpr std::string_view key_jobsPending = "jobsPending";
+    static constexpr std::string_view key_isProcessing = "isProcessing";
+    static constexpr std::string_view key_enabledFolders = "enabledFolders";
+
+    /// The list of folders; its observable() notifies on the keys above and on "folderSets".
+    static FolderSetClass& classObject();
+    /// All jobs of all enabled folders by the dates of their tickets, oldest first.
+    static Jobs jobsPending();
+    static bool isProcessing();
+    /// The job that was started last, also when it has ended.
+    static VELM_Job::Ref currentJob();
+    static std::vector<Ref> enabledFolders();
+    /// The first enabled folder that takes job bundles; null when there is none.
+    static Ref defaultJobFolder();
+    /// Starts the oldest job, some time later, when the run flag is set.
+    static void processNextJob();
+    /// Runs the job in its turn whatever the run flag says, and returns when it has ended. Returns at once for the job
+    /// that was started last; gives up when the job's file goes or it is pending no longer.
+    static void processJob(const VELM_Job::Ref& job);
+    /// Moves files into the default job folder; what can't be moved is logged.
+    static void addJobFiles(const std::vector<base::URL>& urls);
+    /// No job is started any more in this process; the one that runs goes on to its end. For a program that is about
+    /// to end: the run flag, which outlives it, stays as it is.
+    static void stopStartingJobs();
+
+    /// How a job ended and where its file went.
+    struct FinishedJob {
+        VELM_Job::Ref job;
+        bool success = false;
+        std::optional<base::Error> error;     ///< Of the run.
+        std::optional<base::URL> destination; ///< Where its file stands now, or should; none when no folder is set.
+        std::optional<base::Error> moveError; ///< The file stands where it was, and no other job starts before it goes.
+    };
+    using FinishedCallback = std::function<void(const FinishedJob& finished)>;
+    /// Called after each job's file was moved, or could not be, on the thread of the job.
+    [[nodiscard]] static platform::run::Observation observeFinishedJobs(FinishedCallback callback);
+
+    /// For tests: a class as at the start of the process, with the folders that the user defaults hold when it is used
+    /// next. Streams, observations and the list are dropped; no job may be running.
+    static void startOver();
+
+    // Of a folder --------------------------------------------------------------------------------------------------
+
+    /// An enabled folder that is in no list yet; configureJobsFolder starts it.
+    static Ref initWithName(std::string name, base::URL url);
+    /// A disabled one.
+    VELM_JobFolders(std::string name, base::URL url) : VELM_FolderSet(std::move(name), std::move(url)) {}
+    explicit VELM_JobFolders(const base::Dictionary& archived) : VELM_FolderSet(archived) {}
+
+    FolderSetClass& folderSetClass() const override { return classObject(); }
+
+    bool enabled() const { return property("enabled").boolValue(); }
+    /// Starts or ends the watching; the jobs of a folder that is disabled leave the list.
+    void setEnabled(bool enabled);
+    bool hasFixedName() const { return property("hasFixedName").boolValue(); }
+    void setHasFixedName(bool hasFixedName);
+    bool addJobsPendingPathComponents() const { return property("addJobsPendingPathComponents").boolValue(); }
+    void setAddJobsPendingPathComponents(bool add);
+    std::string jobFileUTType() const;
+    void setJobFileUTType(std::string_view type);
+    void setURL(const base::URL& url) override;
+    /// The folder that is watched: `URL`, and "Jobs/Pending" in it when that is asked for.
+    base::URL urlOfJobs() const;
+
+    /// In no order.
+    Jobs jobs() const;
+    KLARON_FileEvent::Ref fileEvent() const;
+    /// Forgets the folder's jobs and starts its stream anew; the stream's first event makes the first scan.
+    void configureJobsFolder();
+
+    using ObjectInit = std::function<base::ObjectRef(const base::URL& item)>;
+    using Reload = std::function<void(const jobs::FolderContainer::Items& removed,
+                                      const jobs::FolderContainer::Items& added)>;
+    /// Keeps `container` equal to what the folder holds of that type, from now on. Items of which `objectInit` makes
+    /// nothing are tried again at each scan. Notifies on `keyPath`, then calls `reload`, on the main queue.
+    void configureFolder(const base::URL& url, const std::shared_ptr<jobs::FolderContainer>& containerProperty,
+                         const std::string& keyPath, const std::string& utType, ObjectInit objectInit, Reload reload);
+
+    std::string className() const override { return "VELM_JobFolders"; }
+    std::string description() const override;
+
+private:
+    struct Watch;
+    static void scan(const Watch& watch, const KLARON_FileEvent::Paths& paths);
+
+    std::shared_ptr<jobs::FolderContainer> dictJobs() const;
+    void setFileEvent(KLARON_FileEvent::Ref fileEvent);
+    void storeAndSave(std::string_view key, base::Value value);
+
+    mutable std::mutex watchMutex_; // guards the fields below
+    std::shared_ptr<jobs::FolderContainer> dictJobs_;
+    KLARON_FileEvent::Ref fileEvent_;
+};
