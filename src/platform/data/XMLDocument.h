@@ -10,8 +10,8 @@
 #pragma once
 
 #include "base/Error.h"
-#include "base/Path.h"
 #include "base/Value.h"
+#include "platform/data/TextEncoding.h"
 
 #include <cstddef>
 #include <memory>
@@ -127,7 +127,7 @@ private:
 };
 
 /// The limits of what is read. Beyond them parsing fails with a message that names the limit.
-inline constexpr std::size_t maximumXMLSize = std::size_t{64} << 20; ///< bytes
+inline constexpr std::size_t maximumXMLSize = maximumTextFileSize; ///< bytes
 inline constexpr std::size_t maximumXMLNodes = 1'000'000;
 inline constexpr std::size_t maximumXMLDepth = 200;
 
@@ -164,12 +164,5 @@ private:
     std::string encoding_ = "UTF-8";
     bool isStandalone_ = false;
 };
-
-/// The text of a file as UTF-8, without a byte order mark. Detects UTF-8 and UTF-16 of both byte orders, with and
-/// without the mark; text that is neither is read in the encoding that its XML declaration names. An error for
-/// anything else and for files above maximumXMLSize. An empty file gives the empty text.
-base::Result<std::string> readTextDetectingEncoding(const base::URL& url);
-/// The same for bytes at hand; `what` names them in errors.
-base::Result<std::string> textDetectingEncoding(std::string_view bytes, std::string_view what);
 
 } // namespace platform::data

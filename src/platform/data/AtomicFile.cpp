@@ -1,0 +1,143 @@
+#include "AtomicFile.h"
+
+#include "base/Path.h"
+#include "internal/FileDescriptor.h"
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace platform::data {
+namespace {
+
+constexpr int attemptsForAFreeName = 100;
+
+/// Where the bytes must land so that a symbolic link at `path` stays one.
+std::string targetBehindLinks(const std::string& path) {
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) return path;
+    char resolved[PATH_MAX];
+    return realpath(path.c_str(), resolved) ? std::string(resolved) : path;
+}
+
+std::string temporaryNameBeside(const std::string& target) {
+    static std::atomic<unsigned> counter{0};
+    const std::string name = "." + base::lastPathComponent(target).substr(0, 200) + "." + std::to_string(getpid()) +
+                             "-" + std::to_string(counter++) + ".tmp";
+    const std::string folder = base::deletingLastPathComponent(target);
+    return folder.empty() ? name : base::appendingPathComponent(folder, name);
+}
+
+/// Removes the temporary file unless it was renamed.
+struct TemporaryFile {
+    FileDescriptor descriptor;
+    std::string path;
+    bool renamed = false;
+
+    ~TemporaryFile() {
+        if (!path.empty() && !renamed) unlink(path.c_str());
+    }
+};
+
+base::Result<void> createBeside(TemporaryFile& file, const std::string& target) {
+    for (int attempt = 0; attempt < attemptsForAFreeName; ++attempt) {
+        const std::string path = temporaryNameBeside(target);
+        file.descriptor.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+        if (file.descriptor) {
+            file.path = path;
+            return {};
+        }
+        if (errno != EEXIST) break; // another process of this number left its file behind
+    }
+    return base::failure(base::systemError(errno, "cannot write " + target));
+}
+
+base::Result<void> writeAll(int descriptor, std::string_view bytes, const std::string& target) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) return base::failure(base::systemError(errno, "cannot write " + target));
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return {};
+}
+
+template <class Container>
+base::Result<Container> readWhole(std::string_view pathView, std::size_t maximumSize) {
+    const std::string path(pathView);
+    const std::string deed = "cannot read " + path;
+    // Without O_NONBLOCK a named pipe would make the caller wait for a writer.
+    FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file) return base::failure(base::systemError(errno, deed));
+    struct stat status;
+    if (fstat(file.get(), &status) != 0) return base::failure(base::systemError(errno, deed));
+    if (S_ISDIR(status.st_mode)) return base::failure(base::systemError(EISDIR, deed));
+    if (!S_ISREG(status.st_mode)) {
+        return base::failure(base::posixErrorDomain, EINVAL, deed + ": it is not a regular file");
+    }
+    const auto tooLarge = [&] {
+        return base::failure(base::posixErrorDomain, EFBIG,
+                             deed + ": it is larger than " + std::to_string(maximumSize) + " bytes");
+    };
+    if (static_cast<std::uint64_t>(status.st_size) > maximumSize) return tooLarge();
+
+    // One byte more than the size tells a file that grows meanwhile (and files of /proc, whose size is 0).
+    Container content;
+    std::size_t length = 0;
+    std::size_t room = static_cast<std::size_t>(status.st_size) + 1;
+    for (;;) {
+        content.resize(length + room);
+        const ssize_t count = read(file.get(), content.data() + length, room);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return base::failure(base::systemError(errno, deed));
+        length += static_cast<std::size_t>(count);
+        if (length > maximumSize) return tooLarge();
+        if (count == 0) break;
+        room -= static_cast<std::size_t>(count);
+        if (room == 0) room = 64 * 1024;
+    }
+    content.resize(length);
+    return content;
+}
+
+} // namespace
+
+base::Result<void> writeFileAtomically(std::string_view path, std::string_view bytes) {
+    const std::string target = targetBehindLinks(std::string(path));
+    struct stat present;
+    const bool replaces = stat(target.c_str(), &present) == 0;
+    if (replaces && S_ISDIR(present.st_mode)) return base::failure(base::systemError(EISDIR, "cannot write " + target));
+
+    TemporaryFile file;
+    if (auto made = createBeside(file, target); !made) return made;
+    if (auto written = writeAll(file.descriptor.get(), bytes, target); !written) return written;
+    if (replaces && fchmod(file.descriptor.get(), present.st_mode & 07777) != 0) {
+        return base::failure(base::systemError(errno, "cannot write " + target));
+    }
+    // Without the fsync a crash could leave the new name on a file without its contents.
+    if (fsync(file.descriptor.get()) != 0 || file.descriptor.close() != 0) {
+        return base::failure(base::systemError(errno, "cannot write " + target));
+    }
+    if (rename(file.path.c_str(), target.c_str()) != 0) {
+        return base::failure(base::systemError(errno, "cannot replace " + target));
+    }
+    file.renamed = true;
+    return {};
+}
+
+base::Result<base::Data> readFile(std::string_view path, std::size_t maximumSize) {
+    auto bytes = readWhole<std::vector<std::uint8_t>>(path, maximumSize);
+    if (!bytes) return base::failure(std::move(bytes.error()));
+    return base::Data(std::move(*bytes));
+}
+
+base::Result<std::string> readFileBytes(std::string_view path, std::size_t maximumSize) {
+    return readWhole<std::string>(path, maximumSize);
+}
+
+} // namespace platform::data

@@ -1,0 +1,297 @@
+// Parsing: libxml2 reads and reports events, and our own tree is built from them directly. Its own tree, its entity
+// store and its loader of external files are never used.
+#include "XMLDocument.h"
+
+#include "base/Text.h"
+
+#include <algorithm>
+#include <libxml/SAX2.h>
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+#include <libxml/xmlerror.h>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace platform::data {
+namespace {
+
+constexpr std::string_view xmlErrorDomain = "NSXMLParserErrorDomain";
+
+enum class Reading { strict, tidy, rootStartTag };
+
+std::string_view view(const xmlChar* text) {
+    return text ? std::string_view(reinterpret_cast<const char*>(text)) : std::string_view();
+}
+
+std::string qualifiedName(const xmlChar* prefix, const xmlChar* name) {
+    return prefix ? std::string(view(prefix)) + ":" + std::string(view(name)) : std::string(view(name));
+}
+
+bool isBlank(std::string_view text) {
+    return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
+}
+
+struct FreeParser {
+    void operator()(xmlParserCtxtPtr parser) const {
+        if (parser->myDoc) xmlFreeDoc(parser->myDoc); // holds entity declarations at most
+        xmlFreeParserCtxt(parser);
+    }
+};
+using Parser = std::unique_ptr<xmlParserCtxt, FreeParser>;
+
+} // namespace
+
+/// Receives the parser's events. The static functions are what libxml2 calls; `context` is the builder.
+class XMLTreeBuilder {
+public:
+    explicit XMLTreeBuilder(Reading reading) : reading_(reading) {}
+
+    base::Result<XMLDocumentRef> build(std::string_view text) {
+        static const bool isReady = (xmlInitParser(), true); // must happen once, before several threads parse
+        static_cast<void>(isReady);
+        if (auto error = refusal(text)) return base::failure(std::move(*error));
+        parser_.reset(xmlCreateMemoryParserCtxt(text.data(), static_cast<int>(text.size())));
+        if (!parser_) return base::failure(xmlErrorDomain, XML_ERR_NO_MEMORY, "no memory to parse XML");
+        configure();
+        xmlParseDocument(parser_.get());
+        return result();
+    }
+
+private:
+    std::optional<base::Error> refusal(std::string_view text) const {
+        if (text.size() > maximumXMLSize) {
+            return error(XML_ERR_INTERNAL_ERROR,
+                         "the document is larger than " + std::to_string(maximumXMLSize) + " bytes");
+        }
+        if (isBlank(text)) return error(XML_ERR_DOCUMENT_EMPTY, "the document is empty");
+        if (!isValidUTF8(text)) return error(XML_ERR_INVALID_ENCODING, "the document is not UTF-8 text");
+        return std::nullopt;
+    }
+
+    static base::Error error(int code, std::string description) {
+        return {std::string(xmlErrorDomain), code, std::move(description)};
+    }
+
+    void configure() {
+        xmlSAXHandler& events = *parser_->sax;
+        events = {};
+        events.initialized = XML_SAX2_MAGIC;
+        events.startElementNs = &startElement;
+        events.endElementNs = &endElement;
+        events.characters = &characters;
+        events.ignorableWhitespace = &characters;
+        events.cdataBlock = &cdataBlock;
+        events.comment = &comment;
+        events.processingInstruction = &processingInstruction;
+        events.reference = &reference;
+        events.internalSubset = &documentType;
+        events.entityDecl = &entityDeclaration;
+        events.serror = &problem;
+        parser_->userData = this;
+        // The text is UTF-8 already, whatever its declaration says.
+        int options = XML_PARSE_NONET | XML_PARSE_IGNORE_ENC;
+        if (reading_ == Reading::tidy) options |= XML_PARSE_RECOVER;
+        xmlCtxtUseOptions(parser_.get(), options);
+        if (!parser_->encoding) parser_->encoding = xmlStrdup(reinterpret_cast<const xmlChar*>("UTF-8"));
+        document_ = std::make_shared<XMLDocument>(XMLNode::Key{});
+    }
+
+    base::Result<XMLDocumentRef> result() {
+        while (!open_.empty()) {
+            close();
+        }
+        const bool hasRoot = document_->rootElement() != nullptr;
+        if (limit_) return base::failure(std::move(*limit_));
+        if (reading_ == Reading::rootStartTag && hasRoot) return document_;
+        if (!hasRoot || (reading_ == Reading::strict && !parser_->wellFormed)) {
+            if (!problem_) problem_ = error(XML_ERR_DOCUMENT_EMPTY, "the document has no root element");
+            return base::failure(std::move(*problem_));
+        }
+        if (parser_->version) document_->version_ = view(parser_->version);
+        document_->isStandalone_ = parser_->standalone == 1;
+        return document_;
+    }
+
+    /// Beyond a limit nothing is recovered: parsing ends.
+    void refuse(std::string description) {
+        if (!limit_) {
+            limit_ = error(XML_ERR_INTERNAL_ERROR,
+                           "Line " + std::to_string(xmlSAX2GetLineNumber(parser_.get())) + ": " + description);
+        }
+        xmlStopParser(parser_.get());
+    }
+
+    XMLNode& current() { return open_.empty() ? *document_ : *open_.back(); }
+
+    XMLNodeRef make(XMLNodeKind kind, std::string_view name, std::string_view value, XMLNode& parent) {
+        if (++nodeCount_ > maximumXMLNodes) {
+            refuse("the document has more than " + std::to_string(maximumXMLNodes) + " nodes");
+            return nullptr;
+        }
+        auto node = std::make_shared<XMLNode>(XMLNode::Key{}, kind, name, value);
+        node->parent_ = parent.weak_from_this();
+        return node;
+    }
+
+    void add(XMLNodeKind kind, std::string_view name, std::string_view value) {
+        if (auto node = make(kind, name, value, current())) current().children_.push_back(std::move(node));
+    }
+
+    void open(std::string_view name, int namespaceCount, const xmlChar** namespaces, int attributeCount,
+              const xmlChar** attributes) {
+        if (open_.size() >= maximumXMLDepth) {
+            refuse("the elements are nested deeper than " + std::to_string(maximumXMLDepth) + " levels");
+            return;
+        }
+        // Recovering from stray end tags the parser may come upon a second root: only the first one counts.
+        if (open_.empty() && document_->rootElement()) return;
+        const XMLNodeRef element = make(XMLNodeKind::element, name, {}, current());
+        if (!element) return;
+        for (int index = 0; index < namespaceCount; ++index, namespaces += 2) {
+            const std::string prefixed = namespaces[0] ? "xmlns:" + std::string(view(namespaces[0])) : "xmlns";
+            auto node = make(XMLNodeKind::nameSpace, prefixed, view(namespaces[1]), *element);
+            if (!node) return;
+            element->namespaces_.push_back(std::move(node));
+        }
+        element->attributes_.reserve(static_cast<std::size_t>(attributeCount));
+        for (int index = 0; index < attributeCount; ++index, attributes += 5) {
+            const auto* begin = reinterpret_cast<const char*>(attributes[3]);
+            const auto* end = reinterpret_cast<const char*>(attributes[4]);
+            const std::string_view value(begin, static_cast<std::size_t>(end - begin));
+            auto node = attributes[1]
+                            ? make(XMLNodeKind::attribute, qualifiedName(attributes[1], attributes[0]), value, *element)
+                            : make(XMLNodeKind::attribute, view(attributes[0]), value, *element);
+            if (!node) return;
+            element->attributes_.push_back(std::move(node));
+        }
+        current().children_.push_back(element);
+        open_.push_back(element.get());
+        if (reading_ == Reading::rootStartTag) xmlStopParser(parser_.get());
+    }
+
+    /// Ends the current element and drops the white space that only laid it out.
+    void close() {
+        std::vector<XMLNodeRef>& children = open_.back()->children_;
+        open_.pop_back();
+        const auto isText = [](const XMLNodeRef& node) { return node->kind() == XMLNodeKind::text; };
+        const auto isLayout = [&](const XMLNodeRef& node) {
+            return isText(node) && !node->isCDATA() && isBlank(node->value_);
+        };
+        bool hasOthers = false;
+        for (const XMLNodeRef& child : children) {
+            if (!isText(child))
+                hasOthers = true;
+            else if (!isLayout(child))
+                return; // mixed content: each blank counts
+        }
+        if (hasOthers) std::erase_if(children, isLayout);
+    }
+
+    void addText(std::string_view text) {
+        if (open_.empty()) return;
+        std::vector<XMLNodeRef>& siblings = open_.back()->children_;
+        // The parser delivers long texts in pieces.
+        const bool continues =
+            !siblings.empty() && siblings.back()->kind() == XMLNodeKind::text && !siblings.back()->isCDATA();
+        if (continues)
+            siblings.back()->value_ += text;
+        else
+            add(XMLNodeKind::text, {}, text);
+    }
+
+    static XMLTreeBuilder& self(void* context) { return *static_cast<XMLTreeBuilder*>(context); }
+
+    static void startElement(void* context, const xmlChar* name, const xmlChar* prefix, const xmlChar*,
+                             int namespaceCount, const xmlChar** namespaces, int attributeCount, int defaultedCount,
+                             const xmlChar** attributes) {
+        // Attributes that the document type would add stand behind those of the element itself.
+        const int ownCount = attributeCount - defaultedCount;
+        if (prefix) {
+            self(context).open(qualifiedName(prefix, name), namespaceCount, namespaces, ownCount, attributes);
+        } else {
+            self(context).open(view(name), namespaceCount, namespaces, ownCount, attributes);
+        }
+    }
+
+    static void endElement(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
+        if (!self(context).open_.empty()) self(context).close();
+    }
+
+    static void characters(void* context, const xmlChar* text, int length) {
+        self(context).addText({reinterpret_cast<const char*>(text), static_cast<std::size_t>(length)});
+    }
+
+    static void cdataBlock(void* context, const xmlChar* text, int length) {
+        XMLTreeBuilder& builder = self(context);
+        if (builder.open_.empty()) return;
+        const std::string_view content(reinterpret_cast<const char*>(text), static_cast<std::size_t>(length));
+        builder.add(XMLNodeKind::text, {}, content);
+        if (!builder.limit_) builder.open_.back()->children_.back()->isCDATA_ = true;
+    }
+
+    static void comment(void* context, const xmlChar* text) {
+        XMLTreeBuilder& builder = self(context);
+        if (builder.parser_->inSubset == 0) builder.add(XMLNodeKind::comment, {}, view(text));
+    }
+
+    static void processingInstruction(void* context, const xmlChar* target, const xmlChar* content) {
+        XMLTreeBuilder& builder = self(context);
+        if (builder.parser_->inSubset == 0) {
+            builder.add(XMLNodeKind::processingInstruction, view(target), view(content));
+        }
+    }
+
+    /// An entity that only an external declaration could explain stays as it was written.
+    static void reference(void* context, const xmlChar* name) {
+        self(context).addText("&" + std::string(view(name)) + ";");
+    }
+
+    static void documentType(void* context, const xmlChar* name, const xmlChar* publicID, const xmlChar* systemID) {
+        std::string identifiers;
+        if (publicID) identifiers = " PUBLIC \"" + std::string(view(publicID)) + "\"";
+        if (systemID) identifiers += (publicID ? " \"" : " SYSTEM \"") + std::string(view(systemID)) + "\"";
+        self(context).add(XMLNodeKind::documentType, view(name), identifiers);
+    }
+
+    static void entityDeclaration(void* context, const xmlChar* name, int, const xmlChar*, const xmlChar*, xmlChar*) {
+        XMLTreeBuilder& builder = self(context);
+        if (builder.reading_ == Reading::tidy) return;
+        builder.refuse("the document declares an entity, \"" + std::string(view(name)) + "\", which is not accepted");
+    }
+
+    static void problem(void* context, xmlErrorPtr report) {
+        XMLTreeBuilder& builder = self(context);
+        const bool counts = report->level >= XML_ERR_ERROR && report->domain != XML_FROM_NAMESPACE;
+        if (!counts || builder.problem_) return;
+        const std::string words(base::trimmed(report->message ? report->message : "damaged XML"));
+        builder.problem_ = error(report->code, "Line " + std::to_string(report->line) + ": " + words);
+    }
+
+    const Reading reading_;
+    Parser parser_;
+    XMLDocumentRef document_;
+    std::vector<XMLNode*> open_; // from the root to the current element; the tree owns them
+    std::size_t nodeCount_ = 0;
+    std::optional<base::Error> problem_; // the first one that the parser reported
+    std::optional<base::Error> limit_;
+};
+
+base::Result<XMLDocumentRef> XMLDocument::parse(std::string_view text) {
+    return XMLTreeBuilder(Reading::strict).build(text);
+}
+
+base::Result<XMLDocumentRef> XMLDocument::parseTidy(std::string_view text) {
+    text.remove_prefix(std::min(text.find('<'), text.size()));
+    return XMLTreeBuilder(Reading::tidy).build(text);
+}
+
+base::Result<XMLNodeRef> XMLDocument::parseRootStartTag(std::string_view text) {
+    auto document = XMLTreeBuilder(Reading::rootStartTag).build(text);
+    if (!document) return base::failure(std::move(document.error()));
+    XMLNodeRef root = (*document)->rootElement();
+    root->detach();
+    return root;
+}
+
+} // namespace platform::data
