@@ -12,6 +12,13 @@ namespace platform::data {
 class XMLNode;
 }
 
+inline constexpr std::string_view klaron_2dCodeKey_message = "klaron_2dCodeKey_message";       ///< text
+inline constexpr std::string_view klaron_2dCodeKey_scale = "klaron_2dCodeKey_scale";           ///< number
+inline constexpr std::string_view klaron_2dCodeKey_type = "klaron_2dCodeKey_type";             ///< number
+inline constexpr std::string_view klaron_2dCodeKey_origin = "klaron_2dCodeKey_origin";         ///< point text, 0 to 1
+inline constexpr std::string_view klaron_2dCodeKey_isFlippedX = "klaron_2dCodeKey_isFlippedX"; ///< boolean
+inline constexpr std::string_view klaron_2dCodeKey_isFlippedY = "klaron_2dCodeKey_isFlippedY"; ///< boolean
+
 class VELM_OuputBarcode {
 public:
     enum class Type : int { aztec = 0, qrcode = 1, code128 = 2, pdf417 = 3 };
@@ -30,6 +37,7 @@ public:
     const base::Dictionary& valuesDict() const { return valuesDict_; }
 
 private:
+    void setValue(std::string_view key, base::Value value);
     void readOrigin(const platform::data::XMLNode& element);
 
     Type type_ = Type::aztec;

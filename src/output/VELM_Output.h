@@ -11,6 +11,7 @@
 #include "base/Value.h"
 #include "output/VELM_Destination.h"
 #include "output/VELM_Output_node.h"
+#include "platform/run/Observation.h"
 
 #include <functional>
 #include <map>
@@ -27,9 +28,6 @@ class VELM_Template;
 namespace platform::data {
 class XMLNode;
 }
-namespace platform::run {
-class Queue;
-}
 
 class VELM_Output : public base::Object {
 public:
@@ -44,9 +42,9 @@ public:
     static std::shared_ptr<VELM_Output> initWithNode(const platform::data::XMLNode& element);
     /// From the archived form.
     static base::Result<base::ObjectRef> initWithCoder(const base::Dictionary& values);
-    /// A deep copy through the archived form: nodes, destinations, barcodes and templates are the copy's own. Refers to
-    /// the same package. May be called while other outputs that share the templates run. Null with a logged error when
-    /// the archive fails.
+    /// A deep copy, as the archived form gives it back: nodes, destinations, barcodes and templates are the copy's own.
+    /// Refers to the same package. May be called while other outputs that share the templates run: it waits for a
+    /// render that is under way.
     std::shared_ptr<VELM_Output> copyWithZone() const;
 
     double width() const { return width_; }
@@ -64,8 +62,9 @@ public:
     std::vector<std::string> nodeNames() const;
 
     const std::vector<std::shared_ptr<VELM_Destination>>& destinations() const { return destinations_m_; }
-    /// Keeps the destinations among the members, in order.
+    /// Appends the destinations among the members, in order, as a change of the key "destinations".
     void addDestinations(const base::Array& destinations);
+    platform::run::Observable& observable() { return observable_; }
     /// Each barcode's options, in order. Kept, not drawn.
     const base::Array& barcodes() const { return barcodes_m_; }
 
@@ -105,14 +104,9 @@ public:
     /// The text that travels as EXIF comment: a property list of "OriginalPath" and "f"; none without "f".
     static std::optional<std::string> exifCommentForDictionary(const base::Dictionary& dictionary);
 
-    /// A folder shared by all outputs of the process, made when it isn't there. Any thread.
-    static base::URL temporaryDirectoryURL();
-    /// "com.kestrune.velm.queue.sharedSynchronized.package".
-    static const std::shared_ptr<platform::run::Queue>& atomicQueue();
-
     /// Called with each file that any output writes, on the run's thread, before the reply. Ends when the token goes.
     using FileCallback = std::function<void(const VELM_Output& output, const base::URL& file)>;
-    static std::shared_ptr<void> observeWrittenFiles(FileCallback callback);
+    [[nodiscard]] static platform::run::Observation observeWrittenFiles(FileCallback callback);
 
     std::string className() const override { return "VELM_Output"; }
     std::string description() const override;
@@ -131,4 +125,5 @@ private:
     std::optional<std::string> allImagesPath_;
     Templates templates_;
     std::weak_ptr<const PackageValues> package_;
+    platform::run::Observable observable_;
 };

@@ -1,0 +1,120 @@
+#include "output/VELM_Destination.h"
+
+#include "base/Log.h"
+#include "base/Text.h"
+#include "internal/ElementReading.h"
+#include "platform/data/XMLDocument.h"
+#include "template/VELM_Template.h"
+
+#include <algorithm>
+#include <array>
+
+using platform::data::XMLNode;
+
+namespace {
+
+// The child elements of a destination, in the spelling under which their text is kept.
+constexpr std::array<std::string_view, 15> valueKeys = {
+    "filepath",  "filename",  "saveoriginalfileasis",
+    "resize",    "limitsize", "printer",
+    "mediaType", "cutInHalf", "uploadsite",
+    "model",     "queue",     "copies",
+    "papersize", "gravity",   "itempath",
+};
+
+const char* textOfKind(VELM_Destination::Kind kind) {
+    switch (kind) {
+    case VELM_Destination::Kind::file:
+        return "filepath";
+    case VELM_Destination::Kind::printer:
+        return "printer";
+    case VELM_Destination::Kind::unknown:
+        break;
+    }
+    return "unknown";
+}
+
+} // namespace
+
+std::shared_ptr<VELM_Destination> VELM_Destination::initWithNode(const XMLNode& element) {
+    auto destination = std::make_shared<VELM_Destination>();
+    output::forEachAttribute(element, [&](const std::string& name, const std::string& text) {
+        if (name == "type") {
+            if (text == textOfKind(Kind::file)) destination->kind_ = Kind::file;
+            if (text == textOfKind(Kind::printer)) destination->kind_ = Kind::printer;
+        }
+        if (name == "name") destination->setValue("queue", text);
+    });
+    output::forEachChildElement(element, [&](const XMLNode& child) {
+        const auto key = std::ranges::find_if(
+            valueKeys, [&](std::string_view candidate) { return base::equalIgnoringCase(candidate, child.name()); });
+        if (key != valueKeys.end())
+            destination->setValue(*key, child.stringValue());
+        else
+            base::log("Found unexpected XML element \"%@\" while parsing %@", child.name(), element.name());
+    });
+    return destination;
+}
+
+std::shared_ptr<VELM_Destination> VELM_Destination::initWithFilepath(std::string_view filepath) {
+    auto destination = std::make_shared<VELM_Destination>();
+    destination->kind_ = Kind::file;
+    destination->setValue("filepath", filepath);
+    return destination;
+}
+
+std::shared_ptr<VELM_Destination> VELM_Destination::initWithPrinterModel(std::string_view model) {
+    auto destination = std::make_shared<VELM_Destination>();
+    destination->kind_ = Kind::printer;
+    destination->setValue("model", model);
+    return destination;
+}
+
+void VELM_Destination::setValue(std::string_view key, base::Value value) {
+    valuesDict_.insert_or_assign(std::string(key), std::move(value));
+}
+
+std::string VELM_Destination::gravity() const {
+    return std::string(VELM_Template::normalizedGravity(text("gravity")));
+}
+
+std::optional<std::string> VELM_Destination::text(std::string_view key) const {
+    return base::textForKey(valuesDict_, key);
+}
+
+std::int64_t VELM_Destination::integer(std::string_view key) const {
+    return base::valueForKey(valuesDict_, key).integerValue();
+}
+
+bool VELM_Destination::boolean(std::string_view key) const {
+    return base::valueForKey(valuesDict_, key).boolValue();
+}
+
+std::string VELM_Destination::description() const {
+    switch (kind_) {
+    case Kind::file:
+        return base::message("%@(%@):%@", className(), textOfKind(kind_), filepath());
+    case Kind::printer:
+        return base::message("%@(%@){queue:%@;model:%@;papersize:%@;copies:%ld;}", className(), textOfKind(kind_),
+                             printerQueue(), printerModel(), printerPaperSize(), copies());
+    case Kind::unknown:
+        break;
+    }
+    return {};
+}
+
+std::optional<base::Dictionary> VELM_Destination::encoded() {
+    return base::Dictionary{
+        {"self.valuesDict", valuesDict_},
+        {"self.kind", static_cast<std::int64_t>(kind_)},
+    };
+}
+
+base::Result<base::ObjectRef> VELM_Destination::initWithCoder(const base::Dictionary& values) {
+    auto destination = std::make_shared<VELM_Destination>();
+    const std::int64_t kind = base::valueForKey(values, "self.kind").integerValue();
+    if (kind == 1 || kind == 2) destination->kind_ = static_cast<Kind>(kind);
+    if (const auto* dictionary = base::valueForKey(values, "self.valuesDict").as<base::Dictionary>())
+        destination->valuesDict_ = *dictionary;
+    return base::ObjectRef(destination);
+}
