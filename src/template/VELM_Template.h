@@ -1,6 +1,6 @@
 // A layered document, and each of its layers: one class for both. Every attribute lives in `valuesDict` under the keys
-// below; the accessors are views on it that carry the defaults, and two templates are equal when those dictionaries
-// are. Frames are in pixels, origin at the top left, y downward; rotations in radians.
+// below and those of its base; the accessors are views on it that carry the defaults, and two templates are equal when
+// those dictionaries are. Frames are in pixels, origin at the top left, y downward; rotations in radians.
 //
 // A document owns its layers and they refer to it weakly. A tree is built and changed by one thread; all its renders
 // run on its own serial queue, and `image` and `imageUncached` may be called from any thread.
@@ -8,6 +8,7 @@
 
 #include "base/Error.h"
 #include "base/Geometry.h"
+#include "platform/run/Observation.h"
 #include "template/RenderingContext.h"
 #include "template/VELM_XML_object.h"
 
@@ -31,9 +32,6 @@ namespace platform::run {
 class Queue;
 }
 
-inline constexpr std::string_view VELM_XML_Key_name = "name";
-inline constexpr std::string_view VELM_XML_Key_type = "type";
-inline constexpr std::string_view VELM_XML_Key_version = "version";
 inline constexpr std::string_view VELM_XML_Key_frame = "frame";
 inline constexpr std::string_view VELM_XML_Key_zindex = "zindex";
 inline constexpr std::string_view VELM_XML_Key_key = "key";
@@ -147,6 +145,8 @@ public:
     void setPackage(std::weak_ptr<const PackageValues> package) { package_ = std::move(package); }
     /// How often the setters of the layers were called.
     std::int64_t changeCount() const { return changeCount_; }
+    /// Announces "layers" and "changeCount", before and after.
+    const platform::run::Observable& observable() const { return observable_; }
     /// As it was loaded or last saved.
     const Ref& lastSaved() const { return lastSaved_; }
     bool hasUnsavedChanges() const;
@@ -303,7 +303,7 @@ public:
     platform::draw::ImageRef imageUncached();
     /// Why the last picture must not become a product: a template file that holds itself or is nested too deep, a
     /// picture that is there and can't be read. To be asked after the render, on the same thread or queue.
-    const std::optional<base::Error>& renderError() const { return renderError_; }
+    std::optional<base::Error> renderError() const;
     /// "com.kestrune.velm.queue.rendering.%@": all renders of this template; made on first use.
     const std::shared_ptr<platform::run::Queue>& renderingQueue();
     /// "com.kestrune.velm.queue.shared.atomic.template": guards the making of the others.
@@ -325,6 +325,10 @@ private:
     /// Stores and raises the parent's change count.
     void store(std::string_view key, base::Value value);
     void storeWhenDifferent(std::string_view key, const base::Value& value);
+    void storeAlsoAsDefault(std::string_view key, const base::Value& value, std::string_view defaultKey);
+    /// Puts another alpha into the code that is in force, and stores it under the key.
+    void storeOpacity(std::string_view key, const std::string& code, double opacity,
+                      std::optional<std::string_view> defaultKey);
     base::Point storedOffset() const;
     void storeOffset(base::Point offset);
     struct EnableFlag;
@@ -336,6 +340,7 @@ private:
     std::weak_ptr<const PackageValues> package_;
     Ref lastSaved_;
     std::int64_t changeCount_ = 0;
+    platform::run::Observable observable_;
     std::optional<double> scale_;
     base::Size shadowOffset_;
 
@@ -343,7 +348,7 @@ private:
     std::atomic<bool> isRenderingUnrotated_ = false;
     std::map<std::string, platform::draw::ImageRef> cacheDict_;
     std::shared_ptr<platform::run::Queue> renderingQueue_;
-    std::optional<base::Error> loadError_;   // of the file, or of a layer's file
-    std::optional<base::Error> fillError_;   // of a template drawn into a hole
-    std::optional<base::Error> renderError_; // of the last render, the two above included
+    std::optional<base::Error> loadError_; // of the file, or of a layer's file
+    std::optional<base::Error> fillError_; // of a template drawn into a hole
+    std::optional<base::Error> drawError_; // of the last render, its containers' included
 };

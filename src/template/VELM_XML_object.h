@@ -15,6 +15,10 @@ namespace platform::data {
 class XMLDocument;
 }
 
+inline constexpr std::string_view VELM_XML_Key_name = "name";
+inline constexpr std::string_view VELM_XML_Key_type = "type";
+inline constexpr std::string_view VELM_XML_Key_version = "version";
+
 class VELM_XML_object : public base::Object {
 public:
     static constexpr double versionMaximum = 1.99;
@@ -61,9 +65,9 @@ public:
     bool initWithCoder(const base::Dictionary& archived);
 
 protected:
-    /// As archiving and reading back makes it of `source`, whose objects that can't be coded are dropped likewise.
-    void copyCodedStateFrom(VELM_XML_object& source);
+    /// Removes, with a log line each, the objects among the values that offer no coding.
     void dropUncodedValues();
+    void setXMLString(std::optional<std::string> text) { xmlString_ = std::move(text); }
 
 private:
     static base::Value pathAsURL(const base::Value& object);

@@ -1,0 +1,260 @@
+// The document: its layers and their order, equality, copies, type and geometry.
+#include "template/VELM_Template.h"
+
+#include "base/Log.h"
+#include "base/Text.h"
+#include "platform/data/KeyedArchive.h"
+#include "platform/run/Queue.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <unordered_map>
+
+using base::Rect;
+using base::Value;
+
+namespace {
+
+// Templates come out of an archive by their class's name, in programs that have not made one yet as well.
+const bool isRegistered = [] {
+    platform::data::registerArchivedClass(
+        {.name = "VELM_Template",
+         .ancestors = {"VELM_XML_object", "NSObject"},
+         .keys = {{"self.valuesDict", {"NSDictionary", "VELM_Template", "NSValue"}},
+                  {"self.documentURL", {"NSURL"}},
+                  {"self.xmlString", {"NSString"}}},
+         .make = [](base::Dictionary values) { return VELM_Template::initWithCoder(values); }});
+    return true;
+}();
+
+struct TypeName {
+    std::string_view text;
+    VELM_Template::LayerType type;
+    bool isWritten = true;
+};
+constexpr std::array typeNames{
+    TypeName{"canvas", VELM_Template::LayerTypeCanvas},
+    TypeName{"container", VELM_Template::LayerTypeContainer},
+    TypeName{"node", VELM_Template::LayerTypeContainer, false},
+    TypeName{"image", VELM_Template::LayerTypeImage},
+    TypeName{"graphic", VELM_Template::LayerTypeGraphic},
+    TypeName{"textbox", VELM_Template::LayerTypeTextbox},
+    TypeName{"stamp", VELM_Template::LayerTypeStamp},
+};
+
+// What an archive would make of a value: nested templates become their own copies, one that stands in two places
+// stays one.
+class DeepCopy {
+public:
+    VELM_Template::Ref of(VELM_Template& source) {
+        if (const auto known = copies_.find(&source); known != copies_.end()) return known->second;
+        const auto copy = VELM_Template::initForCopy();
+        copies_.emplace(&source, copy);
+        auto archived = *source.encoded();
+        for (auto& entry : archived)
+            entry.second = of(std::move(entry.second));
+        copy->initWithCoder(archived);
+        return copy;
+    }
+
+private:
+    Value of(Value value) {
+        if (auto* array = value.as<base::Array>()) {
+            for (Value& member : *array)
+                member = of(std::move(member));
+        } else if (auto* dictionary = value.as<base::Dictionary>()) {
+            for (auto& entry : *dictionary)
+                entry.second = of(std::move(entry.second));
+        } else if (const auto nested = value.object<VELM_Template>()) {
+            return of(*nested);
+        }
+        return value;
+    }
+
+    std::unordered_map<VELM_Template*, VELM_Template::Ref> copies_;
+};
+
+} // namespace
+
+VELM_Template::VELM_Template() = default;
+VELM_Template::~VELM_Template() = default;
+
+VELM_Template::Ref VELM_Template::init() {
+    auto document = initForCopy();
+    document->setWidth(1000);
+    document->setHeight(1000);
+    return document;
+}
+
+VELM_Template::Ref VELM_Template::initForCopy() {
+    return std::make_shared<VELM_Template>();
+}
+
+base::Result<base::ObjectRef> VELM_Template::initWithCoder(const base::Dictionary& archived) {
+    auto document = initForCopy();
+    if (!static_cast<VELM_XML_object&>(*document).initWithCoder(archived))
+        return base::failure(base::cocoaErrorDomain, 4864, "an archived template holds a value of the wrong kind");
+    return document;
+}
+
+bool VELM_Template::isEqual(const base::Object& other) const {
+    const auto* otherTemplate = dynamic_cast<const VELM_Template*>(&other);
+    return otherTemplate && isEqualToTemplate(*otherTemplate);
+}
+
+bool VELM_Template::hasUnsavedChanges() const {
+    return !lastSaved_ || !isEqualToTemplate(*lastSaved_);
+}
+
+VELM_Template::Ref VELM_Template::copyWithZone() {
+    auto copy = DeepCopy().of(*this);
+    copy->package_ = package();
+    return copy;
+}
+
+// --- Layers
+
+VELM_Template::Layers VELM_Template::layers() {
+    const auto* stored = value(VELM_XML_Key_layers).as<base::Array>();
+    Layers layers;
+    if (!stored) {
+        setValue(VELM_XML_Key_layers, base::Array());
+        return layers;
+    }
+    layers.reserve(stored->size());
+    for (const Value& member : *stored) {
+        if (auto layer = member.object<VELM_Template>()) layers.push_back(std::move(layer));
+    }
+    return layers;
+}
+
+void VELM_Template::setLayers(const Layers& layers) {
+    observable_.change(VELM_XML_Key_layers,
+                       [&] { store(VELM_XML_Key_layers, base::Array(layers.begin(), layers.end())); });
+}
+
+void VELM_Template::sortLayers() {
+    Layers sorted = layers();
+    if (sorted.size() < 2) return;
+    std::stable_sort(sorted.begin(), sorted.end(), [](const Ref& left, const Ref& right) {
+        return left->value(VELM_XML_Key_zindex).integerValue() < right->value(VELM_XML_Key_zindex).integerValue();
+    });
+    observable_.change(VELM_XML_Key_layers, [&] {
+        std::int64_t level = 0;
+        for (const Ref& layer : sorted)
+            layer->setZLevelString(std::to_string(level += 100));
+        setValue(VELM_XML_Key_layers, base::Array(sorted.begin(), sorted.end()));
+    });
+}
+
+std::vector<std::optional<std::string>> VELM_Template::zLevelStrings() {
+    std::vector<std::optional<std::string>> levels;
+    for (const Ref& layer : layers())
+        levels.push_back(layer->zLevelString());
+    return levels;
+}
+
+std::shared_ptr<const PackageValues> VELM_Template::package() const {
+    if (auto own = package_.lock()) return own;
+    const Ref enclosing = parent();
+    return enclosing ? enclosing->package() : nullptr;
+}
+
+// --- Storing
+
+void VELM_Template::store(std::string_view key, Value newValue) {
+    setValue(key, std::move(newValue));
+    if (const Ref enclosing = parent())
+        enclosing->observable_.change("changeCount", [&] { ++enclosing->changeCount_; });
+}
+
+void VELM_Template::storeWhenDifferent(std::string_view key, const Value& newValue) {
+    if (value(key) != newValue) store(key, newValue);
+}
+
+// --- Type
+
+bool VELM_Template::typeIs(std::string_view text) const {
+    return type() == text;
+}
+
+VELM_Template::LayerType VELM_Template::layerType() const {
+    const auto text = type();
+    const auto found = std::find_if(typeNames.begin(), typeNames.end(),
+                                    [&](const TypeName& typeName) { return text == typeName.text; });
+    return found == typeNames.end() ? LayerTypeUnknown : found->type;
+}
+
+std::optional<std::string_view> VELM_Template::stringForLayerType(LayerType type) {
+    for (const TypeName& typeName : typeNames) {
+        if (typeName.type == type && typeName.isWritten) return typeName.text;
+    }
+    return std::nullopt;
+}
+
+void VELM_Template::setLayerType(LayerType type) {
+    store(VELM_XML_Key_type, stringForLayerType(type));
+}
+
+// --- Geometry
+
+Rect VELM_Template::frameUnscaled() const {
+    const auto* stored = value(VELM_XML_Key_frame).as<Rect>();
+    return stored ? *stored : Rect();
+}
+
+Rect VELM_Template::frame() const {
+    const Rect unscaled = frameUnscaled();
+    if (!scale_) return unscaled;
+    return {unscaled.x * *scale_, unscaled.y * *scale_, unscaled.width * *scale_, unscaled.height * *scale_};
+}
+
+void VELM_Template::setFrame(const Rect& frame) {
+    const double divisor = scale_ && *scale_ > 0 ? *scale_ : 1;
+    const Rect unscaled{frame.x / divisor, frame.y / divisor, frame.width / divisor, frame.height / divisor};
+    if (unscaled.width < 0)
+        base::log("ERROR: attempt to set negative width %f", unscaled.width);
+    else if (unscaled.height < 0)
+        base::log("ERROR: attempt to set negative height %f", unscaled.height);
+    else
+        store(VELM_XML_Key_frame, unscaled);
+}
+
+void VELM_Template::setX(double x) {
+    Rect changed = frame();
+    changed.x = x;
+    setFrame(changed);
+}
+
+void VELM_Template::setY(double y) {
+    Rect changed = frame();
+    changed.y = y;
+    setFrame(changed);
+}
+
+void VELM_Template::setWidth(double width) {
+    if (width <= 0) return base::log("ERROR: attempt to set non-positive width %f", width);
+    Rect changed = frame();
+    changed.width = width;
+    setFrame(changed);
+}
+
+void VELM_Template::setHeight(double height) {
+    if (height <= 0) return base::log("ERROR: attempt to set non-positive height %f", height);
+    Rect changed = frame();
+    changed.height = height;
+    setFrame(changed);
+}
+
+std::optional<double> VELM_Template::scaleForSize(base::Size size) const {
+    const Rect unscaled = frameUnscaled();
+    if (size.width <= 0 || size.height <= 0 || unscaled.width <= 0 || unscaled.height <= 0) return std::nullopt;
+    return std::min(size.width / unscaled.width, size.height / unscaled.height);
+}
+
+base::Size VELM_Template::sizeScaledToSize(base::Size size) const {
+    const base::Size unscaled = frameUnscaled().size();
+    const double factor = scaleForSize(size).value_or(1);
+    return {unscaled.width * factor, unscaled.height * factor};
+}
