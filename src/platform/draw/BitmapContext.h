@@ -71,7 +71,7 @@ public:
     /// Makes the pixels transparent (black on a canvas without alpha) inside the rectangle; no shadow.
     void clearRect(const base::Rect& rect);
     /// The image stands upright in the rectangle, stretched to fill it. Null draws nothing. A picture whose pixels
-    /// can't be had leaves the canvas as it was and sets the draw error.
+    /// can't be had draws at most its shadow and sets the draw error.
     void drawImage(const ImageRef& image, const base::Rect& rect);
     /// The text, laid out from the top of the rectangle, in its own colour.
     void drawText(const AttributedText& text, const base::Rect& rect);
@@ -86,8 +86,9 @@ public:
     void setDrawError(base::Error error); ///< Keeps an earlier error.
     void clearDrawError();
 
+    struct Storage; ///< For the drawing code of this module.
+
 private:
-    struct Storage;
     explicit BitmapContext(std::unique_ptr<Storage> storage);
     std::unique_ptr<Storage> storage_;
 };
