@@ -1,4 +1,4 @@
-#include "AtomicFile.h"
+#include "platform/data/AtomicFile.h"
 
 #include "base/Path.h"
 #include "internal/FileDescriptor.h"

@@ -1,4 +1,4 @@
-#include "Collation.h"
+#include "platform/data/Collation.h"
 
 #include <string>
 #include <unicode/normalizer2.h>

@@ -1,4 +1,4 @@
-#include "Dates.h"
+#include "platform/data/Dates.h"
 
 #include <cmath>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "FileAttributes.h"
+#include "platform/data/FileAttributes.h"
 
 #include <cerrno>
 #include <fcntl.h>

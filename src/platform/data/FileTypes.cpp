@@ -1,4 +1,4 @@
-#include "FileTypes.h"
+#include "platform/data/FileTypes.h"
 
 #include "base/Text.h"
 

@@ -1,4 +1,4 @@
-#include "RegularExpression.h"
+#include "platform/data/RegularExpression.h"
 
 #include <cstdint>
 #include <unicode/regex.h>

@@ -1,7 +1,7 @@
-#include "TextEncoding.h"
+#include "platform/data/TextEncoding.h"
 
-#include "AtomicFile.h"
-#include "RegularExpression.h"
+#include "platform/data/AtomicFile.h"
+#include "platform/data/RegularExpression.h"
 
 #include <cstdint>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "UUID.h"
+#include "platform/data/UUID.h"
 
 #include <array>
 #include <cerrno>

@@ -1,6 +1,6 @@
 // Parsing: libxml2 reads and reports events, and our own tree is built from them directly. Its own tree, its entity
 // store and its loader of external files are never used.
-#include "XMLDocument.h"
+#include "platform/data/XMLDocument.h"
 
 #include "base/Text.h"
 

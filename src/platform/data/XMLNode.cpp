@@ -1,4 +1,4 @@
-#include "XMLDocument.h"
+#include "platform/data/XMLDocument.h"
 
 #include "base/Text.h"
 

@@ -1,5 +1,5 @@
 // The text of nodes: as it stands in files, plain or with each element on a line of its own.
-#include "XMLDocument.h"
+#include "platform/data/XMLDocument.h"
 
 #include "base/Text.h"
 

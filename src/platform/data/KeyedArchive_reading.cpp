@@ -1,0 +1,321 @@
+#include "base/Text.h"
+#include "internal/ArchivedClasses.h"
+#include "internal/PlistTree.h"
+#include "platform/data/Dates.h"
+#include "platform/data/KeyedArchive.h"
+#include "platform/data/TextEncoding.h"
+
+#include <algorithm>
+#include <optional>
+#include <set>
+
+namespace platform::data {
+namespace {
+
+constexpr int corruptArchive = 4864; // NSCoderReadCorruptError
+
+tl::unexpected<base::Error> refused(const std::string& what) {
+    return base::failure(base::cocoaErrorDomain, corruptArchive, "The archive can't be read: " + what);
+}
+
+/// The classes that are expected in a place.
+class Expectation {
+public:
+    explicit Expectation(const std::vector<std::string>& names) {
+        for (const std::string& name : names) {
+            names_.insert(immutableName(name));
+        }
+        if (names_.empty()) names_.insert("NSNumber");
+    }
+
+    /// The same, inside of a list or dictionary.
+    Expectation inside() const {
+        Expectation inner = *this;
+        inner.isInside_ = true;
+        return inner;
+    }
+
+    bool admits(const std::vector<std::string>& ancestry) const {
+        return std::any_of(ancestry.begin(), ancestry.end(), [&](const std::string& name) {
+            const std::string immutable = immutableName(name);
+            return names_.contains(immutable) || (isInside_ && isPropertyListClass(immutable));
+        });
+    }
+
+    std::string description() const {
+        std::string list;
+        for (const std::string& name : names_) {
+            list += (list.empty() ? "" : ", ") + name;
+        }
+        return list;
+    }
+
+private:
+    std::set<std::string> names_;
+    bool isInside_ = false;
+};
+
+using Entries = std::map<std::string, plist_t, std::less<>>;
+
+std::optional<Entries> entriesOf(plist_t node) {
+    if (!node || plist_get_node_type(node) != PLIST_DICT) return std::nullopt;
+    Entries entries;
+    for (auto& [key, value] : plistEntries(node)) {
+        entries.insert_or_assign(std::move(key), value);
+    }
+    return entries;
+}
+
+plist_t entry(const Entries& entries, std::string_view key) {
+    const auto found = entries.find(key);
+    return found == entries.end() ? nullptr : found->second;
+}
+
+bool isOfType(plist_t node, plist_type type) {
+    return node && plist_get_node_type(node) == type;
+}
+
+/// The class of a node that stands for itself; the empty text for a dictionary.
+std::string bareClassOf(plist_t node) {
+    switch (plist_get_node_type(node)) {
+    case PLIST_STRING:
+        return "NSString";
+    case PLIST_BOOLEAN:
+    case PLIST_UINT:
+    case PLIST_REAL:
+        return "NSNumber";
+    case PLIST_DATA:
+        return "NSData";
+    case PLIST_DATE:
+        return "NSDate";
+    default:
+        return "";
+    }
+}
+
+class Unarchiver {
+public:
+    using Outcome = base::Result<base::Value>;
+
+    Outcome unarchive(std::string_view bytes, const Expectation& expected) {
+        if (!bytes.starts_with("bplist")) return refused("it is not in the binary form");
+        auto tree = readBinaryPlist(bytes);
+        if (!tree) return refused(tree.error().localizedDescription);
+        const std::optional<Entries> archive = entriesOf(tree->get());
+        if (!archive) return refused("it is no keyed archive");
+        const std::optional<Entries> top = entriesOf(entry(*archive, "$top"));
+        const plist_t objects = entry(*archive, "$objects");
+        if (!isOfType(objects, PLIST_ARRAY) || !top) return refused("it is no keyed archive");
+        const plist_t root = entry(*top, "root");
+        if (!isOfType(root, PLIST_UID)) return refused("it has no root");
+        nodes_ = plistItems(objects);
+        made_.resize(nodes_.size());
+        return valueOf(root, expected, "root", 1);
+    }
+
+private:
+    struct Made {
+        bool isUnderWay = false;
+        base::ObjectRef object;
+    };
+
+    /// The value of a node that stands under a key or in a list: a reference, or an inline number.
+    Outcome valueOf(plist_t node, const Expectation& expected, const std::string& place, int depth) {
+        if (++valueCount_ > maximumPlistValues) return refused("it unfolds into too many values");
+        if (depth > maximumPlistDepth) return refused("it is nested too deeply");
+        if (!isOfType(node, PLIST_UID)) return bareValue(node, expected, place);
+        const std::uint64_t uid = plistUID(node);
+        if (uid == 0) return base::Value();
+        if (uid >= nodes_.size()) return refused("a reference leads outside of it");
+        if (!isOfType(nodes_[uid], PLIST_DICT)) return bareValue(nodes_[uid], expected, place);
+        if (made_[uid].isUnderWay) return refused("an object contains itself");
+        made_[uid].isUnderWay = true;
+        Outcome value = objectValue(uid, expected, place, depth);
+        made_[uid].isUnderWay = false;
+        return value;
+    }
+
+    static base::Result<void> check(const std::vector<std::string>& ancestry, const Expectation& expected,
+                                    const std::string& place) {
+        if (expected.admits(ancestry)) return {};
+        return refused("the value under \"" + place + "\" is of the unexpected class " + ancestry.front() +
+                       "; expected: " + expected.description());
+    }
+
+    static Outcome bareValue(plist_t node, const Expectation& expected, const std::string& place) {
+        const std::string name = bareClassOf(node);
+        if (name.empty()) return refused("the value under \"" + place + "\" is of no known form");
+        if (auto checked = check({name}, expected, place); !checked) return base::failure(checked.error());
+        switch (plist_get_node_type(node)) {
+        case PLIST_STRING:
+            return textValue(plistText(node));
+        case PLIST_BOOLEAN:
+            return base::Value(plistBoolean(node));
+        case PLIST_UINT:
+            return base::Value(plistInteger(node));
+        case PLIST_REAL:
+            return base::Value(plistReal(node));
+        case PLIST_DATA:
+            return base::Value(plistData(node));
+        default:
+            return refused("a date stands without its class");
+        }
+    }
+
+    static Outcome textValue(std::string_view text) {
+        if (!isValidUTF8(text)) return refused("a text is damaged");
+        return base::Value(text);
+    }
+
+    Outcome objectValue(std::uint64_t uid, const Expectation& expected, const std::string& place, int depth) {
+        const Entries entries = *entriesOf(nodes_[uid]);
+        const std::optional<std::string> name = classNameOf(entries);
+        if (!name) return refused("an object has no class");
+        if (auto checked = check(ancestryOf(*name), expected, place); !checked) return base::failure(checked.error());
+        if (const auto archivedClass = archivedClassNamed(*name)) {
+            return madeObject(uid, entries, *archivedClass, depth);
+        }
+        const std::string kind = immutableName(*name);
+        if (kind == "NSArray") return arrayValue(entries, expected, place, depth);
+        if (kind == "NSDictionary") return dictionaryValue(entries, expected, place, depth);
+        if (kind == "NSString") return longText(entries);
+        if (kind == "NSData") return longData(entries);
+        if (kind == "NSDate") return dateValue(entries);
+        if (kind == "NSURL") return urlValue(entries, depth);
+        if (kind == "NSValue") return geometryValue(entries, depth);
+        if (kind == "NSNull") return base::Value();
+        return refused("the class " + *name + " is not known");
+    }
+
+    std::optional<std::string> classNameOf(const Entries& entries) const {
+        const plist_t reference = entry(entries, "$class");
+        if (!isOfType(reference, PLIST_UID) || plistUID(reference) >= nodes_.size()) return std::nullopt;
+        const auto description = entriesOf(nodes_[plistUID(reference)]);
+        if (!description) return std::nullopt;
+        const plist_t name = entry(*description, "$classname");
+        if (!isOfType(name, PLIST_STRING)) return std::nullopt;
+        return std::string(plistText(name));
+    }
+
+    Outcome madeObject(std::uint64_t uid, const Entries& entries, const ArchivedClass& archivedClass, int depth) {
+        if (made_[uid].object) return base::Value(made_[uid].object);
+        base::Dictionary values;
+        for (const auto& [key, classes] : archivedClass.keys) {
+            const plist_t node = entry(entries, key);
+            if (!node) continue;
+            Outcome value = valueOf(node, Expectation(classes), key, depth + 1);
+            if (!value) return value;
+            if (!value->isNothing()) values.emplace(key, std::move(*value));
+        }
+        base::Result<base::ObjectRef> object = archivedClass.make(std::move(values));
+        if (!object) return base::failure(std::move(object.error()));
+        made_[uid].object = *object;
+        return base::Value(std::move(*object));
+    }
+
+    Outcome arrayValue(const Entries& entries, const Expectation& expected, const std::string& place, int depth) {
+        const plist_t items = entry(entries, "NS.objects");
+        if (!isOfType(items, PLIST_ARRAY)) return refused("a list is damaged");
+        const Expectation inside = expected.inside();
+        base::Array array;
+        for (plist_t item : plistItems(items)) {
+            Outcome value = valueOf(item, inside, place, depth + 1);
+            if (!value) return value;
+            array.push_back(std::move(*value));
+        }
+        return base::Value(std::move(array));
+    }
+
+    Outcome dictionaryValue(const Entries& entries, const Expectation& expected, const std::string& place, int depth) {
+        const plist_t keys = entry(entries, "NS.keys");
+        const plist_t items = entry(entries, "NS.objects");
+        if (!isOfType(keys, PLIST_ARRAY) || !isOfType(items, PLIST_ARRAY) ||
+            plist_array_get_size(keys) != plist_array_get_size(items)) {
+            return refused("a dictionary is damaged");
+        }
+        static const Expectation aText({"NSString"});
+        const Expectation inside = expected.inside();
+        const std::vector<plist_t> keyNodes = plistItems(keys);
+        const std::vector<plist_t> itemNodes = plistItems(items);
+        base::Dictionary dictionary;
+        for (std::size_t index = 0; index < keyNodes.size(); ++index) {
+            Outcome key = valueOf(keyNodes[index], aText, place, depth + 1);
+            if (!key) return key;
+            if (!key->isText()) return refused("a key of a dictionary is no text");
+            Outcome value = valueOf(itemNodes[index], inside, *key->text(), depth + 1);
+            if (!value) return value;
+            dictionary.insert_or_assign(*key->text(), std::move(*value));
+        }
+        return base::Value(std::move(dictionary));
+    }
+
+    static Outcome longText(const Entries& entries) {
+        if (const plist_t text = entry(entries, "NS.string"); isOfType(text, PLIST_STRING)) {
+            return textValue(plistText(text));
+        }
+        if (const plist_t bytes = entry(entries, "NS.bytes"); isOfType(bytes, PLIST_DATA)) {
+            return textValue(plistData(bytes).asText());
+        }
+        return refused("a text is damaged");
+    }
+
+    static Outcome longData(const Entries& entries) {
+        const plist_t bytes = entry(entries, "NS.data");
+        if (!isOfType(bytes, PLIST_DATA)) return refused("data are damaged");
+        return base::Value(plistData(bytes));
+    }
+
+    static Outcome dateValue(const Entries& entries) {
+        const plist_t time = entry(entries, "NS.time");
+        if (isOfType(time, PLIST_REAL)) return base::Value(dateFromSecondsSinceReferenceDate(plistReal(time)));
+        if (isOfType(time, PLIST_UINT)) {
+            return base::Value(dateFromSecondsSinceReferenceDate(static_cast<double>(plistInteger(time))));
+        }
+        return refused("a date is damaged");
+    }
+
+    Outcome urlValue(const Entries& entries, int depth) {
+        static const Expectation aText({"NSString"});
+        static const Expectation aURL({"NSURL"});
+        const plist_t relativeNode = entry(entries, "NS.relative");
+        const plist_t baseNode = entry(entries, "NS.base");
+        if (!relativeNode) return refused("a URL is damaged");
+        Outcome relative = valueOf(relativeNode, aText, "NS.relative", depth + 1);
+        if (!relative) return relative;
+        if (!relative->isText()) return refused("a URL is damaged");
+        Outcome base = baseNode ? valueOf(baseNode, aURL, "NS.base", depth + 1) : Outcome();
+        if (!base) return base;
+        const auto* baseURL = base->as<base::URL>();
+        const bool isAbsolute = relative->text()->find(':') != std::string::npos;
+        if (!baseURL || isAbsolute) return base::Value(base::URL::fromString(*relative->text()));
+        return base::Value(baseURL->appendingPathComponent(base::percentDecoded(*relative->text())));
+    }
+
+    Outcome geometryValue(const Entries& entries, int depth) {
+        static const Expectation aText({"NSString"});
+        for (const char* key : {"NS.pointval", "NS.sizeval", "NS.rectval"}) {
+            const plist_t node = entry(entries, key);
+            if (!node) continue;
+            Outcome form = valueOf(node, aText, key, depth + 1);
+            if (!form) return form;
+            if (!form->isText()) break;
+            const std::string text = *form->text();
+            if (key == std::string_view("NS.pointval")) return base::Value(base::pointFromString(text));
+            if (key == std::string_view("NS.sizeval")) return base::Value(base::sizeFromString(text));
+            return base::Value(base::rectFromString(text));
+        }
+        return refused("a geometric value is damaged");
+    }
+
+    std::vector<plist_t> nodes_;
+    std::vector<Made> made_;
+    std::uint64_t valueCount_ = 0;
+};
+
+} // namespace
+
+base::Result<base::Value> unarchived(std::string_view bytes, const std::vector<std::string>& allowedClasses) {
+    return Unarchiver().unarchive(bytes, Expectation(allowedClasses));
+}
+
+} // namespace platform::data
