@@ -39,8 +39,11 @@ public:
         /// Changes are collected for this long after a delivery before the next one.
         std::chrono::nanoseconds latency{std::chrono::milliseconds(500)};
         /// The first change after a quiet time is delivered at once and those that follow are grouped; without it the
-        /// first one waits for the latency too.
+        /// first one waits for the latency too. What is still being made waits in either case: a new entry until its
+        /// file is closed or the latency has passed, and changes inside a subfolder until it has been quiet there for
+        /// the latency, though never longer than `patience` latencies.
         bool noDefer = true;
+        int patience = 5;
         /// Report changed files, not the folders that they are in.
         bool fileEvents = false;
         /// How often a folder is looked at where events do not come. Slow folders are looked at less often.

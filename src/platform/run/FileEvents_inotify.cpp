@@ -1,0 +1,369 @@
+#include "platform/run/FileEvents.h"
+
+#include "internal/EventCollector.h"
+#include "internal/FileWatcherThread.h"
+#include "internal/FolderEntries.h"
+#include "internal/FolderSnapshot.h"
+#include "internal/InotifyWatches.h"
+
+#include "base/Log.h"
+#include "base/Path.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <utility>
+
+namespace platform::run {
+
+namespace {
+
+using std::chrono::nanoseconds;
+
+// Entries come and go, files are closed after writing, modes and times change. Not each single write: what is still
+// open is still being made.
+constexpr std::uint32_t entryMask =
+    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE | IN_ATTRIB | IN_EXCL_UNLINK;
+constexpr std::uint32_t selfMask = IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr std::uint32_t arrivalMask = IN_CREATE | IN_MOVED_TO;
+constexpr std::uint32_t placeMask = arrivalMask | IN_DELETE | IN_MOVED_FROM;
+
+// What stands at a path.
+struct Standing {
+    enum class Kind { missing, file, folder } kind = Kind::missing;
+    dev_t device = 0;
+    ino_t number = 0;
+    friend bool operator==(const Standing&, const Standing&) = default;
+
+    static Standing at(const std::string& path) {
+        struct stat status {};
+        if (stat(path.c_str(), &status) != 0) return {};
+        return {S_ISDIR(status.st_mode) ? Kind::folder : Kind::file, status.st_dev, status.st_ino};
+    }
+    bool isMissing() const { return kind == Kind::missing; }
+    bool isFolder() const { return kind == Kind::folder; }
+};
+
+std::string deepestExistingFolder(std::string path) {
+    while (!Standing::at(path).isFolder() && path != "/")
+        path = base::deletingLastPathComponent(path);
+    return path;
+}
+
+// Whether the volume changes behind the kernel's back: other machines write to it, or programs that do not tell.
+bool isRemoteVolume(const std::string& path) {
+    constexpr std::int64_t types[] = {0x6969 /* NFS */,       0x517B /* SMB */,      0xFF534D42 /* CIFS */,
+                                      0xFE534D42 /* SMB 2 */, 0x65735546 /* FUSE */, 0x01021997 /* 9P */,
+                                      0x5346414F /* AFS */,   0x00C36400 /* Ceph */, 0x786F4256 /* shared folders */};
+    struct statfs status {};
+    if (statfs(deepestExistingFolder(path).c_str(), &status) != 0) return false;
+    const auto type = static_cast<std::int64_t>(static_cast<std::uint32_t>(status.f_type));
+    return std::find(std::begin(types), std::end(types), type) != std::end(types);
+}
+
+} // namespace
+
+class FileEventStream::Implementation final : public FileWatcherThread::Client,
+                                              public std::enable_shared_from_this<Implementation> {
+public:
+    Implementation(const std::vector<std::string>& paths, Options options, Callback callback)
+        : options_(std::move(options)), collector_(std::make_shared<EventCollector>(options_, std::move(callback))) {
+        if (!options_.clock) options_.clock = clock();
+        for (const std::string& path : paths)
+            if (path.starts_with('/')) roots_.emplace_back().path = withoutTrailingSlashes(path);
+    }
+
+    void setQueue(QueueRef queue) {
+        std::lock_guard lock(mutex_);
+        hasQueue_ = queue != nullptr;
+        collector_->setQueue(std::move(queue));
+    }
+
+    bool start() {
+        std::lock_guard lock(mutex_);
+        if (roots_.empty() || !hasQueue_) return false;
+        if (std::exchange(isRunning_, true)) return true;
+        collector_->start();
+        rebuild();
+        return true;
+    }
+
+    void stop() {
+        std::lock_guard lock(mutex_);
+        isRunning_ = false;
+        ++generation_;
+        collector_->stop();
+        closeWatches();
+    }
+
+    void descriptorIsReadable() override {
+        std::lock_guard lock(mutex_);
+        if (!watches_) return;
+        changes_.clear();
+        needsRebuild_ = false;
+        watches_->read([this](const InotifyWatches::Record& record) { handle(record); });
+        if (needsRebuild_) rebuildAndReport();
+        collector_->add(changes_);
+    }
+
+    void mountsDidChange() override {
+        std::lock_guard lock(mutex_);
+        if (!isRunning_) return;
+        const bool isSame = std::all_of(roots_.begin(), roots_.end(),
+                                        [](const Root& root) { return Standing::at(root.path) == root.standing; });
+        if (isSame) return;
+        changes_.clear();
+        rebuildAndReport();
+        collector_->add(changes_);
+    }
+
+private:
+    struct Root {
+        std::string path;
+        Standing standing;
+        std::string anchor; // while nothing stands at the path, or a file: the folder in which the next change shows
+        bool isPolled = false;
+        FolderSnapshot snapshot; // while polled
+    };
+
+    static std::string withoutTrailingSlashes(std::string path) {
+        while (path.size() > 1 && path.ends_with('/'))
+            path.pop_back();
+        return path;
+    }
+
+    // Attaching ------------------------------------------------------------------------------------------------------
+
+    void closeWatches() {
+        if (!watches_) return;
+        FileWatcherThread::shared().remove(watches_->descriptor());
+        watches_.reset();
+    }
+
+    // Sets up all watches from nothing, by what stands at the paths now.
+    void rebuild() {
+        ++generation_;
+        closeWatches();
+        auto watches = std::make_unique<InotifyWatches>();
+        if (watches->descriptor() >= 0) {
+            watches_ = std::move(watches);
+            FileWatcherThread::shared().add(watches_->descriptor(), weak_from_this());
+        }
+        for (std::size_t index = 0; index < roots_.size(); ++index)
+            attach(index);
+    }
+
+    void attach(std::size_t index) {
+        Root& root = roots_[index];
+        root.isPolled = options_.alwaysPoll || !watches_ || isRemoteVolume(root.path);
+        // What stands there may change while the watches are set; they see what comes after them.
+        constexpr int attempts = 8;
+        for (int attempt = 0; attempt < attempts; ++attempt) {
+            root.standing = Standing::at(root.path);
+            root.anchor = root.standing.isFolder() ? root.path : deepestExistingFolder(root.path);
+            if (!root.isPolled) watch(root);
+            if (Standing::at(root.path) == root.standing &&
+                (root.standing.isFolder() || deepestExistingFolder(root.path) == root.anchor))
+                break;
+        }
+        if (root.isPolled) {
+            root.snapshot = FolderSnapshot::of(root.path, options_.fileEvents);
+            schedulePoll(index, options_.pollInterval);
+        }
+    }
+
+    void watch(Root& root) {
+        if (root.standing.isFolder()) {
+            check(root, watches_->add(root.path, entryMask | selfMask));
+            for (const FolderEntry& entry : folderEntries(root.path))
+                if (entry.isFolder) watchSubfolder(root, pathOfEntry(root.path, entry.name));
+        } else {
+            const bool isFile = root.standing.kind == Standing::Kind::file;
+            check(root, watches_->add(root.anchor, (isFile ? entryMask : placeMask) | selfMask));
+        }
+        // A folder that is moved takes its contents along silently, so the ancestors are watched for that alone.
+        for (std::string path = root.anchor; path != "/";) {
+            const bool isRoot = path == root.path;
+            path = base::deletingLastPathComponent(path);
+            watches_->add(path, isRoot ? placeMask | selfMask : selfMask);
+        }
+    }
+
+    void watchSubfolder(Root& root, const std::string& path) {
+        check(root, watches_->add(path, entryMask | IN_DONT_FOLLOW));
+    }
+
+    void check(Root& root, int error) {
+        if (error == 0 || error == ENOENT || error == ENOTDIR || error == ELOOP) return; // gone: its parent tells
+        if (root.isPolled) return;
+        root.isPolled = true;
+        needsRebuild_ = true; // for the watches to come; while they are being set it is seen by attach()
+        base::log("WARNING: cannot watch %@ (%s); looking at it every %g seconds", root.path, std::strerror(error),
+                  std::chrono::duration<double>(options_.pollInterval).count());
+    }
+
+    // Handling -------------------------------------------------------------------------------------------------------
+
+    void report(std::string path, std::uint32_t flags = fileEventFlags::none, bool isSettling = false) {
+        changes_.push_back({std::move(path), flags, isSettling});
+    }
+
+    // Whatever was lost with the old watches is covered: each path is reported as a whole.
+    void rebuildAndReport() {
+        std::vector<Standing> before;
+        for (const Root& root : roots_)
+            before.push_back(root.standing);
+        rebuild();
+        for (std::size_t index = 0; index < roots_.size(); ++index) {
+            const bool isSame = roots_[index].standing == before[index];
+            if (isSame && roots_[index].standing.isMissing()) continue;
+            report(roots_[index].path, isSame ? fileEventFlags::mustScanSubDirs : fileEventFlags::rootChanged);
+        }
+    }
+
+    void handle(const InotifyWatches::Record& record) {
+        if (record.mask & (IN_Q_OVERFLOW | IN_UNMOUNT)) {
+            needsRebuild_ = true;
+            return;
+        }
+        for (Root& root : roots_) {
+            if (root.standing.isFolder()) {
+                if (record.folder == root.path)
+                    rootFolderDidChange(root, record);
+                else if (isEntryOf(root.path, record.folder))
+                    subfolderDidChange(record);
+            } else if (record.folder == root.anchor) {
+                anchorDidChange(root, record);
+            }
+            if ((record.mask & selfMask) && isSameOrAbove(record.folder, root.path)) needsRebuild_ = true;
+        }
+    }
+
+    void rootFolderDidChange(Root& root, const InotifyWatches::Record& record) {
+        if (record.name.empty()) {
+            if (record.mask & IN_ATTRIB) report(root.path);
+            return;
+        }
+        const std::string entry = pathOfEntry(root.path, std::string(record.name));
+        const bool isArrival = record.mask & arrivalMask;
+        const bool isSettling = record.mask & IN_CREATE;
+        report(options_.fileEvents ? entry : root.path, fileEventFlags::none, isSettling);
+        if (!(record.mask & IN_ISDIR)) return;
+        if (record.mask & IN_MOVED_FROM) {
+            watches_->remove(entry); // the watch would follow it to its new place
+        } else if (isArrival) {
+            watchSubfolder(root, entry);
+            // What was put into it before it was watched.
+            if (!options_.fileEvents)
+                report(entry, fileEventFlags::none, isSettling);
+            else
+                for (const FolderEntry& inside : folderEntries(entry))
+                    if (!inside.isFolder) report(pathOfEntry(entry, inside.name), fileEventFlags::none, isSettling);
+        }
+    }
+
+    void subfolderDidChange(const InotifyWatches::Record& record) {
+        if (record.name.empty()) return; // its own coming and going is told of its parent
+        std::string path = record.folder;
+        if (options_.fileEvents) path = pathOfEntry(path, std::string(record.name));
+        report(std::move(path), fileEventFlags::none, true);
+    }
+
+    // Of the folder in which the observed path, or what leads to it, stands or is to come.
+    void anchorDidChange(const Root& root, const InotifyWatches::Record& record) {
+        const std::string entry = pathOfEntry(record.folder, std::string(record.name));
+        if (record.name.empty() || !isSameOrAbove(entry, root.path)) return;
+        if (entry == root.path && root.standing.kind == Standing::Kind::file)
+            report(root.path, fileEventFlags::none, record.mask & IN_CREATE);
+        if (record.mask & placeMask) needsRebuild_ = true;
+    }
+
+    // The removal of a folder that some program stands in is told by its parent alone.
+    void parentDidChange(const Root& root, const InotifyWatches::Record& record) {
+        if ((record.mask & placeMask) && base::lastPathComponent(root.path) == record.name) needsRebuild_ = true;
+    }
+
+    static bool isEntryOf(const std::string& folder, const std::string& path) {
+        return path.size() > folder.size() + 1 && isSameOrAbove(folder, path) &&
+               path.find('/', folder == "/" ? 1 : folder.size() + 1) == std::string::npos;
+    }
+
+    static bool isSameOrAbove(const std::string& path, const std::string& other) {
+        if (path == "/") return true;
+        return other.starts_with(path) && (other.size() == path.size() || other[path.size()] == '/');
+    }
+
+    // Polling --------------------------------------------------------------------------------------------------------
+
+    void schedulePoll(std::size_t index, nanoseconds delay) {
+        options_.clock->after(delay, Queue::global(QualityOfService::utility),
+                              [weak = weak_from_this(), index, generation = generation_] {
+                                  if (const auto self = weak.lock()) self->poll(index, generation);
+                              });
+    }
+
+    void poll(std::size_t index, std::uint64_t generation) {
+        {
+            std::lock_guard lock(mutex_);
+            if (generation != generation_) return;
+        }
+        // Without the lock: a volume that answers slowly, or not at all, must not hold up the others.
+        const auto begin = std::chrono::steady_clock::now();
+        const std::string path = roots_[index].path;
+        const Standing standing = Standing::at(path);
+        FolderSnapshot snapshot = FolderSnapshot::of(path, options_.fileEvents);
+        const nanoseconds duration = std::chrono::steady_clock::now() - begin;
+
+        std::lock_guard lock(mutex_);
+        if (generation != generation_) return;
+        Root& root = roots_[index];
+        changes_.clear();
+        if (standing != root.standing) report(path, fileEventFlags::rootChanged);
+        for (std::string& changed : root.snapshot.changesTo(snapshot))
+            report(std::move(changed));
+        root.standing = standing;
+        root.snapshot = std::move(snapshot);
+        collector_->add(changes_);
+        constexpr int rarity = 10; // a look never takes more than a tenth of the time
+        schedulePoll(index, std::max(options_.pollInterval, duration * rarity));
+    }
+
+    Options options_;
+    const std::shared_ptr<EventCollector> collector_;
+
+    std::mutex mutex_; // guards what follows; the paths of the roots never change
+    std::vector<Root> roots_;
+    bool hasQueue_ = false;
+    bool isRunning_ = false;
+    std::uint64_t generation_ = 0; // polls of an earlier one are void
+    std::unique_ptr<InotifyWatches> watches_;
+    std::vector<CollectedChange> changes_; // of the records that are being handled
+    bool needsRebuild_ = false;
+};
+
+FileEventStream::FileEventStream(std::vector<std::string> paths, Options options, Callback callback)
+    : implementation_(std::make_shared<Implementation>(paths, std::move(options), std::move(callback))) {}
+
+FileEventStream::~FileEventStream() {
+    implementation_->stop();
+}
+
+void FileEventStream::setQueue(QueueRef queue) {
+    implementation_->setQueue(std::move(queue));
+}
+
+bool FileEventStream::start() {
+    return implementation_->start();
+}
+
+void FileEventStream::stop() {
+    implementation_->stop();
+}
+
+} // namespace platform::run

@@ -1,0 +1,103 @@
+#include "internal/EventCollector.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace platform::run {
+
+EventCollector::EventCollector(const FileEventStream::Options& options, FileEventStream::Callback callback)
+    : clock_(options.clock ? options.clock : clock()), latency_(std::max(options.latency, Nanoseconds(0))),
+      longestWait_(latency_ * std::max(options.patience, 1)), noDefer_(options.noDefer),
+      callback_(std::move(callback)) {}
+
+void EventCollector::setQueue(QueueRef queue) {
+    std::lock_guard lock(mutex_);
+    queue_ = std::move(queue);
+}
+
+void EventCollector::start() {
+    std::lock_guard lock(mutex_);
+    isStarted_ = true;
+}
+
+void EventCollector::stop() {
+    std::lock_guard lock(mutex_);
+    isStarted_ = false;
+    ++run_;
+    nextLook_.reset();
+    paths_.clear();
+    flags_.clear();
+    indexes_.clear();
+    lastDelivery_.reset();
+    firstSettling_.reset();
+    due_.reset();
+    isDueForGood_ = false;
+}
+
+void EventCollector::add(const std::vector<CollectedChange>& changes) {
+    std::lock_guard lock(mutex_);
+    if (!isStarted_ || changes.empty()) return;
+    const Nanoseconds now = clock_->now();
+    for (const CollectedChange& change : changes)
+        addLocked(change, now);
+    scheduleLocked(now);
+}
+
+void EventCollector::addLocked(const CollectedChange& change, Nanoseconds now) {
+    const auto [place, isNew] = indexes_.try_emplace(change.path, paths_.size());
+    if (isNew) {
+        paths_.push_back(change.path);
+        flags_.push_back(change.flags);
+    } else {
+        flags_[place->second] |= change.flags;
+    }
+
+    const Nanoseconds earliest = lastDelivery_ ? std::max(now, *lastDelivery_ + latency_) : now;
+    if (change.isSettling) {
+        if (!firstSettling_) firstSettling_ = now;
+        if (!isDueForGood_) due_ = std::max(earliest, std::min(now + latency_, *firstSettling_ + longestWait_));
+    } else if (!isDueForGood_) {
+        const Nanoseconds wanted = noDefer_ ? earliest : now + latency_;
+        due_ = due_ ? std::min(*due_, wanted) : wanted;
+        isDueForGood_ = true;
+    }
+}
+
+void EventCollector::scheduleLocked(Nanoseconds now) {
+    if (!due_ || !queue_ || (nextLook_ && *nextLook_ <= *due_)) return;
+    nextLook_ = due_;
+    auto look = [weak = weak_from_this(), run = run_] {
+        if (const auto self = weak.lock()) self->deliverIfDue(run);
+    };
+    if (*due_ <= now)
+        queue_->async(std::move(look));
+    else
+        clock_->after(*due_ - now, queue_, std::move(look));
+}
+
+void EventCollector::deliverIfDue(std::uint64_t run) {
+    std::vector<std::string> paths;
+    std::vector<std::uint32_t> flags;
+    {
+        std::lock_guard lock(mutex_);
+        if (run != run_) return;
+        const Nanoseconds now = clock_->now();
+        // Of several looks under way the earliest one comes first; a later one finds nothing or what came meanwhile.
+        if (nextLook_ && *nextLook_ <= now) nextLook_.reset();
+        if (!due_) return;
+        if (now < *due_) {
+            scheduleLocked(now);
+            return;
+        }
+        paths.swap(paths_);
+        flags.swap(flags_);
+        indexes_.clear();
+        firstSettling_.reset();
+        due_.reset();
+        isDueForGood_ = false;
+        lastDelivery_ = now;
+    }
+    callback_(paths, flags);
+}
+
+} // namespace platform::run

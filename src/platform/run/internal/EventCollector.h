@@ -1,0 +1,62 @@
+// The grouping of changes by a latency: what is reported is collected and handed on, each path once, by the rules that
+// FileEvents.h states. Any thread; deliveries run on the queue.
+#pragma once
+
+#include "platform/run/FileEvents.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace platform::run {
+
+/// One change. `isSettling`: more of the same is to be expected.
+struct CollectedChange {
+    std::string path;
+    std::uint32_t flags = fileEventFlags::none;
+    bool isSettling = false;
+};
+
+class EventCollector : public std::enable_shared_from_this<EventCollector> {
+public:
+    EventCollector(const FileEventStream::Options& options, FileEventStream::Callback callback);
+
+    void setQueue(QueueRef queue);
+    void start();
+    /// Drops what was collected.
+    void stop();
+    void add(const std::vector<CollectedChange>& changes);
+
+private:
+    using Nanoseconds = std::chrono::nanoseconds;
+
+    void addLocked(const CollectedChange& change, Nanoseconds now);
+    void scheduleLocked(Nanoseconds now);
+    void deliverIfDue(std::uint64_t run);
+
+    const ClockRef clock_;
+    const Nanoseconds latency_;
+    const Nanoseconds longestWait_;
+    const bool noDefer_;
+    const FileEventStream::Callback callback_;
+
+    std::mutex mutex_;
+    QueueRef queue_;
+    bool isStarted_ = false;
+    std::uint64_t run_ = 0;          // looks of an earlier run find nothing
+    std::vector<std::string> paths_; // in the order of their first change
+    std::vector<std::uint32_t> flags_;
+    std::unordered_map<std::string, std::size_t> indexes_;
+    std::optional<Nanoseconds> lastDelivery_;
+    std::optional<Nanoseconds> firstSettling_;
+    std::optional<Nanoseconds> due_;      // when all that is collected is delivered
+    bool isDueForGood_ = false;           // settling changes no longer put it off
+    std::optional<Nanoseconds> nextLook_; // when deliverIfDue runs next
+};
+
+} // namespace platform::run
