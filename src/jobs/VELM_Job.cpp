@@ -119,8 +119,10 @@ VELM_Job::Ref VELM_Job::instanceWithXMLObject(const base::Data& data) {
 void VELM_Job::setObject(base::Value value, std::string_view key) {
     if (valueForKeyInDict(key) == value) return;
     change(key, [&] {
-        if (value.isNothing()) valuesDict_.erase(std::string(key));
-        else valuesDict_.insert_or_assign(std::string(key), std::move(value));
+        if (value.isNothing())
+            valuesDict_.erase(std::string(key));
+        else
+            valuesDict_.insert_or_assign(std::string(key), std::move(value));
     });
 }
 
@@ -251,8 +253,8 @@ void VELM_Job::makePreviewItems() {
     } else {
         const auto* allImages = valueForKeyInDict("allimages").as<base::Array>();
         if (const auto path = graphicPath()) {
-            const bool isListed = allImages && std::find(allImages->begin(), allImages->end(), base::Value(*path)) !=
-                                                   allImages->end();
+            const bool isListed =
+                allImages && std::find(allImages->begin(), allImages->end(), base::Value(*path)) != allImages->end();
             if (!isListed) items.push_back(fileURLForPath(*path));
         }
         if (allImages)

@@ -23,7 +23,6 @@
 #include <utility>
 #include <vector>
 
-class VELM_Package;
 class VELM_Template;
 
 class VELM_Job final : public base::Object,
@@ -122,7 +121,6 @@ public:
 
     void addReplacements(const base::Dictionary& replacements);
     void addTemplates(const std::vector<std::shared_ptr<VELM_Template>>& templates);
-    void addPackages(const std::vector<std::shared_ptr<VELM_Package>>& packages);
     /// Keeps the outputs among the objects.
     void addOutputs(const base::Array& outputs);
     struct JobImage {
@@ -130,7 +128,6 @@ public:
         std::shared_ptr<VELM_Template> imageTemplate; ///< Null for a picture without a template of its own.
     };
     void addImages(const std::vector<JobImage>& images);
-    const std::vector<std::shared_ptr<VELM_Package>>& packages() const { return packages_; }
     const std::vector<std::shared_ptr<VELM_Template>>& templates() const { return templates_; }
     const std::vector<base::URL>& images() const { return images_; }
 
@@ -169,7 +166,6 @@ private:
     std::optional<base::URL> urlJobContainer_;
     platform::data::XMLDocumentRef xmlDoc_;
     std::optional<base::URL> previewItemURL_;
-    std::vector<std::shared_ptr<VELM_Package>> packages_;
     base::Dictionary valuesDict_;
     std::vector<std::optional<base::URL>> previewItems_;
     std::vector<std::shared_ptr<VELM_Template>> templates_;

@@ -11,56 +11,17 @@
 
 #include "folders/KLARON_FileEvent.h"
 #include "folders/VELM_FolderSet.h"
+#include "jobs/FolderContainer.h"
 #include "jobs/VELM_Job.h"
 #include "platform/run/Observation.h"
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-namespace jobs {
-
-/// The objects made from the items of a folder, by path. Shared with the scans of the folder; any thread.
-class FolderContainer {
-public:
-    using Items = std::map<std::string, base::ObjectRef>;
-
-    Items items() const {
-        std::lock_guard lock(mutex_);
-        return items_;
-    }
-    bool holds(const std::string& path) const {
-        std::lock_guard lock(mutex_);
-        return items_.contains(path);
-    }
-    bool isEmpty() const {
-        std::lock_guard lock(mutex_);
-        return items_.empty();
-    }
-    void removeAll() {
-        Items removed; // let go of without the lock
-        std::lock_guard lock(mutex_);
-        items_.swap(removed);
-    }
-    void merge(const Items& additions, const Items& removals) {
-        std::lock_guard lock(mutex_);
-        for (const auto& [path, object] : additions)
-            items_.insert_or_assign(path, object);
-        for (const auto& [path, object] : removals)
-            items_.erase(path);
-    }
-
-private:
-    mutable std::mutex mutex_;
-    Items items_;
-};
-
-} // namespace jobs
 
 class VELM_JobFolders final : public VELM_FolderSet, public std::enable_shared_from_this<VELM_JobFolders> {
 public:
@@ -138,10 +99,12 @@ public:
     KLARON_FileEvent::Ref fileEvent() const;
     /// Forgets the folder's jobs and starts its stream anew; the stream's first event makes the first scan.
     void configureJobsFolder();
+    /// Ends the stream; the jobs stay.
+    void stopWatching() { setFileEvent(nullptr); }
 
     using ObjectInit = std::function<base::ObjectRef(const base::URL& item)>;
-    using Reload = std::function<void(const jobs::FolderContainer::Items& removed,
-                                      const jobs::FolderContainer::Items& added)>;
+    using Reload =
+        std::function<void(const jobs::FolderContainer::Items& removed, const jobs::FolderContainer::Items& added)>;
     /// Keeps `container` equal to what the folder holds of that type, from now on. Items of which `objectInit` makes
     /// nothing are tried again at each scan. Notifies on `keyPath`, then calls `reload`, on the main queue.
     void configureFolder(const base::URL& url, const std::shared_ptr<jobs::FolderContainer>& containerProperty,

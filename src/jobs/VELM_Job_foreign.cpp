@@ -2,6 +2,7 @@
 // reference. Its pictures' paths are relative to a search folder that it keeps in its own preferences.
 #include "jobs/VELM_Job.h"
 
+#include "base/MessageTemplate.h"
 #include "base/Text.h"
 #include "internal/XMLReading.h"
 #include "platform/data/UserDefaults.h"
@@ -25,8 +26,7 @@ std::optional<std::string> searchFolder() {
 }
 
 base::Error missingElement(std::string_view name) {
-    return {std::string(base::posixErrorDomain), jobs::jobErrorCode,
-            base::message("Error parsing job; no %@", name)};
+    return {std::string(base::posixErrorDomain), jobs::jobErrorCode, base::message("Error parsing job; no %@", name)};
 }
 
 } // namespace
@@ -37,8 +37,10 @@ void VELM_Job::parseXML_sorrelVersion1(const ParseCompletion& completion) {
         const std::string name = base::lowercase(child->name());
         if (std::find(plainElements.begin(), plainElements.end(), name) != plainElements.end())
             setObject(child->stringValue(), name);
-        else if (name == "allimages") parseAllImages(*child);
-        else buildDictionary(valuesDict_, *child);
+        else if (name == "allimages")
+            parseAllImages(*child);
+        else
+            buildDictionary(valuesDict_, *child);
     }
     const auto error = translateForeignValues();
     if (completion) completion(error);

@@ -36,15 +36,21 @@ void VELM_Job::parseXML(const ParseCompletion& completion) {
     const XMLNodeRef root = xmlDoc_ ? xmlDoc_->rootElement() : nullptr;
     if (root) {
         for (const XMLNodeRef& attribute : root->attributes()) {
-            if (equalIgnoringCase(attribute->name(), "type")) setObject(attribute->stringValue(), "type");
-            else if (equalIgnoringCase(attribute->name(), "version")) setObject(attribute->stringValue(), "version");
-            else jobs::logUnexpectedAttribute(*attribute);
+            if (equalIgnoringCase(attribute->name(), "type"))
+                setObject(attribute->stringValue(), "type");
+            else if (equalIgnoringCase(attribute->name(), "version"))
+                setObject(attribute->stringValue(), "version");
+            else
+                jobs::logUnexpectedAttribute(*attribute);
         }
     }
     if (equalIgnoringCase(jobType().value_or(""), className())) {
-        if (const auto error = jobs::versionError(version(), base::shortestDecimal(version()), jobType().value_or(""))) {
-            if (completion) completion(error);
-            else base::log("%@", *error);
+        if (const auto error =
+                jobs::versionError(version(), base::shortestDecimal(version()), jobType().value_or(""))) {
+            if (completion)
+                completion(error);
+            else
+                base::log("%@", *error);
             return;
         }
         parseXML_velmVersion1(completion);
@@ -59,9 +65,12 @@ void VELM_Job::parseXML_velmVersion1(const ParseCompletion& completion) {
     base::Array references;
     for (const XMLNodeRef& child : xmlDoc_->rootElement()->children()) {
         if (!jobs::isElementToRead(*child)) continue;
-        if (equalIgnoringCase(child->name(), "package")) parsePackage(child, references);
-        else if (equalIgnoringCase(child->name(), "allimages")) parseAllImages(*child);
-        else buildDictionary(valuesDict_, *child);
+        if (equalIgnoringCase(child->name(), "package"))
+            parsePackage(child, references);
+        else if (equalIgnoringCase(child->name(), "allimages"))
+            parseAllImages(*child);
+        else
+            buildDictionary(valuesDict_, *child);
     }
     if (!references.empty()) setObject(std::move(references), "package");
     if (completion) completion(std::nullopt);
@@ -79,9 +88,12 @@ void VELM_Job::parsePackage(const XMLNodeRef& element, base::Array& references) 
     bool isInline = false;
     for (const XMLNodeRef& attribute : element->attributes()) {
         const std::string name = base::lowercase(attribute->name());
-        if (name == "name" || name == "id" || name == "key") reference["name"] = attribute->stringValue();
-        else if (name == "plucode") reference["plucode"] = attribute->stringValue();
-        else if (name == "type") isInline = equalIgnoringCase(attribute->stringValue(), "inline");
+        if (name == "name" || name == "id" || name == "key")
+            reference["name"] = attribute->stringValue();
+        else if (name == "plucode")
+            reference["plucode"] = attribute->stringValue();
+        else if (name == "type")
+            isInline = equalIgnoringCase(attribute->stringValue(), "inline");
         else
             base::log("Found unexpected XML attribute \"%@=%@\" while parsing package", attribute->name(),
                       attribute->stringValue());

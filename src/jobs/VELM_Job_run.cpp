@@ -58,8 +58,10 @@ void VELM_Job::processJob(const Completion& completion) {
         // There is nothing to share the run's progress among, and a job that makes nothing must not pass for done.
         const base::Error error{std::string(base::posixErrorDomain), jobs::jobErrorCode,
                                 base::message("job %@ has no package references, so there is nothing to make", name())};
-        if (completion) completion(false, error);
-        else base::log("%@", error);
+        if (completion)
+            completion(false, error);
+        else
+            base::log("%@", error);
         return;
     }
     const std::int64_t remaining = progress_->totalUnitCount() - progress_->completedUnitCount();

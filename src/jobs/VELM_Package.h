@@ -7,6 +7,7 @@
 #include "base/Value.h"
 #include "output/VELM_Output.h"
 #include "platform/data/XMLDocument.h"
+#include "platform/run/Observation.h"
 #include "platform/run/Queue.h"
 #include "template/RenderingContext.h"
 #include "template/VELM_XML_object.h"
@@ -16,7 +17,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 class VELM_Job;
@@ -32,8 +32,6 @@ public:
     /// Looks at the package as far as it is read; setting `stop` ends the reading. `error` is present when the
     /// reading itself ends there.
     using Look = std::function<void(VELM_Package& package, const std::optional<base::Error>& error, bool& stop)>;
-
-    static constexpr std::string_view xmlElementName = "package";
 
     /// The package of a job's package reference: the inline one, or the one found in the job's Packages folder or else
     /// in the configured folder. Null when there is none.
@@ -69,17 +67,22 @@ public:
 
     std::vector<std::shared_ptr<VELM_Output>> outputs() const;
     Templates velmNodes() const;
+    /// Keeps the outputs among the objects; notifies on "outputs".
     void addOutputs(const base::Array& outputs);
+    platform::run::Observable& observable() { return observable_; }
     /// Each under its name; one without a name under a name that the next nameless one takes over.
     void addTemplates(const std::vector<std::shared_ptr<VELM_Template>>& templates);
-
-    std::vector<std::pair<std::string, std::string>> xmlElementAttributes() const;
-    std::vector<platform::data::XMLNodeRef> xmlElementChildren() const;
-    platform::data::XMLNodeRef asXMLElement();
 
     std::vector<std::string> auditedProductKeys() const { return {"thumbnail"}; }
     std::string className() const override { return "VELM_Package"; }
 
 private:
+    void addTemplate(const std::string& name, const std::shared_ptr<VELM_Template>& newTemplate);
+    void parseTemplateReference(const platform::data::XMLNode& element);
+    /// The root with at least its attributes: the cheap look reads no further.
+    platform::data::XMLNodeRef rootForFirstLook();
+    bool parseRootAttributes(const Look& look);
+
     std::weak_ptr<VELM_Job> job_;
+    platform::run::Observable observable_; // "outputs"
 };

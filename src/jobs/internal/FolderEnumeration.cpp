@@ -1,4 +1,4 @@
-#include "internal/FolderEnumeration.h"
+#include "FolderEnumeration.h"
 
 #include "base/Path.h"
 

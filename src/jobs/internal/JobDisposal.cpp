@@ -1,8 +1,8 @@
-#include "internal/JobDisposal.h"
+#include "JobDisposal.h"
 
+#include "MoveItem.h"
 #include "base/Log.h"
 #include "folders/DefaultsKeys.h"
-#include "internal/MoveItem.h"
 #include "platform/data/Dates.h"
 #include "platform/data/RegularExpression.h"
 #include "platform/data/UserDefaults.h"
@@ -25,8 +25,8 @@ VELM_JobFolders::FinishedJob disposeOfJob(const VELM_Job::Ref& job, const std::o
     base::log("Job completed successfully? %s (error:%@)", success ? "Yes" : "No", error);
     VELM_JobFolders::FinishedJob finished{job, success, error, std::nullopt, std::nullopt};
 
-    const auto folder = UserDefaults::standard().stringForKey(success ? key_velmFolderJobsCompleted
-                                                                      : key_velmFolderJobsFailed);
+    const auto folder =
+        UserDefaults::standard().stringForKey(success ? key_velmFolderJobsCompleted : key_velmFolderJobsFailed);
     if (!folder) {
         const std::string words = base::message("Failed to get %@ for jobfile:%@", nullptr, job->documentURL());
         base::log("%@", words);
@@ -34,8 +34,8 @@ VELM_JobFolders::FinishedJob disposeOfJob(const VELM_Job::Ref& job, const std::o
         return finished;
     }
     const base::URL item = job->urlJobContainer().value_or(job->documentURL());
-    const base::URL destination = base::URL::fileURLWithPath(base::appendingPathComponent(
-        *folder, stampedFileName(item.lastPathComponent(), platform::data::now())));
+    const base::URL destination = base::URL::fileURLWithPath(
+        base::appendingPathComponent(*folder, stampedFileName(item.lastPathComponent(), platform::data::now())));
     finished.destination = destination;
     if (const auto moved = moveItem(item.path(), destination.path()); !moved) {
         base::log("Failed to move completed job to %@ (error:%@)", destination, moved.error());

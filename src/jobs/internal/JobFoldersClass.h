@@ -59,6 +59,7 @@ private:
     void announceChange();
 
     std::once_flag started_;
+    std::atomic<bool> isLoaded_ = false;
     std::atomic<bool> isRetired_ = false;
     std::atomic<bool> startsJobs_ = true;
     const std::shared_ptr<const void> selfAsObserver_ = std::make_shared<int>();

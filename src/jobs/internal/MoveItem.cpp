@@ -1,4 +1,4 @@
-#include "internal/MoveItem.h"
+#include "MoveItem.h"
 
 #include "base/Path.h"
 

@@ -1,4 +1,4 @@
-#include "internal/XMLReading.h"
+#include "XMLReading.h"
 
 #include "base/Log.h"
 #include "template/VELM_XML_object.h"

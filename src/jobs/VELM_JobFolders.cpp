@@ -1,0 +1,276 @@
+#include "jobs/VELM_JobFolders.h"
+
+#include "base/Log.h"
+#include "base/Text.h"
+#include "folders/QueueHelpers.h"
+#include "internal/FolderEnumeration.h"
+#include "internal/JobFoldersClass.h"
+#include "internal/MoveItem.h"
+#include "platform/data/FileTypes.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+using jobs::FolderContainer;
+using jobs::JobFoldersClass;
+using platform::data::conformsToType;
+using platform::data::kUTType_VELM_Job;
+using platform::data::kUTTypeFolder;
+
+namespace {
+
+constexpr double streamLatency = 1.0; // seconds
+constexpr std::string_view key_jobs = "jobs";
+constexpr const char* debugCopyPath = "/tmp/test.velm_job";
+
+/// Makes a job of an item of a watched folder.
+base::ObjectRef jobForItem(const base::URL& item) {
+    const VELM_Job::Ref job = VELM_Job::instanceWithXMLObject(item);
+    if (job && base::lowercase(job->jobType().value_or("")).find("sorrel") != std::string::npos) {
+        // A native copy of the last foreign ticket, to look at.
+        job->writeToURL(base::URL::fileURLWithPath(debugCopyPath),
+                        [](bool success, const std::optional<base::Error>& error) {
+                            base::log("%s%@", success ? "DID write job" : "Did NOT write job; error:", error);
+                        });
+    }
+    return job;
+}
+
+base::Result<void> makeFolder(const base::URL& url) {
+    std::error_code error;
+    std::filesystem::create_directories(url.path(), error);
+    if (error) return base::failure(base::systemError(error.value(), "cannot make the folder " + url.path()));
+    if (!conformsToType(url, kUTTypeFolder))
+        return base::failure(base::posixErrorDomain, ENOTDIR, url.path() + " is not a folder");
+    return {};
+}
+
+} // namespace
+
+// Of the class ---------------------------------------------------------------------------------------------------
+
+FolderSetClass& VELM_JobFolders::classObject() {
+    return JobFoldersClass::shared();
+}
+
+VELM_JobFolders::Jobs VELM_JobFolders::jobsPending() {
+    return JobFoldersClass::shared().jobsPending();
+}
+
+bool VELM_JobFolders::isProcessing() {
+    return JobFoldersClass::shared().isProcessing();
+}
+
+VELM_Job::Ref VELM_JobFolders::currentJob() {
+    return JobFoldersClass::shared().currentJob();
+}
+
+std::vector<VELM_JobFolders::Ref> VELM_JobFolders::enabledFolders() {
+    return JobFoldersClass::shared().enabledFolders();
+}
+
+VELM_JobFolders::Ref VELM_JobFolders::defaultJobFolder() {
+    for (const Ref& folder : enabledFolders())
+        if (base::equalIgnoringCase(folder->jobFileUTType(), kUTType_VELM_Job)) return folder;
+    return nullptr;
+}
+
+void VELM_JobFolders::processNextJob() {
+    JobFoldersClass::shared().processNextJob();
+}
+
+void VELM_JobFolders::processJob(const VELM_Job::Ref& job) {
+    JobFoldersClass::shared().processJob(job);
+}
+
+void VELM_JobFolders::stopStartingJobs() {
+    JobFoldersClass::shared().stopStartingJobs();
+}
+
+platform::run::Observation VELM_JobFolders::observeFinishedJobs(FinishedCallback callback) {
+    return JobFoldersClass::shared().observeFinishedJobs(std::move(callback));
+}
+
+void VELM_JobFolders::startOver() {
+    JobFoldersClass::replaceShared();
+}
+
+void VELM_JobFolders::addJobFiles(const std::vector<base::URL>& urls) {
+    const Ref folder = defaultJobFolder();
+    const std::optional<base::URL> target = folder ? std::optional(folder->urlOfJobs()) : std::nullopt;
+    if (!target || !conformsToType(*target, kUTTypeFolder)) {
+        base::log("Failed to find job folder at %@", target);
+        return;
+    }
+    for (const base::URL& url : urls) {
+        if (!conformsToType(url, folder->jobFileUTType())) {
+            base::log("request to open unsupported file type %@ at %@", platform::data::typeIdentifierOfFile(url), url);
+            continue;
+        }
+        const std::string destination = target->appendingPathComponent(url.lastPathComponent()).path();
+        if (const auto moved = jobs::moveItem(url.path(), destination); !moved) base::log("%@", moved.error());
+    }
+}
+
+// Settings -------------------------------------------------------------------------------------------------------
+
+VELM_JobFolders::Ref VELM_JobFolders::initWithName(std::string name, base::URL url) {
+    auto folder = std::make_shared<VELM_JobFolders>(std::move(name), std::move(url));
+    folder->storeAndSave("enabled", true);
+    return folder;
+}
+
+void VELM_JobFolders::storeAndSave(std::string_view key, base::Value value) {
+    setProperty(key, std::move(value));
+    folderSetClass().saveFolderSets();
+}
+
+void VELM_JobFolders::setEnabled(bool isEnabled) {
+    if (isEnabled != enabled()) {
+        folderSetClass().observable().change(key_enabledFolders, [&] { setProperty("enabled", isEnabled); });
+        folderSetClass().saveFolderSets();
+    }
+    if (isEnabled) {
+        if (!fileEvent()) configureJobsFolder();
+        return;
+    }
+    setFileEvent(nullptr);
+    if (const auto container = dictJobs(); container && !container->isEmpty())
+        folders::performSyncOnMainQueue([&] { observable().change(key_jobs, [&] { container->removeAll(); }); });
+}
+
+void VELM_JobFolders::setHasFixedName(bool hasFixedName) {
+    storeAndSave("hasFixedName", hasFixedName);
+}
+
+void VELM_JobFolders::setAddJobsPendingPathComponents(bool add) {
+    storeAndSave("addJobsPendingPathComponents", add);
+}
+
+std::string VELM_JobFolders::jobFileUTType() const {
+    return property("jobFileUTType").textOr(kUTType_VELM_Job);
+}
+
+void VELM_JobFolders::setJobFileUTType(std::string_view type) {
+    if (property("jobFileUTType") != base::Value(type)) storeAndSave("jobFileUTType", type);
+}
+
+void VELM_JobFolders::setURL(const base::URL& url) {
+    VELM_FolderSet::setURL(url);
+    configureJobsFolder();
+}
+
+base::URL VELM_JobFolders::urlOfJobs() const {
+    const base::URL url = URL();
+    if (!addJobsPendingPathComponents()) return url;
+    return url.appendingPathComponent("Jobs").appendingPathComponent("Pending");
+}
+
+std::string VELM_JobFolders::description() const {
+    return base::replacingAll(VELM_FolderSet::description(), ">{",
+                              base::message(">{%sabled;", enabled() ? "EN" : "DIS"));
+}
+
+// Watching -------------------------------------------------------------------------------------------------------
+
+VELM_JobFolders::Jobs VELM_JobFolders::jobs() const {
+    Jobs jobs;
+    if (const auto container = dictJobs())
+        for (auto& [path, object] : container->items())
+            jobs.push_back(std::static_pointer_cast<VELM_Job>(object));
+    return jobs;
+}
+
+std::shared_ptr<FolderContainer> VELM_JobFolders::dictJobs() const {
+    std::lock_guard lock(watchMutex_);
+    return dictJobs_;
+}
+
+KLARON_FileEvent::Ref VELM_JobFolders::fileEvent() const {
+    std::lock_guard lock(watchMutex_);
+    return fileEvent_;
+}
+
+void VELM_JobFolders::setFileEvent(KLARON_FileEvent::Ref fileEvent) {
+    std::lock_guard lock(watchMutex_);
+    fileEvent_.swap(fileEvent); // the old stream ends after the lock
+}
+
+void VELM_JobFolders::configureJobsFolder() {
+    if (!enabled()) {
+        setFileEvent(nullptr);
+        return;
+    }
+    std::shared_ptr<FolderContainer> container;
+    {
+        std::lock_guard lock(watchMutex_);
+        if (!dictJobs_) dictJobs_ = std::make_shared<FolderContainer>();
+        container = dictJobs_;
+    }
+    configureFolder(urlOfJobs(), container, std::string(key_jobs), jobFileUTType(), jobForItem, nullptr);
+}
+
+/// All that a scan needs to know.
+struct VELM_JobFolders::Watch {
+    std::weak_ptr<VELM_JobFolders> folder;
+    std::weak_ptr<KLARON_FileEvent> stream;
+    base::URL url;
+    std::shared_ptr<FolderContainer> container;
+    std::string keyPath;
+    std::string utType;
+    ObjectInit objectInit;
+    Reload reload;
+};
+
+void VELM_JobFolders::configureFolder(const base::URL& url, const std::shared_ptr<FolderContainer>& containerProperty,
+                                      const std::string& keyPath, const std::string& utType, ObjectInit objectInit,
+                                      Reload reload) {
+    if (!url.isFileURL() || keyPath.empty() || !objectInit || !containerProperty) return;
+    folders::performSyncOnMainQueue([&] { observable().change(keyPath, [&] { containerProperty->removeAll(); }); });
+    if (!conformsToType(url, kUTTypeFolder)) {
+        if (const auto made = makeFolder(url); !made) {
+            base::log("ERROR: %@", made.error().localizedDescription);
+            return;
+        }
+    }
+    const auto stream = KLARON_FileEvent::initWithObservedPaths({url.path()}, streamLatency);
+    auto watch = std::make_shared<const Watch>(Watch{weak_from_this(), stream, url.standardized(), containerProperty,
+                                                     keyPath, utType, std::move(objectInit), std::move(reload)});
+    stream->setEventBlock(
+        [watch](const KLARON_FileEvent::Paths& paths, const KLARON_FileEvent::Flags&) { scan(*watch, paths); });
+    // Stored first: a scan counts only while its stream is the folder's.
+    setFileEvent(stream);
+    stream->setRun(true);
+}
+
+void VELM_JobFolders::scan(const Watch& watch, const KLARON_FileEvent::Paths& paths) {
+    const bool concernsFolder = std::any_of(paths.begin(), paths.end(), [&watch](const std::string& path) {
+        return base::standardizingPath(path) == watch.url.path() || watch.container->holds(path);
+    });
+    if (!concernsFolder) return;
+
+    FolderContainer::Items removals = watch.container->items();
+    FolderContainer::Items additions;
+    jobs::enumerateFolder(
+        watch.url.path(), jobs::Depth::oneLevel,
+        [&](const jobs::FolderItem& item) {
+            const base::URL url = base::URL::fileURLWithPath(item.path);
+            if (!conformsToType(url, watch.utType) || removals.erase(item.path) > 0) return true;
+            if (base::ObjectRef object = watch.objectInit(url)) additions.emplace(item.path, std::move(object));
+            return true;
+        },
+        [](const std::string& path, const base::Error& error) {
+            base::log("%@:%@", base::URL::fileURLWithPath(path), error);
+            return true;
+        });
+    if (removals.empty() && additions.empty()) return;
+
+    folders::performSyncOnMainQueue([&] {
+        const auto folder = watch.folder.lock();
+        if (!folder || folder->fileEvent() != watch.stream.lock()) return;
+        folder->observable().change(watch.keyPath, [&] { watch.container->merge(additions, removals); });
+        if (watch.reload) watch.reload(removals, additions);
+    });
+}

@@ -1,0 +1,331 @@
+#include "JobFoldersClass.h"
+
+#include "JobDisposal.h"
+#include "base/Log.h"
+#include "base/Places.h"
+#include "base/Text.h"
+#include "folders/DefaultsKeys.h"
+#include "folders/QueueHelpers.h"
+#include "platform/data/FileTypes.h"
+#include "platform/data/UserDefaults.h"
+#include "platform/run/Clock.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace jobs {
+
+using platform::data::conformsToType;
+using platform::data::kUTTypeXML;
+using platform::data::UserDefaults;
+
+namespace {
+
+constexpr const char* processorFolderName = "Old VELM Processor Folder ƒ";
+constexpr std::chrono::nanoseconds delayOfScanning(100'000);
+constexpr std::chrono::nanoseconds delayOfWatching(1'000'000);
+
+std::mutex sharedMutex;
+JobFoldersClass* sharedClass = nullptr;
+
+VELM_JobFolders::Ref asJobFolder(const FolderSetClass::FolderSetRef& folderSet) {
+    return std::dynamic_pointer_cast<VELM_JobFolders>(folderSet);
+}
+
+/// The folder that takes the place of /Applications where there is none is told by the places in force.
+base::URL urlOfProcessorFolder() {
+    return base::URL::fileURLWithPath(
+        base::appendingPathComponent(base::places().applications, "VELM OS X Share Folder/Velm-Processor Folder ƒ"));
+}
+
+base::URL urlOfForeignPrintsFolder() {
+    return base::URL::fileURLWithPath(base::standardizingPath("~/Sorrel/Prints"));
+}
+
+void makeProcessorFolder(VELM_JobFolders& folder) {
+    folder.setAddJobsPendingPathComponents(true);
+    folder.setHasFixedName(true);
+}
+
+} // namespace
+
+struct JobFoldersClass::FinishedObservers {
+    std::mutex mutex;
+    std::uint64_t lastNumber = 0;
+    std::map<std::uint64_t, VELM_JobFolders::FinishedCallback> callbacks;
+};
+
+// The one object -------------------------------------------------------------------------------------------------
+
+JobFoldersClass::JobFoldersClass()
+    : FolderSetClass("VELM_JobFolders",
+                     [](const base::Dictionary& archived) { return std::make_shared<VELM_JobFolders>(archived); }),
+      finishedObservers_(std::make_shared<FinishedObservers>()) {}
+
+JobFoldersClass& JobFoldersClass::shared() {
+    JobFoldersClass* object;
+    {
+        std::lock_guard lock(sharedMutex);
+        if (!sharedClass) sharedClass = new JobFoldersClass;
+        object = sharedClass;
+    }
+    std::call_once(object->started_, [object] { object->start(); });
+    return *object;
+}
+
+void JobFoldersClass::replaceShared() {
+    // Kept for ever: work under way may still refer to them.
+    static auto& retired = *new std::vector<JobFoldersClass*>;
+    JobFoldersClass* object;
+    {
+        std::lock_guard lock(sharedMutex);
+        object = std::exchange(sharedClass, nullptr);
+        if (object) retired.push_back(object);
+    }
+    if (object) object->retire();
+}
+
+void JobFoldersClass::retire() {
+    isRetired_ = true;
+    removeObserver(selfAsObserver_);
+    if (isLoaded_)
+        for (const FolderRef& folder : enabledFolders())
+            folder->stopWatching();
+    std::map<std::string, KeyPathObservation> observers;
+    KeyPathObservation observationIsRunning;
+    std::lock_guard lock(mutex_);
+    observers.swap(observers_);
+    std::swap(observationIsRunning, observationIsRunning_);
+}
+
+void JobFoldersClass::start() {
+    platform::run::clock()->after(delayOfScanning, folders::dispatchQueueGlobal(), [this] { scanFolders(); });
+    addObserver(selfAsObserver_, [this](const FolderSets&) { scanFolders(); });
+}
+
+// The folders ----------------------------------------------------------------------------------------------------
+
+std::string JobFoldersClass::keyForSavedFolderSets() const {
+    return std::string(key_savedJobFolders);
+}
+
+FolderSetClass::FolderSets JobFoldersClass::loadFolderSets() {
+    const auto saved = UserDefaults::standard().dataForKey(key_savedJobFolders);
+    if (saved && !saved->empty()) {
+        FolderSets loaded = folderSetsFromSavedData();
+        for (const FolderSetRef& folderSet : loaded) {
+            const FolderRef folder = asJobFolder(folderSet);
+            if (!folder) continue;
+            if (folder->name() == processorFolderName)
+                makeProcessorFolder(*folder);
+            else
+                folder->setJobFileUTType(kUTTypeXML);
+        }
+        return loaded;
+    }
+    const auto processor = VELM_JobFolders::initWithName(processorFolderName, urlOfProcessorFolder());
+    makeProcessorFolder(*processor);
+    const auto foreign = VELM_JobFolders::initWithName("Sorrel Prints Folder", urlOfForeignPrintsFolder());
+    foreign->setJobFileUTType(kUTTypeXML);
+    return {processor, foreign};
+}
+
+void JobFoldersClass::didLoadFolderSets() {
+    isLoaded_ = true;
+    KeyPathObservation running =
+        UserDefaults::standard().observe(key_velmProcessorIsRunning, [this](const base::Value&) { processNextJob(); });
+    {
+        std::lock_guard lock(mutex_);
+        observationIsRunning_ = std::move(running);
+    }
+    platform::run::clock()->after(delayOfWatching, folders::dispatchQueueGlobal(), [this] {
+        if (isRetired_) return;
+        for (const FolderSetRef& folderSet : folderSets())
+            if (const FolderRef folder = asJobFolder(folderSet)) folder->configureJobsFolder();
+    });
+}
+
+std::vector<JobFoldersClass::FolderRef> JobFoldersClass::enabledFolders() {
+    std::vector<FolderRef> enabled;
+    for (const FolderSetRef& folderSet : folderSets())
+        if (FolderRef folder = asJobFolder(folderSet); folder && folder->enabled())
+            enabled.push_back(std::move(folder));
+    return enabled;
+}
+
+void JobFoldersClass::scanFolders() {
+    if (isRetired_) return;
+    for (const FolderRef& folder : enabledFolders()) {
+        const std::weak_ptr<VELM_JobFolders> weakFolder = folder;
+        KeyPathObservation observation = folder->observable().observe("jobs", [this, weakFolder] {
+            if (const FolderRef changed = weakFolder.lock()) jobsDidChange(changed);
+        });
+        const std::string uuid = folder->uuid();
+        bool isNew;
+        {
+            std::lock_guard lock(mutex_);
+            isNew = !observers_.contains(uuid);
+            std::swap(observers_[uuid], observation); // the earlier one ends after the lock
+        }
+        // A folder that was enabled just now may have been scanned before anybody observed it.
+        if (isNew && !folder->jobs().empty()) jobsDidChange(folder);
+    }
+}
+
+void JobFoldersClass::jobsDidChange(const FolderRef& folder) {
+    if (isRetired_) return;
+    base::log("change to jobs in %@", folder);
+    base::log("Lets rescan %@", folder);
+    folders::performSyncOnMainQueue([this] {
+        std::vector<std::pair<base::Date, VELM_Job::Ref>> byDate;
+        for (const FolderRef& enabled : enabledFolders())
+            for (const VELM_Job::Ref& job : enabled->jobs())
+                byDate.emplace_back(job->dateStarted(), job);
+        std::stable_sort(byDate.begin(), byDate.end(),
+                         [](const auto& left, const auto& right) { return left.first < right.first; });
+        Jobs pending;
+        pending.reserve(byDate.size());
+        for (auto& [date, job] : byDate)
+            pending.push_back(std::move(job));
+        observable().change(VELM_JobFolders::key_jobsPending, [&] {
+            std::lock_guard lock(mutex_);
+            jobsPending_.swap(pending);
+        });
+    });
+    announceChange();
+    processNextJob();
+}
+
+// The slot -------------------------------------------------------------------------------------------------------
+
+JobFoldersClass::Jobs JobFoldersClass::jobsPending() const {
+    std::lock_guard lock(mutex_);
+    return jobsPending_;
+}
+
+bool JobFoldersClass::isPending(const VELM_Job& job) const {
+    std::lock_guard lock(mutex_);
+    return std::any_of(jobsPending_.begin(), jobsPending_.end(),
+                       [&job](const VELM_Job::Ref& pending) { return pending->isEqual(job); });
+}
+
+bool JobFoldersClass::isProcessing() const {
+    std::lock_guard lock(mutex_);
+    return isProcessing_;
+}
+
+VELM_Job::Ref JobFoldersClass::currentJob() const {
+    std::lock_guard lock(mutex_);
+    return currentJob_;
+}
+
+void JobFoldersClass::setIsProcessing(bool isProcessing) {
+    observable().change(VELM_JobFolders::key_isProcessing, [&] {
+        std::lock_guard lock(mutex_);
+        isProcessing_ = isProcessing;
+    });
+}
+
+void JobFoldersClass::processNextJob() {
+    if (isRetired_ || !UserDefaults::standard().boolForKey(key_velmProcessorIsRunning)) return;
+    VELM_Job::Ref oldest;
+    {
+        std::lock_guard lock(mutex_);
+        if (jobsPending_.empty()) return;
+        oldest = jobsPending_.front();
+    }
+    folders::performAsyncGlobal([this, oldest] { processJob(oldest); });
+}
+
+JobFoldersClass::Claim JobFoldersClass::claimSlot(const VELM_Job::Ref& job, platform::run::GroupRef& running) {
+    Claim result = Claim::alreadyCurrent;
+    folders::performSyncOnMainQueue([&] {
+        VELM_Job::Ref last; // let go of without the lock
+        {
+            std::lock_guard lock(mutex_);
+            running = group_;
+            if (currentJob_ == job) return;
+            result = Claim::slotTaken;
+            if (group_ || !startsJobs_) return;
+            result = Claim::claimed;
+            last = std::exchange(currentJob_, job);
+            group_ = std::make_shared<platform::run::Group>();
+            group_->enter();
+        }
+        setIsProcessing(true);
+    });
+    if (result == Claim::claimed) announceChange();
+    return result;
+}
+
+void JobFoldersClass::processJob(const VELM_Job::Ref& job) {
+    base::log("%s%@", "+[VELM_JobFolders processJob:]", job);
+    // Also what keeps a job that has ended, but could not be moved away, from running again.
+    if (!job || job == currentJob()) return;
+    while (conformsToType(job->documentURL(), kUTTypeXML) && isPending(*job) && startsJobs_ && !isRetired_) {
+        platform::run::GroupRef running;
+        if (claimSlot(job, running) == Claim::claimed) {
+            job->processJob([this, &job](bool, const std::optional<base::Error>& error) { jobDidEnd(job, error); });
+            return;
+        }
+        if (running)
+            running->wait();
+        else
+            waitForChange(); // another thread has run this very job: it is pending until its file is seen to be gone
+    }
+}
+
+void JobFoldersClass::jobDidEnd(const VELM_Job::Ref& job, const std::optional<base::Error>& error) {
+    if (error) base::log("%@", *error);
+    const VELM_JobFolders::FinishedJob finished = disposeOfJob(job, error);
+    std::vector<VELM_JobFolders::FinishedCallback> callbacks;
+    {
+        std::lock_guard lock(finishedObservers_->mutex);
+        for (const auto& [number, callback] : finishedObservers_->callbacks)
+            callbacks.push_back(callback);
+    }
+    for (const auto& callback : callbacks)
+        callback(finished);
+    folders::performSyncOnMainQueue([&] {
+        base::log("%s%@", "+[VELM_JobFolders processJob:]_block_invoke_2", job);
+        platform::run::GroupRef group;
+        {
+            std::lock_guard lock(mutex_);
+            group = group_;
+        }
+        if (group) group->leave();
+        setIsProcessing(false);
+        std::lock_guard lock(mutex_);
+        group_ = nullptr;
+    });
+    announceChange();
+}
+
+void JobFoldersClass::announceChange() {
+    {
+        std::lock_guard lock(mutex_);
+        ++changes_;
+    }
+    changed_.notify_all();
+}
+
+void JobFoldersClass::waitForChange() {
+    // The file may go without any change of the list, so the caller looks at it now and then.
+    constexpr std::chrono::seconds lookAgain(1);
+    const platform::run::BlockingScope blocking;
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, lookAgain, [this, seen = changes_] { return changes_ != seen; });
+}
+
+platform::run::Observation JobFoldersClass::observeFinishedJobs(VELM_JobFolders::FinishedCallback callback) {
+    std::lock_guard lock(finishedObservers_->mutex);
+    const std::uint64_t number = ++finishedObservers_->lastNumber;
+    finishedObservers_->callbacks.emplace(number, std::move(callback));
+    return platform::run::Observation([observers = finishedObservers_, number] {
+        std::lock_guard endLock(observers->mutex);
+        observers->callbacks.erase(number);
+    });
+}
+
+} // namespace jobs
