@@ -1,0 +1,97 @@
+#include "Console.h"
+
+#include "platform/run/Observation.h"
+#include "platform/run/Progress.h"
+
+#include <cstdio>
+#include <unistd.h>
+#include <utility>
+
+namespace velmctl {
+
+namespace {
+
+void writeLine(std::FILE* stream, std::string_view line) {
+    std::fwrite(line.data(), 1, line.size(), stream);
+    std::fputc('\n', stream);
+    std::fflush(stream);
+}
+
+} // namespace
+
+// Never destroyed: threads may speak until the very end of the process.
+Console& Console::shared() {
+    static Console& instance = *new Console;
+    return instance;
+}
+
+Console::Console() : showsProgress_(isatty(STDERR_FILENO) == 1) {}
+
+void Console::result(std::string_view line) {
+    const std::lock_guard lock(mutex_);
+    clearProgressLine();
+    writeLine(stdout, line);
+}
+
+void Console::diagnostic(std::string_view line) {
+    const std::lock_guard lock(mutex_);
+    clearProgressLine();
+    writeLine(stderr, line);
+}
+
+void Console::progress(std::string_view name, double fraction) {
+    if (!showsProgress_) return;
+    std::string line = std::string(name) + ": " + std::to_string(static_cast<int>(fraction * 100)) + " %";
+    const std::lock_guard lock(mutex_);
+    if (line == shown_) return;
+    clearProgressLine();
+    std::fputs(line.c_str(), stderr);
+    std::fflush(stderr);
+    shown_ = std::move(line);
+}
+
+void Console::endProgress() {
+    const std::lock_guard lock(mutex_);
+    clearProgressLine();
+}
+
+void Console::clearProgressLine() {
+    if (shown_.empty()) return;
+    // To the line's start, and clear to its end.
+    std::fputs("\r\033[K", stderr);
+    std::fflush(stderr);
+    shown_.clear();
+}
+
+/// Shared with callbacks that may still run when the display has ended.
+struct ProgressDisplay::Observed {
+    std::string name;
+    std::shared_ptr<platform::run::Progress> progress;
+    platform::run::Observation observation;
+    std::mutex mutex;
+    bool ended = false;
+
+    void show() {
+        const std::lock_guard lock(mutex);
+        if (!ended) Console::shared().progress(name, progress->fractionCompleted());
+    }
+};
+
+ProgressDisplay::ProgressDisplay(std::string name, std::shared_ptr<platform::run::Progress> progress)
+    : observed_(std::make_shared<Observed>()) {
+    observed_->name = std::move(name);
+    observed_->progress = std::move(progress);
+    observed_->observation = observed_->progress->observe([weak = std::weak_ptr(observed_)] {
+        if (const auto observed = weak.lock()) observed->show();
+    });
+    observed_->show();
+}
+
+ProgressDisplay::~ProgressDisplay() {
+    observed_->observation.end();
+    const std::lock_guard lock(observed_->mutex);
+    observed_->ended = true;
+    Console::shared().endProgress();
+}
+
+} // namespace velmctl

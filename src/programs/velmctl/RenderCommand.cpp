@@ -1,0 +1,127 @@
+// velmctl render TEMPLATE -o FILE: one template to one picture.
+#include "Command.h"
+#include "Console.h"
+#include "Session.h"
+#include "base/Path.h"
+#include "base/Text.h"
+#include "jobs/VELM_Job.h"
+#include "jobs/VELM_Package.h"
+#include "platform/draw/ImageDestination.h"
+#include "template/VELM_Template.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace velmctl {
+
+namespace {
+
+namespace draw = platform::draw;
+
+struct Request {
+    std::string templatePath;
+    std::string order;
+    std::string image;
+    std::optional<double> scale;
+    std::string output;
+};
+
+struct PictureType {
+    std::string_view extension;
+    std::string_view identifier;
+};
+constexpr PictureType pictureTypes[] = {
+    {"png", "public.png"}, {"jpg", "public.jpeg"}, {"jpeg", "public.jpeg"}, {"jpe", "public.jpeg"}};
+
+std::string_view typeForPath(const std::string& path) {
+    const std::string extension = base::lowercase(base::pathExtension(path));
+    for (const PictureType& type : pictureTypes)
+        if (extension == type.extension) return type.identifier;
+    return {};
+}
+
+/// The order, and a package that stands for its first one: what the template's holes are filled from.
+struct Filling {
+    VELM_Job::Ref job;
+    VELM_Package::Ref package;
+};
+
+base::Result<Filling> fillingFromOrder(const std::string& order) {
+    Filling filling;
+    if (order.empty()) return filling;
+    base::Result<VELM_Job::Ref> job = VELM_Job::jobWithContentsOfURL(base::URL::fileURLWithPath(order));
+    if (!job) return base::failure(job.error());
+    filling.job = *job;
+    filling.package = VELM_Package::init();
+    filling.package->setJob(filling.job);
+    if (const auto name = filling.job->packageName()) filling.package->setValue("name", *name);
+    return filling;
+}
+
+base::Result<void> write(const draw::ImageRef& picture, const std::string& path) {
+    auto destination = draw::ImageDestination::createWithURL(base::URL::fileURLWithPath(path), typeForPath(path));
+    if (!destination) return base::failure(destination.error());
+    (*destination)
+        ->addImage(picture, {{std::string(draw::kCGImageDestinationLossyCompressionQuality), 0.9},
+                             {std::string(draw::kCGImagePropertyOrientation), 1}});
+    return (*destination)->finalize();
+}
+
+base::Result<void> render(const Request& request) {
+    const base::Result<Filling> filling = fillingFromOrder(request.order);
+    if (!filling) return base::failure(filling.error());
+    const std::optional<base::URL> container = filling->job ? filling->job->urlJobContainer() : std::nullopt;
+    const VELM_Template::Ref document = VELM_Template::templateWithPath(request.templatePath, container);
+    if (!document)
+        return base::failure(base::cocoaErrorDomain, 1, "failed to read template at path " + request.templatePath);
+    if (!request.image.empty()) document->setFilepathCustomImage(base::URL::fileURLWithPath(request.image).path());
+    if (filling->package) {
+        document->setPackage(filling->package);
+        document->replaceKeyValues();
+    }
+    document->setScale(request.scale);
+    const draw::ImageRef picture = document->imageUncached();
+    if (const auto error = document->renderError()) return base::failure(*error);
+    if (!picture)
+        return base::failure(base::cocoaErrorDomain, 1,
+                             "the template's size of " + base::stringFromSize(document->canvasSize()) +
+                                 " makes no picture");
+    return write(picture, request.output);
+}
+
+} // namespace
+
+void declareRender(CLI::App& app, const Chosen& chosen) {
+    CLI::App* command = app.add_subcommand("render", "Draw one template into one picture");
+    command->footer("Prints the path of the picture.");
+    const auto request = std::make_shared<Request>();
+    command->add_option("TEMPLATE", request->templatePath, "A template file, or its name in the Templates folder")
+        ->required();
+    command->add_option("--order", request->order, "Fill the holes from this order's first package");
+    command->add_option("--image", request->image, "The photograph for the image holes")->check(CLI::ExistingFile);
+    command->add_option("--scale", request->scale, "Factor on all sizes")->check(CLI::PositiveNumber);
+    command->add_option("-o,--output", request->output, "The picture to write: *.png, *.jpg or *.jpeg")
+        ->required()
+        ->check([](const std::string& path) {
+            return typeForPath(path).empty() ? path + " ends neither in .png nor in .jpg or .jpeg" : std::string();
+        });
+    command->callback([request, chosen] {
+        chosen([request](const Options& options) {
+            Session session(options);
+            session.launch();
+            return Session::runBesideMainQueue([&] {
+                if (const base::Result<void> rendered = render(*request); !rendered) {
+                    Console::shared().diagnostic("FAILED " + request->templatePath + ": " +
+                                                 rendered.error().localizedDescription);
+                    return exitFailure;
+                }
+                Console::shared().result(base::URL::fileURLWithPath(request->output).path());
+                return exitSuccess;
+            });
+        });
+    });
+}
+
+} // namespace velmctl

@@ -1,0 +1,38 @@
+// What every command begins with: the places, the log file, and for those that need the engine its launch. One object
+// in main's thread for as long as a command runs.
+#pragma once
+
+#include "Command.h"
+#include "app/AppDelegate.h"
+
+#include <functional>
+#include <memory>
+
+namespace velmctl {
+
+class Session {
+public:
+    /// Decides the places and turns the log to its file (with --verbose also to standard error). Must come before any
+    /// other thread runs.
+    explicit Session(const Options& options);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    /// Makes the folder tree and points the settings to it.
+    void launch();
+
+    /// Runs the work on a queue of its own while this thread serves the main queue, and answers what the work answers.
+    /// An engine that waits for the main queue is never kept waiting by a command.
+    static int runBesideMainQueue(const std::function<int()>& work);
+
+private:
+    class LogFile;
+    std::unique_ptr<LogFile> logFile_;
+    std::unique_ptr<AppDelegate> appDelegate_;
+};
+
+/// Where the log of this program stands.
+std::string logFilePath();
+
+} // namespace velmctl

@@ -1,0 +1,164 @@
+// velmctl watch: the hot-folder engine until it is interrupted.
+#include "Command.h"
+#include "Console.h"
+#include "InstanceLock.h"
+#include "Session.h"
+#include "base/Places.h"
+#include "folders/DefaultsKeys.h"
+#include "jobs/VELM_JobFolders.h"
+#include "platform/data/UserDefaults.h"
+#include "platform/run/MainQueue.h"
+
+#include <atomic>
+#include <csignal>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <pthread.h>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+namespace velmctl {
+
+namespace {
+
+namespace run = platform::run;
+
+void printFinishedJob(const VELM_JobFolders::FinishedJob& finished) {
+    const std::string name = finished.job->name();
+    const std::string place = finished.moveError || !finished.destination
+                                  ? finished.job->urlJobContainer().value_or(finished.job->documentURL()).path()
+                                  : finished.destination->path();
+    if (finished.success)
+        Console::shared().result("completed " + name + " -> " + place);
+    else
+        Console::shared().result("failed " + name + " -> " + place + ": " +
+                                 (finished.error ? finished.error->localizedDescription : "no reason was given"));
+    if (finished.moveError)
+        Console::shared().diagnostic("the order " + place + " stays where it is and blocks the queue until it is " +
+                                     "removed: " + finished.moveError->localizedDescription);
+}
+
+/// The progress line of whatever job runs.
+class RunningJobDisplay {
+public:
+    RunningJobDisplay()
+        : observation_(VELM_JobFolders::classObject().observable().observe(VELM_JobFolders::key_isProcessing,
+                                                                           [this] { update(); })) {}
+
+private:
+    void update() {
+        const std::lock_guard lock(mutex_);
+        display_.reset();
+        const VELM_Job::Ref job = VELM_JobFolders::currentJob();
+        if (VELM_JobFolders::isProcessing() && job)
+            display_ = std::make_unique<ProgressDisplay>(job->name(), job->progress());
+    }
+
+    std::mutex mutex_;
+    std::unique_ptr<ProgressDisplay> display_;
+    run::Observation observation_;
+};
+
+/// Ends the loop at the first SIGINT or SIGTERM as soon as no job runs, and the process at the second. Made before any
+/// other thread, which all inherit the blocked signals; this one takes them.
+class Interruption {
+public:
+    Interruption() {
+        sigemptyset(&signals_);
+        sigaddset(&signals_, SIGINT);
+        sigaddset(&signals_, SIGTERM);
+        sigaddset(&signals_, SIGUSR1); // ends the thread itself
+        pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+        // A reader of the results that goes away must not end the engine.
+        std::signal(SIGPIPE, SIG_IGN);
+    }
+
+    ~Interruption() {
+        if (!thread_.joinable()) return;
+        pthread_kill(thread_.native_handle(), SIGUSR1);
+        thread_.join();
+    }
+
+    /// From now on a signal stops the loop.
+    void obey(run::RunLoop& loop) {
+        thread_ = std::thread([this, &loop] { wait(loop); });
+    }
+
+private:
+    void wait(run::RunLoop& loop) {
+        if (!received()) return;
+        VELM_JobFolders::stopStartingJobs();
+        // The flag changes on the main queue, so looked at from there it can't change between the two steps.
+        run::mainQueue()->async([this, &loop] {
+            ending_ = VELM_JobFolders::classObject().observable().observe(VELM_JobFolders::key_isProcessing, [&loop] {
+                if (!VELM_JobFolders::isProcessing()) loop.stop();
+            });
+            if (!VELM_JobFolders::isProcessing())
+                loop.stop();
+            else
+                Console::shared().diagnostic("ending after the running order; interrupt again to end at once");
+        });
+        if (!received()) return;
+        // The running order stands where it was and runs again at the next start.
+        Console::shared().diagnostic("ended in the middle of an order");
+        _exit(exitFailure);
+    }
+
+    bool received() {
+        int signal = 0;
+        while (sigwait(&signals_, &signal) != 0) {
+        }
+        return signal != SIGUSR1;
+    }
+
+    sigset_t signals_{};
+    std::thread thread_;
+    run::Observation ending_;
+};
+
+int watch(const Options& options, bool paused) {
+    Interruption interruption;
+    Session session(options);
+    const base::Result<InstanceLock> lock = InstanceLock::take("watch");
+    if (!lock) {
+        Console::shared().diagnostic(lock.error().localizedDescription);
+        return exitFailure;
+    }
+    session.launch();
+    const base::Result<void> flag =
+        platform::data::UserDefaults::standard().setObject(!paused, key_velmProcessorIsRunning);
+    if (!flag) Console::shared().diagnostic(flag.error().localizedDescription);
+
+    run::RunLoop loop;
+    const auto finished = VELM_JobFolders::observeFinishedJobs(printFinishedJob);
+    const RunningJobDisplay display;
+    VELM_JobFolders::jobsPending(); // the first use starts the engine
+    const auto folders = VELM_JobFolders::enabledFolders();
+    for (const VELM_JobFolders::Ref& folder : folders)
+        Console::shared().result("watching " + folder->urlOfJobs().path());
+    if (folders.empty()) {
+        Console::shared().diagnostic("no folder is enabled, so there is nothing to watch");
+        return exitFailure;
+    }
+    interruption.obey(loop);
+    loop.run();
+    return exitSuccess;
+}
+
+} // namespace
+
+void declareWatch(CLI::App& app, const Chosen& chosen) {
+    CLI::App* command = app.add_subcommand("watch", "Watch the job folders and run every order that arrives");
+    command->footer("Prints `watching FOLDER` for each folder, then one line for each order:\n"
+                    "`completed NAME -> PATH` or `failed NAME -> PATH: reason`.\n\n"
+                    "Pause and resume from elsewhere: velmctl defaults write velmProcessorIsRunning no (or yes).\n"
+                    "SIGINT and SIGTERM end it after the running order, a second one at once.");
+    const auto paused = std::make_shared<bool>(false);
+    command->add_flag("--paused", *paused, "List what arrives, but run nothing until it is resumed");
+    command->callback(
+        [paused, chosen] { chosen([paused](const Options& options) { return watch(options, *paused); }); });
+}
+
+} // namespace velmctl

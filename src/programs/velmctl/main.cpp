@@ -1,0 +1,50 @@
+// velmctl: the engine without a window. Reads the command line and runs the chosen command.
+#include "Command.h"
+
+#include <filesystem>
+#include <string>
+
+namespace {
+
+using velmctl::Options;
+
+int parseAndRun(int count, char** arguments) {
+    CLI::App app("The photo-order processing system, for servers, scripts and tests.", "velmctl");
+    app.set_version_flag("--version", "velmctl " VELM_VERSION);
+    Options options;
+    app.add_option("--home", options.home, "Keep everything below DIR: DIR/VELM, DIR/Settings, DIR/Logs")
+        ->type_name("DIR");
+    app.add_flag("--verbose", options.verbose, "Show the log on standard error");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.footer("Exit status: 0 success, 1 an order or a file failed, 2 wrong usage.\n"
+               "velmctl COMMAND --help explains a command.");
+
+    velmctl::Run run;
+    const velmctl::Chosen chosen = [&](velmctl::Run work) { run = std::move(work); };
+    velmctl::declareProcess(app, chosen);
+    velmctl::declareWatch(app, chosen);
+    velmctl::declareInit(app, chosen);
+    velmctl::declareRender(app, chosen);
+    velmctl::declareDefaults(app, chosen);
+
+    try {
+        app.parse(count, arguments);
+    } catch (const CLI::ParseError& error) {
+        // Help and version come this way too, with a status of 0.
+        return app.exit(error) == 0 ? velmctl::exitSuccess : velmctl::exitUsage;
+    }
+    if (!options.home.empty()) {
+        std::error_code failed;
+        options.home = std::filesystem::absolute(options.home, failed).lexically_normal().string();
+        while (options.home.size() > 1 && options.home.ends_with('/'))
+            options.home.pop_back();
+    }
+    return run(options);
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    return parseAndRun(count, arguments);
+}
