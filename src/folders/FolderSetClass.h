@@ -94,7 +94,7 @@ public:
 protected:
     /// Makes the list when it is needed for the first time. Runs once; must not use the list.
     virtual FolderSets loadFolderSets();
-    /// Called once when the list stands and the saved data is observed.
+    /// Called once when the list stands and the saved data is observed; may use the list.
     virtual void didLoadFolderSets() {}
     /// Makes one of the sets of fixed name that are missing.
     virtual FolderSetRef makeFolderSet(const std::string& name);

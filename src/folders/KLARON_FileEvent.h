@@ -54,12 +54,12 @@ public:
     std::string className() const override { return "KLARON_FileEvent"; }
 
 private:
-    KLARON_FileEvent(Paths paths, double latency);
+    explicit KLARON_FileEvent(Paths paths);
     void streamDidReport(Paths paths, Flags flags);
-    platform::run::QueueRef eventQueueLocked();
 
     const Paths observedPaths_;
-    mutable std::recursive_mutex mutex_;
+    const bool watchesFiles_; // some path was a file: changes of single files are reported
+    mutable std::mutex mutex_;
     bool run_ = false;
     platform::run::QueueRef eventQueue_;
     EventBlock eventBlock_;

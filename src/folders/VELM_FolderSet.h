@@ -27,6 +27,7 @@ public:
     static Ref initWithName(std::string name);
 
     VELM_FolderSet(std::string name, base::URL url);
+    explicit VELM_FolderSet(std::string name);
     /// Out of the archive's values, those of encoded().
     explicit VELM_FolderSet(const base::Dictionary& archived);
 
@@ -78,8 +79,6 @@ public:
     std::optional<base::Dictionary> encoded() override;
 
 private:
-    void renewBookmark();
-
     mutable std::mutex mutex_; // guards the fields
     base::URL url_;
     base::Dictionary properties_;
