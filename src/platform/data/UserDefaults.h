@@ -66,6 +66,7 @@ public:
 
     /// Calls back with the new value (nothing for a removed key) after each change to a different one: on the thread
     /// that sets it, before setObject returns, and on a thread of this class's own for a change by another process.
+    /// Two threads that set the key may both be calling back at once.
     [[nodiscard]] Observation observe(std::string_view key, Callback callback);
 
     struct Implementation;
