@@ -1,0 +1,207 @@
+#include "output/VELM_Output.h"
+
+#include "base/Log.h"
+#include "internal/OutputFixture.h"
+#include "output/VELM_OuputBarcode.h"
+#include "platform/data/KeyedArchive.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using namespace output_testing;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class LogCapture {
+public:
+    LogCapture() {
+        previous_ = base::setLogSink([this](std::string_view line) { lines.emplace_back(line); });
+    }
+    ~LogCapture() { base::setLogSink(previous_); }
+    std::vector<std::string> lines;
+
+private:
+    base::LogSink previous_;
+};
+
+TEST(OutputReading, runsForAllImages) {
+    const std::vector<std::pair<std::string, bool>> cases = {
+        {"", false},
+        {"<whattoprint>ALL</whattoprint>", true},
+        {"<whattoprint>first</whattoprint>", false},
+        {"<allimages/>", true},
+        {"<AllImages>yes</AllImages>", true},
+        {"<allimages>no</allimages>", false},
+        {"<allimages><!-- yes --></allimages>", false},
+        {"<allimages/><allimages>no</allimages>", true},
+    };
+    for (const auto& [children, expected] : cases)
+        EXPECT_EQ(outputFrom("<output>" + children + "</output>")->allImages(), expected) << children;
+}
+
+TEST(OutputReading, takesSizeAndNameFromAttributesInAnyCase) {
+    const auto output = outputFrom("<output NAME='sheet' Size='{1800, 1200}' height='900.5' other='x'/>");
+    EXPECT_EQ(output->size(), (base::Size{1800, 900.5}));
+    EXPECT_EQ(base::textForKey(output->valuesDict(), "name"), "sheet");
+    EXPECT_EQ(outputFrom("<output/>")->size(), base::Size{});
+}
+
+TEST(OutputReading, readsNodesAndSkipsOtherElements) {
+    const auto output = outputFrom(R"(<output>
+        <Front TYPE="node" frame="{{1,2},{3,4}}" croprect="{{0, 0}, {5, 6}}">
+            <Frame>{{10, 20}, {30, 40}}</Frame><origin>{7, 8}</origin><frame>nonsense</frame>
+            <gravity>resizeAspect</gravity><backgroundColor>#FFF</backgroundColor>
+            <tiffOrientation>6</tiffOrientation><shadowcolor Blur="4" offset="{1, 2}">#00000055</shadowcolor>
+        </Front>
+        <plain/><group type="other"/><back type="node"/>
+    </output>)");
+    EXPECT_THAT(output->nodeNames(), ElementsAre("Front", "back"));
+    const VELM_Output_node& node = *output->outputNodes().front();
+    EXPECT_THAT(node.frames(),
+                ElementsAre("{{1, 2}, {3, 4}}", "{{10, 20}, {30, 40}}", "{{7, 8}, {0, 0}}", "{{0, 0}, {0, 0}}"));
+    EXPECT_EQ(node.cropRectString(), "{{0, 0}, {5, 6}}");
+    EXPECT_EQ(node.gravity(), "resizeAspect");
+    EXPECT_EQ(node.backgroundColor(), "#FFF");
+    EXPECT_EQ(node.tiffOrientation(), 6);
+    EXPECT_EQ(node.shadowColor(), "#00000055");
+    EXPECT_EQ(node.shadowBlur(), "4");
+    EXPECT_EQ(node.offsetPointString(), "{1, 2}");
+    EXPECT_FALSE(output->outputNodes().back()->gravity());
+}
+
+TEST(OutputReading, readsDestinationsUnderTheirCanonicalKeys) {
+    const auto output = outputFrom(R"(<output>
+        <destination type="filepath"><FilePath>/out/a.tif</FilePath><FILENAME>originalImageName</FILENAME>
+            <saveOriginalFileAs>no</saveOriginalFileAs><SaveOriginalFileAsIs>yes</SaveOriginalFileAsIs>
+            <limitsize>1200</limitsize><itempath>3</itempath></destination>
+        <destination type="printer" name="LabPrinter"><mediatype>4</mediatype><CUTINHALF>1</CUTINHALF>
+            <model>DS620</model><papersize>6x8</papersize><copies>2</copies><gravity>odd</gravity></destination>
+        <destination type="fax"/>
+    </output>)");
+    ASSERT_EQ(output->destinations().size(), 3u);
+    const VELM_Destination& file = *output->destinations()[0];
+    EXPECT_EQ(file.kind(), VELM_Destination::Kind::file);
+    EXPECT_EQ(file.filepath(), "/out/a.tif");
+    EXPECT_EQ(file.filename(), "originalImageName");
+    EXPECT_TRUE(file.saveOriginal());
+    EXPECT_EQ(file.limitSize(), 1200);
+    EXPECT_EQ(file.printToFileSetPathIndex(), "3");
+    EXPECT_EQ(file.description(), "VELM_Destination(filepath):/out/a.tif");
+    const VELM_Destination& printer = *output->destinations()[1];
+    EXPECT_EQ(printer.kind(), VELM_Destination::Kind::printer);
+    EXPECT_EQ(printer.printerQueue(), "LabPrinter");
+    EXPECT_EQ(printer.mediaType(), 4);
+    EXPECT_EQ(printer.cutInHalf(), 1);
+    EXPECT_EQ(printer.gravity(), "resizeAspectFill");
+    EXPECT_EQ(printer.description(), "VELM_Destination(printer){queue:LabPrinter;model:DS620;papersize:6x8;copies:2;}");
+    EXPECT_EQ(output->destinations()[2]->kind(), VELM_Destination::Kind::unknown);
+    EXPECT_FALSE(output->ignoresTemplates());
+}
+
+TEST(OutputReading, normalizesBarcodesByTheSizeKnownSoFar) {
+    const std::string barcode = R"(<barcode type="qrcode" scale="2.5" origin="{1, 1}"><message>abc</message>
+        <origin xflip="yes" yflip="0">{450, 300}</origin></barcode>)";
+    const auto output = outputFrom("<output size='{1800, 1200}'>" + barcode + "</output>");
+    ASSERT_EQ(output->barcodes().size(), 1u);
+    const auto& options = *output->barcodes()[0].as<base::Dictionary>();
+    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_origin), base::Value("{0.25, 0.25}"));
+    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_message), base::Value("abc"));
+    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_type), base::Value(1));
+    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_scale), base::Value(2.5));
+    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_isFlippedX), base::Value(true));
+    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_isFlippedY), base::Value(false));
+    const auto unsized = outputFrom("<output>" + barcode + "</output>");
+    EXPECT_EQ(base::valueForKey(*unsized->barcodes()[0].as<base::Dictionary>(), klaron_2dCodeKey_origin),
+              base::Value("{0, 0}"));
+}
+
+TEST(OutputReading, logsWhatItDoesNotKnow) {
+    LogCapture log;
+    outputFrom("<output><!-- fine --><?php no?><a type='node'><shadowcolor size='3'>#000</shadowcolor></a>"
+               "<destination><price>3</price></destination><barcode><price/></barcode></output>");
+    EXPECT_THAT(log.lines,
+                ElementsAre("Found unexpected XML element kind:\n5", "encountered unknown shadowcolor attribute: size",
+                            "Found unexpected XML element \"price\" while parsing destination",
+                            "Found unexpected XML element \"price\" while parsing barcode"));
+}
+
+TEST(OutputAttributes, ignoresTemplatesWhenNoDestinationWantsAProduct) {
+    const std::string save =
+        "<destination type='filepath'><saveoriginalfileasis>1</saveoriginalfileasis></destination>";
+    EXPECT_TRUE(outputFrom("<output/>")->ignoresTemplates());
+    EXPECT_TRUE(outputFrom("<output>" + save + save + "</output>")->ignoresTemplates());
+    EXPECT_FALSE(outputFrom("<output>" + save + "<destination/></output>")->ignoresTemplates());
+}
+
+TEST(OutputAttributes, addsDestinationsAsOneChange) {
+    VELM_Output output;
+    int changes = 0;
+    const auto token = output.observable().observe("destinations", [&] { ++changes; });
+    output.addDestinations(
+        {VELM_Destination::initWithFilepath("/a"), "rubbish", VELM_Destination::initWithPrinterModel("DS620")});
+    EXPECT_EQ(changes, 1);
+    ASSERT_EQ(output.destinations().size(), 2u);
+    EXPECT_EQ(output.destinations()[1]->printerModel(), "DS620");
+}
+
+const char* const fullOutput = R"(<output name="n" size="{100, 50}"><whattoprint>all</whattoprint>
+    <front type="node" croprect="{{0, 0}, {5, 6}}"><frame>{{1, 2}, {3, 4}}</frame><gravity>resize</gravity>
+        <backgroundcolor>#FFF</backgroundcolor><tiffOrientation>6</tiffOrientation>
+        <shadowcolor blur="4" offset="{1, 2}">#000</shadowcolor></front>
+    <destination type="printer" name="Lab"><copies>2</copies></destination>
+    <destination type="filepath"><filepath>/x</filepath></destination>
+    <barcode type="pdf417" origin="{10, 20}"><message>m</message></barcode></output>)";
+
+TEST(OutputCopy, isWhatTheArchiveGivesBackAndSharesNothing) {
+    const auto output = outputFrom(fullOutput);
+    output->setAllImagesPath("/pictures/a.jpg");
+    const auto original = photographTemplate(10, 20);
+    output->setTemplates({{"front", original}});
+    const auto package = std::make_shared<TestPackage>();
+    output->setPackage(package);
+
+    const auto archive = platform::data::archivedData(base::Value(output));
+    ASSERT_TRUE(archive) << archive.error().localizedDescription;
+    const auto restored = platform::data::unarchived(*archive, {"VELM_Output"});
+    ASSERT_TRUE(restored) << restored.error().localizedDescription;
+    const auto unarchived = restored->object<VELM_Output>();
+    ASSERT_TRUE(unarchived);
+    const auto copy = output->copyWithZone();
+
+    for (const auto& one : {unarchived, copy}) {
+        EXPECT_EQ(one->description(), output->description());
+        EXPECT_EQ(one->valuesDict(), output->valuesDict());
+        EXPECT_EQ(one->barcodes(), output->barcodes());
+        EXPECT_EQ(one->size(), output->size());
+        EXPECT_EQ(one->allImagesPath(), output->allImagesPath());
+        ASSERT_EQ(one->outputNodes().size(), 1u);
+        EXPECT_NE(one->outputNodes()[0], output->outputNodes()[0]);
+        EXPECT_EQ(one->outputNodes()[0]->encoded(), output->outputNodes()[0]->encoded());
+        ASSERT_EQ(one->destinations().size(), 2u);
+        EXPECT_NE(one->destinations()[0], output->destinations()[0]);
+        EXPECT_EQ(one->destinations()[0]->encoded(), output->destinations()[0]->encoded());
+        ASSERT_EQ(one->templates().size(), 1u);
+        EXPECT_NE(one->templates().at("front"), original);
+        EXPECT_TRUE(one->templates().at("front")->isEqual(*original));
+    }
+    EXPECT_EQ(copy->package(), package);
+    EXPECT_FALSE(unarchived->package());
+}
+
+TEST(OutputDescription, namesSizeNodesAndDestinations) {
+    const std::string text = outputFrom(fullOutput)->description();
+    EXPECT_THAT(text, testing::StartsWith("VELM_Output {100, 50}\nnodes:"));
+    EXPECT_THAT(text, HasSubstr("VELM_Output_node{{0, 0}, {5, 6}}:("));
+    EXPECT_THAT(text, HasSubstr("{{1, 2}, {3, 4}}"));
+    EXPECT_THAT(text, HasSubstr("VELM_Destination(filepath):/x"));
+}
+
+TEST(OutputAttributes, knowsTheScalingOfAGravity) {
+    EXPECT_EQ(VELM_Output::imageScalingForGravity("resize"), 2);
+    EXPECT_EQ(VELM_Output::imageScalingForGravity("resizeAspect"), 1);
+    EXPECT_EQ(VELM_Output::imageScalingForGravity("resizeAspectFill"), 0);
+    EXPECT_EQ(VELM_Output::imageScalingForGravity(std::nullopt), 0);
+}
+
+} // namespace
