@@ -192,7 +192,9 @@ KLARON_ImageRef TemplateRenderer::search(VELM_Template& layer) {
             if (auto image = open(root.appendingPathComponent(folder).appendingPathComponent(*path))) return image;
         }
     }
-    return nullptr;
+    // A template that fills a hole knows no job, yet the photograph in it is one of the outer job's.
+    const auto& outer = drawn_.outerJobContainer_;
+    return outer ? open(outer->appendingPathComponent(pictureFolders.front()).appendingPathComponent(*path)) : nullptr;
 }
 
 KLARON_ImageRef TemplateRenderer::open(const ImageObject& object) {

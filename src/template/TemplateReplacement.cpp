@@ -66,6 +66,7 @@ void VELM_Template::replaceImageLayer(VELM_Template& layer, const std::string& k
         if (crop) preprocess.emplace(VELM_XML_Key_croprect, crop);
         if (const auto turn = job->rotationForKey(key, packageName)) preprocess.emplace(VELM_XML_Key_rotation, *turn);
         nested->setValue(VELM_XML_Key_preprocess, preprocess);
+        nested->outerJobContainer_ = job->urlJobContainer();
         nested->replaceKeyValues();
         const auto drawn = nested->imageUncached();
         if (auto error = nested->renderError(); error && !fillError_) fillError_ = std::move(error);

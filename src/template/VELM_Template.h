@@ -146,7 +146,7 @@ public:
     /// How often the setters of the layers were called.
     std::int64_t changeCount() const { return changeCount_; }
     /// Announces "layers" and "changeCount", before and after.
-    const platform::run::Observable& observable() const { return observable_; }
+    platform::run::Observable& observable() { return observable_; }
     /// As it was loaded or last saved.
     const Ref& lastSaved() const { return lastSaved_; }
     bool hasUnsavedChanges() const;
@@ -343,6 +343,7 @@ private:
     platform::run::Observable observable_;
     std::optional<double> scale_;
     base::Size shadowOffset_;
+    std::optional<base::URL> outerJobContainer_; // of the job whose hole this template fills
 
     std::atomic<bool> isRenderingPreview_ = false; // a parent writes its child's
     std::atomic<bool> isRenderingUnrotated_ = false;

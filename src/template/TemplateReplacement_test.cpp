@@ -1,0 +1,254 @@
+// The job's values in the holes of a template, stamps, and the stored texts.
+#include "internal/TemplateFixture.h"
+
+#include "base/Text.h"
+#include "platform/data/Dates.h"
+#include "platform/data/UserDefaults.h"
+#include "template/VELM_EditableText.h"
+
+using namespace template_testing;
+using base::Dictionary;
+using base::Value;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+TEST(TemplateReplacement, ValuesGoIntoTheHoles) {
+    using Values = std::map<std::pair<std::string, std::string>, std::string>;
+    const struct {
+        std::string layer;
+        Values job;
+        std::optional<std::string> custom;
+        Dictionary changed; // of the layer's values
+    } cases[] = {
+        {"<layer type='image' key='a'/>", {{{"key", "a"}, "x.jpg"}}, {}, {{"filepath", "x.jpg"}}},
+        {"<layer type='graphic' key='a'/>",
+         {{{"key", "a"}, "x.jpg"}, {{"croprect", "a"}, "{{1, 2}, {3, 4}}"}, {{"rotation", "a"}, "1"}},
+         {},
+         {{"filepath", "x.jpg"}, {"croprect", "{{1, 2}, {3, 4}}"}}},
+        {"<layer type='image' key='a'/>", {{{"key", "a"}, "x.jpg"}}, "y.jpg", {{"filepath", "y.jpg"}}},
+        {"<layer type='image' key='a'/>", {}, "y.jpg", {}},
+        {"<layer type='image' key='a'/>",
+         {{{"croprect", "a"}, "{{1, 2}, {3, 4}}"}},
+         {},
+         {{"croprect", "{{1, 2}, {3, 4}}"}}},
+        {"<layer type='image' key='a'/>", {{{"croprect", "a"}, "{{1, 2}, {0, 4}}"}}, {}, {}},
+        {"<layer type='image'/>", {{{"key", ""}, "x.jpg"}}, "y.jpg", {}},
+        {"<layer type='textbox' key='a'><string>s</string></layer>",
+         {{{"key", "a"}, "text"}},
+         {},
+         {{"string", "text"}}},
+        {"<layer type='textbox' key='a'><string>s</string></layer>", {}, "y.jpg", {}},
+        {"<layer type='stamp' key='a'><string>s</string></layer>", {{{"key", "a"}, "text"}}, {}, {}},
+        {"<layer type='canvas' key='a'/>", {{{"key", "a"}, "text"}}, {}, {}},
+        // A template that is missing leaves the hole as it was.
+        {"<layer type='image' key='a'><filepath>old</filepath></layer>",
+         {{{"key", "a"}, "x.jpg"}, {{"template", "a"}, "/no/such.xml"}},
+         {},
+         {}},
+    };
+    for (const auto& test : cases) {
+        const CaughtLog log;
+        const auto package = std::make_shared<TestPackage>();
+        package->order->values = test.job;
+        const auto document = templateFrom("<layout size='{10, 10}'>" + test.layer + "</layout>");
+        document->setPackage(package);
+        document->setFilepathCustomImage(test.custom);
+        Dictionary expected = document->layers()[0]->valuesDict();
+        for (const auto& [key, value] : test.changed)
+            expected.insert_or_assign(key, value);
+        document->replaceKeyValues();
+        EXPECT_EQ(Value(document->layers()[0]->valuesDict()), Value(expected)) << test.layer;
+        EXPECT_EQ(document->renderError(), std::nullopt);
+    }
+}
+
+TEST(TemplateReplacement, TheValueIsAskedByProductCodeAndTheRestByName) {
+    const auto package = std::make_shared<TestPackage>();
+    package->code = "PLU";
+    package->order->values[{"key", "a"}] = "x.jpg";
+    const auto document = templateFrom("<layout><layer type='image' key='a'/></layout>");
+    document->setPackage(package);
+    document->replaceKeyValues();
+    EXPECT_THAT(package->order->asked,
+                testing::UnorderedElementsAre("key/a/PLU", "template/a/Classic", "croprect/a/Classic"));
+}
+
+TEST(TemplateReplacement, ContainersAreFilledToo) {
+    const auto package = std::make_shared<TestPackage>();
+    package->order->values[{"key", "a"}] = "x.jpg";
+    const auto outer = templateFrom("<layout><layer type='container'/></layout>");
+    const auto inner = outer->layers()[0];
+    const auto hole = templateFrom("<layer type='image' key='a'/>");
+    inner->setLayers({hole});
+    outer->setPackage(package);
+    outer->setFilepathCustomImage("all.jpg");
+    outer->replaceKeyValues();
+    EXPECT_EQ(inner->package(), package);
+    EXPECT_EQ(inner->filepathCustomImage(), "all.jpg");
+    EXPECT_EQ(hole->graphicPath(), Value("all.jpg"));
+}
+
+TEST(TemplateReplacement, AWholeTemplateFillsAHole) {
+    const support::TemporaryDirectory files;
+    writePicture(files.write("order.velm_job/Images/photo.png", ""), halves(40, 20, "#F00", "#00F"));
+    // The inner hole has the key of the outer one, a crop of its own and a text that the job would replace.
+    const auto inner =
+        files.write("Templates/inner.xml",
+                    fileOf("<layer type='image' key='a' frame='{{0, 0}, {100, 100}}'><gravity>resize</gravity>"
+                           "<croprect>{{0, 0}, {5, 5}}</croprect></layer>"
+                           "<layer type='textbox' key='t'><string>own</string></layer>"));
+    const auto package = std::make_shared<TestPackage>();
+    package->order->container = base::URL::fileURLWithPath(files / "order.velm_job");
+    package->order->values = {{{"key", "a"}, "photo.png"},
+                              {{"key", "t"}, "the job's"},
+                              {{"template", "a"}, inner},
+                              {{"croprect", "a"}, "{{20, 0}, {20, 20}}"}};
+    const auto document =
+        templateFrom("<layout size='{50, 50}'><layer type='image' key='a' frame='{{0, 0}, {50, 50}}'/></layout>");
+    document->setPackage(package);
+    {
+        const CaughtLog log;
+        document->replaceKeyValues();
+    }
+    const auto layer = document->layers()[0];
+    EXPECT_EQ(layer->name(), "Internal Preprocessed Template Image");
+    EXPECT_EQ(document->renderError(), std::nullopt);
+    const auto drawn = layer->graphicPath().object<ImageValue>();
+    ASSERT_TRUE(drawn);
+    EXPECT_EQ(drawn->image()->width(), 100);
+    // The job's crop won: the right half alone is there.
+    EXPECT_EQ(pixelAt(drawn->image(), 10, 50), blue);
+    EXPECT_EQ(pixelAt(document->image(), 5, 25), blue);
+}
+
+TEST(TemplateReplacement, AnErrorInTheTemplateOfAHoleIsTheDocuments) {
+    const support::TemporaryDirectory files;
+    files.write("self.xml", fileOf("<layer type='node'><filepath>" + (files / "self.xml") + "</filepath></layer>"));
+    const auto package = std::make_shared<TestPackage>();
+    package->order->values = {{{"key", "a"}, "photo.png"}, {{"template", "a"}, files / "self.xml"}};
+    const auto document = templateFrom("<layout size='{5, 5}'><layer type='image' key='a'/></layout>");
+    document->setPackage(package);
+    const CaughtLog log;
+    document->replaceKeyValues();
+    ASSERT_TRUE(document->renderError());
+    EXPECT_THAT(document->renderError()->localizedDescription, testing::HasSubstr("includes itself"));
+}
+
+TEST(TemplateReplacement, PreprocessedTemplatesTakeTheOuterChoice) {
+    const auto document = templateFrom("<layout><layer type='image' key='a'><filepath>own</filepath>"
+                                       "<croprect>{{0, 0}, {5, 5}}</croprect><rotation>1</rotation></layer>"
+                                       "<layer type='image'><filepath>fixed</filepath></layer></layout>");
+    document->setValue("preprocess", Dictionary{{"filepath", "p.jpg"}, {"rotation", "0.5"}});
+    document->replaceKeyValues();
+    EXPECT_EQ(Value(document->layers()[0]->valuesDict()), Value(Dictionary{{"type", "image"},
+                                                                           {"key", "a"},
+                                                                           {"zindex", "100"},
+                                                                           {"filepath", "p.jpg"},
+                                                                           {"rotation", "0.5"},
+                                                                           {"autorotate", false}}));
+    EXPECT_EQ(document->layers()[1]->graphicPath(), Value("fixed"));
+}
+
+TEST(TemplateReplacement, ReplaceImagesFillsEveryImageLayer) {
+    const auto document = templateFrom("<layout><layer type='image'/><layer type='graphic'/></layout>");
+    document->replaceImages({base::URL::fileURLWithPath("/a.jpg"), base::URL::fileURLWithPath("/b.jpg")},
+                            {"{{0, 0}, {1, 1}}"});
+    EXPECT_EQ(document->layers()[0]->graphicPath(), Value("/a.jpg"));
+    EXPECT_EQ(document->layers()[0]->value("croprect"), Value("{{0, 0}, {1, 1}}"));
+    EXPECT_FALSE(document->layers()[0]->autorotate());
+    EXPECT_TRUE(document->layers()[1]->graphicPath().isNothing());
+}
+
+TEST(TemplateStamps, TextsByTheirKey) {
+    const auto moment = base::Date(std::chrono::sys_days(std::chrono::year(2026) / 3 / 5) + std::chrono::hours(12));
+    const auto previous = platform::data::setDateSource([&] { return moment; });
+    const auto formatted = [&](std::string_view pattern) {
+        return platform::data::stringWithUTSFormat(moment, pattern);
+    };
+    const struct {
+        std::string layer; // the inside of a stamp layer
+        std::string expected;
+    } cases[] = {
+        {"<key>filename</key><string>s.txt</string>", "A_B_C.jpg"},
+        {"<key>FileName</key><string>s.txt</string><hideExtension>yes</hideExtension>", "s"},
+        {"<key>filename</key><hideExtension>yes</hideExtension>", "(null)"},
+        {"<key>customfilenamepartb</key>", "B"},
+        {"<key>customfilenamepartC</key>", "C"},
+        {"<key>customfilenameparte</key>", ""},
+        {"<key>customfilenamepartf</key>", ""},
+        {"<key>CustomFilenamePartB</key>", ""},
+        {"<key>date</key>", "(null)"},
+        {"<key>Date</key><string>shortDate</string>", formatted("MM-dd-yyyy")},
+        {"<key>date</key><string>longDate</string>", formatted("EEEE, MMMM d, yyyy")},
+        {"<key>date</key><string>abrevDate</string>", formatted("EEE, MMM d, yyyy")},
+        {"<key>date</key><string>custom</string>", "custom"},
+        {"<key>TIME</key>", formatted("h:mm:ss aa")},
+        {"<key>packageName</key>", "Classic"},
+        {"<key>other</key><string>s</string>", "s"},
+        {"<key>other</key>", "other"},
+        {"<string>s</string>", "s"},
+        {"", "(null)"},
+    };
+    const auto package = std::make_shared<TestPackage>();
+    package->order->picture = "/photos/A_B_C.jpg";
+    for (const auto& test : cases) {
+        const auto stamp = templateFrom("<layer type='stamp'>" + test.layer + "</layer>");
+        stamp->setPackage(package);
+        EXPECT_EQ(Value(stamp->stampValue()).description(), test.expected) << test.layer;
+    }
+    // The run's own picture comes before the job's first one.
+    const auto stamp = templateFrom("<layer type='stamp' key='filename'/>");
+    stamp->setPackage(package);
+    stamp->setFilepathCustomImage("/x/run.jpg");
+    EXPECT_EQ(stamp->stampValue(), "run.jpg");
+    package->packageName.reset();
+    stamp->setKey("packagename");
+    EXPECT_EQ(stamp->stampValue(), "packagename");
+    platform::data::setDateSource(previous);
+}
+
+TEST(TemplateStamps, StoredTexts) {
+    const auto stampOf = [](const std::string& number) {
+        return templateFrom("<layer type='edittextbox'>" + number + "</layer>")->stampValue();
+    };
+    EXPECT_EQ(stampOf("<stringnumber>3</stringnumber>"), "Editable Text #3");
+    EXPECT_EQ(stampOf("<stringnumber>99</stringnumber>"), std::nullopt);
+    EXPECT_EQ(stampOf(""), std::nullopt);
+    VELM_EditableText("3").setValue("three");
+    VELM_EditableText::setEditableText("old", "text 99");
+    EXPECT_EQ(stampOf("<stringnumber>3</stringnumber>"), "three");
+    EXPECT_EQ(stampOf("<stringnumber>99</stringnumber>"), "old");
+
+    const auto objects = VELM_EditableText::editableTextObjects();
+    ASSERT_EQ(objects.size(), 21U);
+    EXPECT_EQ(objects[1]->key(), "2");
+    EXPECT_EQ(objects[9]->key(), "10");
+    EXPECT_EQ(VELM_EditableText("none").value(), "");
+    const Value kept = platform::data::UserDefaults::standard().objectForKey(VELM_EditableText::defaultsKey);
+    EXPECT_EQ(base::valueForKey(*kept.as<Dictionary>(), "3"), Value("three"));
+    VELM_EditableText::setEditableText(std::nullopt, "text 99");
+    EXPECT_EQ(stampOf("<stringnumber>99</stringnumber>"), std::nullopt);
+}
+
+TEST(TemplateStamps, AnOlderFormOfTheStoreIsDropped) {
+    Dictionary older;
+    Dictionary decimal;
+    for (int number = 1; number <= 20; ++number) {
+        older.emplace("text " + std::to_string(number), "mine");
+        decimal.emplace(std::to_string(number), "mine");
+    }
+    const auto textOf = [](const Dictionary& stored, std::string_view key) {
+        return base::textForKey(VELM_EditableText::storageFromDefaults(stored), key);
+    };
+    EXPECT_EQ(textOf(older, "text 1"), std::nullopt);
+    EXPECT_EQ(textOf(older, "20"), "Editable Text #20");
+    EXPECT_EQ(textOf(decimal, "20"), "mine");
+    older.erase("text 7");
+    EXPECT_EQ(textOf(older, "text 1"), "mine"); // 19 entries are no older form
+    EXPECT_EQ(textOf(older, "1"), "Editable Text #1");
+    EXPECT_EQ(VELM_EditableText::storageFromDefaults("rubbish").size(), 20U);
+}
+
+} // namespace

@@ -1,0 +1,150 @@
+// What the tests of this module share: a package and a job made of plain fields, templates out of text, caught log
+// lines, settings in a folder of the test's own, and small pictures.
+#pragma once
+
+#include "base/Log.h"
+#include "base/Places.h"
+#include "imaging/ImageObject.h"
+#include "imaging/KLARON_color.h"
+#include "platform/data/XMLDocument.h"
+#include "platform/draw/BitmapContext.h"
+#include "platform/draw/ImageDestination.h"
+#include "support/TemporaryDirectory.h"
+#include "template/RenderingContext.h"
+#include "template/VELM_Template.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace template_testing {
+
+class TestJob : public JobValues {
+public:
+    using JobValues::valueForKey;
+    std::optional<std::string> valueForKey(std::string_view key, const std::optional<std::string>& packageName,
+                                           std::string_view metaKey) const override {
+        asked.emplace_back(std::string(metaKey) + "/" + std::string(key) + "/" + packageName.value_or("-"));
+        const auto found = values.find({std::string(metaKey), std::string(key)});
+        return found != values.end() ? std::optional(found->second) : std::nullopt;
+    }
+    base::Value valueInDict(std::string_view) const override { return {}; }
+    std::optional<std::string> graphicPath() const override { return picture; }
+    std::optional<base::URL> urlJobContainer() const override { return container; }
+
+    std::map<std::pair<std::string, std::string>, std::string> values; ///< By table and key.
+    std::optional<std::string> picture;
+    std::optional<base::URL> container;
+    mutable std::vector<std::string> asked;
+};
+
+class TestPackage : public PackageValues {
+public:
+    std::optional<std::string> name() const override { return packageName; }
+    std::optional<std::string> pluCode() const override { return code; }
+    std::optional<base::URL> urlJobContainer() const override { return order->container; }
+    std::shared_ptr<const JobValues> job() const override { return order; }
+
+    std::shared_ptr<TestJob> order = std::make_shared<TestJob>();
+    std::optional<std::string> packageName = "Classic";
+    std::optional<std::string> code;
+};
+
+/// Catches the log for as long as it lives.
+class CaughtLog {
+public:
+    CaughtLog()
+        : previous_(base::setLogSink([this](std::string_view message) {
+              const std::lock_guard lock(mutex_);
+              lines_.emplace_back(message);
+          })) {}
+    ~CaughtLog() { base::setLogSink(previous_); }
+    CaughtLog(const CaughtLog&) = delete;
+    CaughtLog& operator=(const CaughtLog&) = delete;
+    std::vector<std::string> lines() const {
+        const std::lock_guard lock(mutex_);
+        return lines_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> lines_;
+    base::LogSink previous_;
+};
+
+inline VELM_Template::Ref templateFrom(std::string_view xml) {
+    const auto document = platform::data::XMLDocument::parse(xml);
+    if (!document) {
+        ADD_FAILURE() << document.error().localizedDescription;
+        return VELM_Template::initForCopy();
+    }
+    return VELM_Template::initWithNode(*(*document)->rootElement(), std::nullopt);
+}
+
+/// A template file around these layers.
+inline std::string fileOf(std::string_view layers, std::string_view size = "{100, 100}") {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><data type=\"VELM_Template\" version=\"1.0\"><layout size=\"" +
+           std::string(size) + "\">" + std::string(layers) + "</layout></data>";
+}
+
+struct Pixel {
+    int red = 0, green = 0, blue = 0, alpha = 0;
+
+    /// As near as lossy files and filters bring it back.
+    friend bool operator==(const Pixel& left, const Pixel& right) {
+        const auto near = [](int a, int b) { return std::abs(a - b) <= 4; };
+        return near(left.red, right.red) && near(left.green, right.green) && near(left.blue, right.blue) &&
+               near(left.alpha, right.alpha);
+    }
+    friend std::ostream& operator<<(std::ostream& stream, const Pixel& pixel) {
+        return stream << "(" << pixel.red << ", " << pixel.green << ", " << pixel.blue << ", " << pixel.alpha << ")";
+    }
+};
+inline constexpr Pixel clear{};
+inline constexpr Pixel white{255, 255, 255, 255};
+inline constexpr Pixel red{255, 0, 0, 255};
+inline constexpr Pixel green{0, 255, 0, 255};
+inline constexpr Pixel blue{0, 0, 255, 255};
+
+/// Premultiplied, x and y from the top left.
+inline Pixel pixelAt(const platform::draw::ImageRef& image, int x, int y) {
+    if (!image) {
+        ADD_FAILURE() << "no image";
+        return {};
+    }
+    const auto bitmap = image->bitmap();
+    if (!bitmap) {
+        ADD_FAILURE() << bitmap.error().localizedDescription;
+        return {};
+    }
+    const std::uint8_t* pixel = bitmap->row(y) + 4 * x;
+    return {pixel[2], pixel[1], pixel[0], pixel[3]};
+}
+
+/// A picture in two halves, the first at the left.
+inline platform::draw::ImageRef halves(int width, int height, std::string_view left, std::string_view right) {
+    const auto context = platform::draw::BitmapContext::create(width, height, KLARON_color::colorSpace(),
+                                                               platform::draw::AlphaInfo::noneSkipLast);
+    context->setFillColor(KLARON_color::createColorWithHexcode(left));
+    context->fillRect({0, 0, width / 2.0, static_cast<double>(height)});
+    context->setFillColor(KLARON_color::createColorWithHexcode(right));
+    context->fillRect({width / 2.0, 0, width / 2.0, static_cast<double>(height)});
+    return context->makeImage();
+}
+
+inline void writePicture(const std::string& path, const platform::draw::ImageRef& image,
+                         std::string_view type = "public.png", base::Dictionary properties = {}) {
+    auto destination = platform::draw::ImageDestination::createWithURL(base::URL::fileURLWithPath(path), type);
+    ASSERT_TRUE(destination) << destination.error().localizedDescription;
+    (*destination)->addImage(image, std::move(properties));
+    const auto written = (*destination)->finalize();
+    ASSERT_TRUE(written) << written.error().localizedDescription;
+}
+
+} // namespace template_testing
