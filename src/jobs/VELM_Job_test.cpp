@@ -1,0 +1,387 @@
+#include "internal/TestBed.h"
+#include "jobs/VELM_Job.h"
+#include "jobs/VELM_Package.h"
+#include "output/VELM_Output.h"
+#include "platform/data/FileAttributes.h"
+
+#include <gtest/gtest.h>
+
+using namespace jobs::testing;
+using base::Dictionary;
+using base::Value;
+
+namespace {
+
+VELM_Job::Ref jobFromText(const std::string& text) {
+    return VELM_Job::instanceWithXMLObject(base::Data(text));
+}
+
+/// A value by its path through dictionaries, "key/image1".
+std::string valueAt(const Dictionary& dictionary, std::string_view path) {
+    const std::size_t slash = path.find('/');
+    const Value& value = base::valueForKey(dictionary, path.substr(0, slash));
+    if (slash == std::string_view::npos) return value.textOr("(none)");
+    const auto* inner = value.as<Dictionary>();
+    return inner ? valueAt(*inner, path.substr(slash + 1)) : "(none)";
+}
+
+Dictionary referenceAt(const VELM_Job::Ref& job, std::size_t index) {
+    const base::Array references = job->jobPackages();
+    return index < references.size() ? *references[index].as<Dictionary>() : Dictionary();
+}
+
+struct Ended {
+    bool success = true;
+    std::optional<base::Error> error;
+    int calls = 0;
+};
+
+Ended run(const VELM_Job::Ref& job) {
+    Ended ended;
+    job->processJob([&ended](bool success, const std::optional<base::Error>& error) {
+        ended.success = success;
+        ended.error = error;
+        ++ended.calls;
+    });
+    return ended;
+}
+
+std::string packageReferences(int count) {
+    std::string references;
+    for (int number = 0; number < count; ++number)
+        references +=
+            "<package type=\"inline\" name=\"P" + std::to_string(number) + "\"><plucode>P</plucode></package>";
+    return references;
+}
+
+} // namespace
+
+TEST(Job, ReadsSlotsInShortAndLongForm) {
+    const struct {
+        const char* element;
+        const char* path;
+        const char* expected;
+    } cases[] = {
+        {"<image1>a.jpg</image1>", "key/image1", "a.jpg"},
+        {"<image1 croprect='{{0, 0}, {1, 1}}'>a.jpg</image1>", "croprect/image1", "{{0, 0}, {1, 1}}"},
+        {"<image1 CROPRECT='c' other='x'>a.jpg</image1>", "croprect/image1", "c"},
+        {"<image1><filepath>a.jpg</filepath></image1>", "key/image1", "a.jpg"},
+        {"<image1><rotation>2</rotation></image1>", "key/image1", "2"},
+        {"<image1>\n  <FilePath>a.jpg</FilePath>\n  <rotation>1.5</rotation>\n</image1>", "key/image1", "a.jpg"},
+        {"<image1><filepath>a.jpg</filepath><rotation>1.5</rotation></image1>", "rotation/image1", "1.5"},
+        {"<image1><template>t.xml</template><croprect>c</croprect></image1>", "template/image1", "t.xml"},
+        {"<image1><template>t.xml</template><croprect>c</croprect></image1>", "croprect/image1", "c"},
+        {"<image1><template>t.xml</template><croprect>c</croprect></image1>", "key/image1", "(none)"},
+        {"<image1><filepath>a</filepath><other>b</other></image1>", "other/image1", "(none)"},
+        {"<image1><!-- two nodes -->a.jpg</image1>", "key/image1", "(none)"},
+        {"<image1/>", "key/image1", "(none)"},
+        {"<Image1>a.jpg</Image1>", "key/Image1", "a.jpg"},
+        {"<text1>one</text1><text1>two</text1>", "key/text1", "two"},
+    };
+    LogCapture log;
+    for (const auto& c : cases) {
+        const auto job = jobFromText(nativeTicket(c.element));
+        ASSERT_TRUE(job) << c.element;
+        EXPECT_EQ(valueAt(job->valuesDict(), c.path), c.expected) << c.element;
+        // The same forms stand in a package reference.
+        const auto withReference = jobFromText(nativeTicket("<package>" + std::string(c.element) + "</package>"));
+        ASSERT_TRUE(withReference) << c.element;
+        EXPECT_EQ(valueAt(referenceAt(withReference, 0), c.path), c.expected) << c.element;
+    }
+    EXPECT_TRUE(log.has("unrecognized element image1 : "));
+}
+
+TEST(Job, ReadsPackageReferences) {
+    LogCapture log;
+    const auto job =
+        jobFromText(nativeTicket("<!-- comment --><?php x?>"
+                                 "<package name='A' id='B'><image1>a.jpg</image1></package>"
+                                 "<Package KEY='C' PluCode='77' colour='red'/>"
+                                 "<package/>"
+                                 "<package type='inline'><icon>i.png</icon><text1>t</text1></package>"
+                                 "<package type='InLine' id='D'/>"
+                                 "<allimages><filepath>1.jpg</filepath><!-- c --><x>2.jpg</x></allimages>"));
+    ASSERT_TRUE(job);
+    ASSERT_EQ(job->jobPackages().size(), 4U);
+    EXPECT_EQ(valueAt(referenceAt(job, 0), "name"), "B");
+    EXPECT_EQ(valueAt(referenceAt(job, 0), "key/image1"), "a.jpg");
+    EXPECT_EQ(valueAt(referenceAt(job, 1), "name"), "C");
+    EXPECT_EQ(valueAt(referenceAt(job, 1), "plucode"), "77");
+    EXPECT_FALSE(referenceAt(job, 0).contains("job"));
+    const auto nameOfInline = [&](std::size_t index) {
+        const auto package = base::valueForKey(referenceAt(job, index), "package").object<VELM_Package>();
+        return package ? package->name().value_or("(none)") : "(no package)";
+    };
+    EXPECT_EQ(nameOfInline(2), "inline");
+    EXPECT_EQ(valueAt(referenceAt(job, 2), "key/text1"), "t");
+    EXPECT_EQ(nameOfInline(3), "D");
+    EXPECT_EQ(job->valueInDict("allimages"), Value(base::Array{"1.jpg", "2.jpg"}));
+    EXPECT_EQ(job->packageName(), "B");
+    EXPECT_TRUE(log.has("Found unexpected XML attribute \"colour=red\" while parsing package"));
+    EXPECT_TRUE(log.has("Found unexpected XML element kind:\n5"));
+}
+
+TEST(Job, ChoosesTheParserByTypeAndRefusesOtherVersions) {
+    const struct {
+        const char* attributes;
+        const char* error; ///< Empty for a ticket that is accepted.
+    } cases[] = {
+        {"type='VELM_JOB' version='1.0'", ""},
+        {"Type='velm_job' Version='1.99' extra='x'", ""},
+        {"type='velm_job' version='2.0'", "file version too new 2 when parsing velm_job"},
+        {"type='velm_job' version='0.9'", "file version too old 0.9 when parsing velm_job"},
+        {"type='velm_job'", "file version too old 0 when parsing velm_job"},
+        {"type='whatever' version='9'", "Error parsing job; no plucode"},
+        {"", "Error parsing job; no plucode"},
+    };
+    for (const auto& c : cases) {
+        LogCapture log;
+        const std::string path =
+            home().write("versions/a.xml", "<any " + std::string(c.attributes) + "><image1>a</image1></any>");
+        const auto job = VELM_Job::jobWithContentsOfURL(base::URL::fileURLWithPath(path));
+        EXPECT_EQ(job.has_value(), *c.error == 0) << c.attributes;
+        if (job) continue;
+        EXPECT_EQ(job.error(), (base::Error{std::string(base::posixErrorDomain), -3, c.error})) << c.attributes;
+        EXPECT_TRUE(log.has("Error " + std::string(c.error) + " parsing job file://")) << c.attributes;
+    }
+    LogCapture log;
+    EXPECT_TRUE(jobFromText("<any type='velm_job' version='1.0' extra='x'/>"));
+    EXPECT_TRUE(log.has("Found unexpected XML attribute:extra=x"));
+}
+
+TEST(Job, FindsTicketAndBundle) {
+    const std::string ticket = nativeTicket("<image1>a.jpg</image1><package name='P'/>");
+    home().write("find/order7.velm_job/job.xml", ticket);
+    home().write("find/order7.velm_job/Images/a.jpg", "x");
+    home().write("find/empty.velm_job/readme.txt", "x");
+    home().write("find/order8.xml", ticket);
+    home().write("find/Receipt-1234.xml", ticket);
+    home().write("find/notes.txt", ticket);
+    home().write("find/cut.xml", ticket.substr(0, ticket.size() / 2));
+    home().write("find/zero.xml", "");
+    const std::string bundle = home() / "find/order7.velm_job";
+    const struct {
+        const char* path;
+        const char* name; ///< Null where there is no job.
+        bool inBundle;
+        bool isLogged;
+    } cases[] = {
+        {"find/order7.velm_job", "order7", true, false}, {"find/order7.velm_job/job.xml", "order7", true, false},
+        {"find/order8.xml", "order8", false, false},     {"find/Receipt-1234.xml", nullptr, false, false},
+        {"find/notes.txt", nullptr, false, false},       {"find/missing.xml", nullptr, false, false},
+        {"find/empty.velm_job", nullptr, false, false},  {"find/cut.xml", nullptr, false, true},
+        {"find/zero.xml", nullptr, false, true},
+    };
+    for (const auto& c : cases) {
+        std::size_t lines;
+        VELM_Job::Ref job;
+        {
+            LogCapture log;
+            job = VELM_Job::instanceWithXMLObject(home() / c.path);
+            lines = log.count("");
+        }
+        EXPECT_EQ(lines > 0, c.isLogged) << c.path;
+        EXPECT_EQ(job != nullptr, c.name != nullptr) << c.path;
+        const auto withReason = VELM_Job::jobWithContentsOfURL(base::URL::fileURLWithPath(home() / c.path));
+        EXPECT_EQ(withReason.has_value(), c.name != nullptr) << c.path;
+        if (!withReason) {
+            EXPECT_FALSE(withReason.error().localizedDescription.empty()) << c.path;
+        }
+        if (!job) continue;
+        EXPECT_EQ(job->name(), c.name);
+        EXPECT_EQ(job->urlJobContainer().has_value(), c.inBundle) << c.path;
+        EXPECT_TRUE(job->isEqual(**withReason));
+        EXPECT_EQ(job->graphicPath(), c.inBundle ? bundle + "/Images/a.jpg" : "a.jpg");
+        if (c.inBundle) {
+            EXPECT_EQ(base::valueForKey(referenceAt(job, 0), "job"), Value(base::URL::fileURLWithPath(bundle)));
+        }
+    }
+}
+
+TEST(Job, ListsPreviewItems) {
+    home().write("preview/o.velm_job/job.xml", nativeTicket("<image1>a.jpg</image1>"));
+    home().write("preview/o.velm_job/Images/deep/a.jpg", "x");
+    home().write("preview/o.velm_job/Packages/p.xml", "x");
+    const auto bundle = VELM_Job::instanceWithXMLObject(home() / "preview/o.velm_job");
+    ASSERT_TRUE(bundle);
+    std::vector<std::string> names;
+    for (const auto& item : bundle->previewItems())
+        names.push_back(item->lastPathComponent());
+    EXPECT_EQ(names, (std::vector<std::string>{"job.xml", "a.jpg", "p.xml"}));
+    EXPECT_EQ(bundle->previewItemIndex(), -1);
+    bundle->setPreviewItemIndex(1);
+    EXPECT_EQ(bundle->previewItemIndex(), 1);
+    EXPECT_EQ(bundle->previewItemURL()->lastPathComponent(), "a.jpg");
+    bundle->setPreviewItemIndex(3);
+    EXPECT_EQ(bundle->previewItemIndex(), -1);
+
+    home().write("preview/o.xml", nativeTicket("<package name='P'><image1>/p/a.jpg</image1></package>"
+                                               "<allimages><f>/p/b.jpg</f><f></f></allimages>"));
+    const auto ticket = VELM_Job::instanceWithXMLObject(home() / "preview/o.xml");
+    ASSERT_TRUE(ticket);
+    ASSERT_EQ(ticket->previewItemsCount(), 4U);
+    EXPECT_EQ(ticket->previewItems()[1]->path(), "/p/a.jpg");
+    EXPECT_FALSE(ticket->previewItems()[3]);
+}
+
+TEST(Job, LooksUpValues) {
+    const auto job =
+        jobFromText(nativeTicket("<image1>job.jpg</image1><image2>two.jpg</image2>"
+                                 "<package name='ABC'><image1>abc.jpg</image1></package>"
+                                 "<package name='Other' plucode='XYZ'><image1 croprect='c'>xyz.jpg</image1>"
+                                 "</package>"));
+    ASSERT_TRUE(job);
+    const struct {
+        const char* key;
+        std::optional<std::string> package;
+        const char* table;
+        std::optional<std::string> expected;
+    } cases[] = {
+        {"image1", "ABC", "key", "abc.jpg"},
+        {"image1", "ABCPRT", "key", "abc.jpg"},
+        {"image1", "xyzLS", "key", "xyz.jpg"},
+        {"image1", "xyzls", "key", "abc.jpg"}, // the suffix counts in capitals only
+        {"image1", "other", "key", "xyz.jpg"},
+        {"image1", "nobody", "key", "abc.jpg"},
+        {"image1", std::nullopt, "key", "abc.jpg"},
+        {"image2", "XYZ", "key", "two.jpg"},
+        {"image3", "XYZ", "key", std::nullopt},
+        {"image1", "XYZ", "croprect", "c"},
+        {"image1", "ABC", "croprect", std::nullopt},
+        {"date", "ABC", "stamp", "date"},
+        {"filename", "ABC", "stamp", std::nullopt},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(job->valueForKey(c.key, c.package, c.table), c.expected)
+            << c.key << " of " << c.package.value_or("-");
+}
+
+TEST(Job, TranslatesForeignTickets) {
+    auto& store = platform::data::UserDefaults::suite("com.apple.java.util.prefs");
+    const std::string text = "<order from='x'><PluCode>4x6</PluCode><imagepath>old.jpg</imagepath>"
+                             "<imagepath>dir/a.jpg</imagepath><ipaddress>kiosk 3</ipaddress><quantity>2</quantity>"
+                             "<allimages><f>dir/a.jpg</f><!-- c --><f>b.jpg</f></allimages><text1>Hi</text1></order>";
+    for (const char* folder : {"", "/search", "/search/"}) {
+        defaults();
+        if (*folder) {
+            const Dictionary node{{"Sorrel/", Dictionary{{"searchfolder", folder}}}};
+            ASSERT_TRUE(store.setObject(node, "/"));
+        } else {
+            ASSERT_TRUE(store.removeObject("/"));
+        }
+        const std::string prefix = *folder ? "/search/" : "";
+        const auto job = jobFromText(text);
+        ASSERT_TRUE(job) << folder;
+        EXPECT_EQ(job->jobType(), "VELM_Job_sorrel");
+        EXPECT_EQ(job->destinationLabel(), "kiosk 3");
+        EXPECT_EQ(job->graphicPath(), prefix + "dir/a.jpg");
+        EXPECT_EQ(job->valueInDict("allimages"), Value(base::Array{prefix + "dir/a.jpg", prefix + "b.jpg"}));
+        EXPECT_EQ(job->jobPackages(),
+                  (base::Array{Dictionary{{"name", "4x6"}, {"key", Dictionary{{"image1", prefix + "dir/a.jpg"}}}}}));
+        EXPECT_EQ(job->valueForKey("filename", "4x6", "stamp"), "a.jpg");
+        EXPECT_EQ(job->valueForKey("text1", "4x6"), "Hi");
+    }
+    ASSERT_TRUE(store.removeObject("/"));
+
+    const struct {
+        const char* text;
+        const char* missing;
+    } cases[] = {
+        {"<o><plucode/><imagepath>a</imagepath></o>", "plucode"},
+        {"<o><imagepath>a</imagepath></o>", "plucode"},
+        {"<o><plucode>1</plucode></o>", "imagepath"},
+        {"<o><plucode>1</plucode><imagepath></imagepath><allimages><f>a</f></allimages></o>", "imagepath"},
+    };
+    for (const auto& c : cases) {
+        LogCapture log;
+        EXPECT_FALSE(jobFromText(c.text)) << c.text;
+        EXPECT_TRUE(log.has("Error parsing job; no " + std::string(c.missing) + " parsing job ")) << c.text;
+    }
+}
+
+TEST(Job, FailsWithoutPackageReferences) {
+    const auto job = jobFromText(nativeTicket("<image1>a.jpg</image1>"));
+    ASSERT_TRUE(job);
+    const Ended ended = run(job);
+    EXPECT_EQ(ended.calls, 1);
+    ASSERT_TRUE(ended.error);
+    EXPECT_EQ(ended.error->code, -3);
+    EXPECT_NE(ended.error->localizedDescription.find("no package references"), std::string::npos);
+}
+
+TEST(Job, SharesItsProgressAmongItsPackages) {
+    LogCapture log;
+    for (const int packages : {1, 3, 7}) {
+        const auto job = jobFromText(nativeTicket(packageReferences(packages)));
+        ASSERT_TRUE(job);
+        EXPECT_EQ(job->progress()->completedUnitCount(), 10);
+        const Ended ended = run(job);
+        EXPECT_FALSE(ended.success);
+        EXPECT_FALSE(ended.error) << packages;
+        EXPECT_EQ(job->progress()->completedUnitCount(), 100) << packages;
+    }
+    EXPECT_EQ(log.count("Package \"P0\" render commencing"), 3U);
+}
+
+TEST(Job, ReportsAMissingPackageAndRunsTheOthers) {
+    ASSERT_TRUE(defaults().setObject((home() / "NoPackages"), key_velmFolderPackages));
+    LogCapture log;
+    const auto job = jobFromText(nativeTicket(packageReferences(1) + "<package name='Nowhere'/>"));
+    ASSERT_TRUE(job);
+    const Ended ended = run(job);
+    EXPECT_EQ(ended.error,
+              (base::Error{std::string(base::posixErrorDomain), -3, "could not find package with name Nowhere"}));
+    EXPECT_TRUE(log.has("Package completed in "));
+    EXPECT_TRUE(log.has("Job completed in "));
+    EXPECT_EQ(job->progress()->completedUnitCount(), 100);
+}
+
+TEST(Job, WritesItselfAsABundleThatReadsBack) {
+    const std::string picture = home().write("writing/Source/a 10.jpg", "ten");
+    const std::string other = home().write("writing/Source/a 9.jpg", "nine");
+    const auto job = VELM_Job::init();
+    EXPECT_EQ(job->version(), 1.1);
+    job->addReplacements({{"image1", "a 9.jpg"}, {"text1", Dictionary{{"filepath", "x & y"}, {"rotation", "1"}}}});
+    job->addReplacements({{"image1", "a 10.jpg"}, {"text1", Dictionary{{"rotation", "2"}}}, {"number", 3}});
+    job->addImages({{base::URL::fileURLWithPath(picture), nullptr}, {base::URL::fileURLWithPath(other), nullptr}});
+
+    const base::URL target = base::URL::fileURLWithPath(home() / "writing/new.velm_job");
+    home().write("writing/new.velm_job/old.txt", "what stood there before");
+    std::optional<base::Error> error;
+    bool success = false;
+    LogCapture log;
+    job->writeToURL(target, [&](bool written, const std::optional<base::Error>& writingError) {
+        success = written;
+        error = writingError;
+    });
+    EXPECT_TRUE(success);
+    EXPECT_FALSE(error) << error->localizedDescription;
+    EXPECT_TRUE(log.has("need to handle key of type NSNumber"));
+    EXPECT_FALSE(std::filesystem::exists(target.path() + "/old.txt"));
+    EXPECT_EQ(support::readFile(target.path() + "/images/a 10.jpg"), "ten");
+
+    const auto readBack = VELM_Job::instanceWithXMLObject(target);
+    ASSERT_TRUE(readBack);
+    EXPECT_EQ(readBack->jobType(), "velm_job");
+    EXPECT_EQ(valueAt(readBack->valuesDict(), "key/image1"), "a 10.jpg");
+    EXPECT_EQ(valueAt(readBack->valuesDict(), "key/text1"), "x & y");
+    EXPECT_EQ(valueAt(readBack->valuesDict(), "rotation/text1"), "2");
+    EXPECT_EQ(readBack->valueInDict("allimages"), Value(base::Array{"a 9.jpg", "a 10.jpg"}));
+
+    success = true;
+    job->writeToURL(base::URL::fileURLWithPath(home() / "writing/missing/new.velm_job"),
+                    [&](bool written, const std::optional<base::Error>&) { success = written; });
+    EXPECT_FALSE(success);
+}
+
+TEST(Job, NotifiesOfChangedValuesOnly) {
+    const auto job = VELM_Job::init();
+    int changes = 0;
+    const auto token = job->observe("imagepath", [&changes] { ++changes; });
+    job->setObject("a", "imagepath");
+    job->setObject("a", "imagepath");
+    job->setObject("b", "imagepath");
+    job->setObject("x", "quantity");
+    EXPECT_EQ(changes, 2);
+    EXPECT_EQ(job->objectForKeyedSubscript("imagepath"), Value("b"));
+}
