@@ -19,7 +19,7 @@ constexpr std::string_view operationPrefix = "velmDirectory";
 } // namespace
 
 base::URL VELM::velmDirectory() {
-    const base::URL root = base::URL::fileURLWithPath(base::places().velmDirectory);
+    base::URL root = base::URL::fileURLWithPath(base::places().velmDirectory);
     static std::mutex mutex;
     static std::set<std::string> known;
     const std::lock_guard lock(mutex);
@@ -34,7 +34,7 @@ base::URL VELM::velmDirectory() {
 }
 
 base::URL VELM::velmDirectorySubdirectory(std::string_view operationName) {
-    const base::URL root = velmDirectory();
+    base::URL root = velmDirectory();
     if (!operationName.starts_with(operationPrefix) || operationName.size() == operationPrefix.size()) return root;
     return root.appendingPathComponent(operationName.substr(operationPrefix.size()));
 }

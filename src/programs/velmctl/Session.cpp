@@ -45,7 +45,7 @@ public:
     LogFile& operator=(const LogFile&) = delete;
 
 private:
-    void receive(std::string_view message) {
+    void receive(std::string_view message) const {
         const std::string line = base::logLine(message);
         // A log that can't be written must not stop the work: there is nobody to tell.
         if (descriptor_ >= 0) static_cast<void>(!write(descriptor_, line.data(), line.size()));
