@@ -1,4 +1,4 @@
-// ImageSource: a file or bytes that hold one or more pictures (JPEG, PNG, TIFF, GIF, WebP, BMP). Opening reads headers
+// ImageSource: a file or bytes that hold one or more pictures (JPEG, PNG, TIFF). Opening reads headers
 // and metadata only. Immutable and shared: any thread may use one. A file is opened anew when pixels are needed; one
 // that was changed in between fails to draw rather than mix two pictures.
 #pragma once
@@ -15,6 +15,7 @@
 
 namespace platform::draw {
 
+class ByteSource;
 class ImageSource;
 class PixelSource;
 using ImageSourceRef = std::shared_ptr<const ImageSource>;
@@ -50,6 +51,9 @@ private:
         std::shared_ptr<const PixelSource> pixels;
         base::Dictionary properties;
     };
+    ImageSource(std::string_view typeIdentifier, std::vector<Entry> entries);
+    static base::Result<ImageSourceRef> create(std::shared_ptr<const ByteSource> bytes);
+
     std::string_view typeIdentifier_;
     std::vector<Entry> entries_;
 };

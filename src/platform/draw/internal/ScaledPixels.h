@@ -4,9 +4,9 @@
 // one thread at a time.
 #pragma once
 
+#include "PixelRect.h"
 #include "base/Error.h"
 #include "base/Geometry.h"
-#include "PixelRect.h"
 #include "platform/draw/Bitmap.h"
 #include "platform/draw/Image.h"
 
