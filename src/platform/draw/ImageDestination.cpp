@@ -1,0 +1,91 @@
+#include "platform/draw/ImageDestination.h"
+
+#include "internal/PictureEncoder.h"
+#include "platform/draw/ColorSpace.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace platform::draw {
+namespace {
+
+struct WritableType {
+    std::string_view typeIdentifier;
+    PictureEncoder encode;
+};
+constexpr WritableType writableTypes[] = {
+    {"public.jpeg", encodeJPEG},
+    {"public.png", encodePNG},
+    {"public.tiff", encodeTIFF},
+};
+
+const WritableType* writableType(std::string_view typeIdentifier) {
+    const auto* row = std::find_if(std::begin(writableTypes), std::end(writableTypes),
+                                   [&](const WritableType& type) { return type.typeIdentifier == typeIdentifier; });
+    return row == std::end(writableTypes) ? nullptr : row;
+}
+
+class EncodingDestination : public ImageDestination {
+public:
+    EncodingDestination(PictureEncoder encode, std::unique_ptr<ByteSink> sink)
+        : encode_(encode), sink_(std::move(sink)) {}
+
+    void addImage(ImageRef image, base::Dictionary properties) override {
+        image_ = std::move(image);
+        properties_ = std::move(properties);
+    }
+
+    base::Result<void> finalize() override {
+        if (!image_ || isDone_) return base::failure(base::cocoaErrorDomain, 0, "there is no image to write");
+        isDone_ = true;
+        const auto bitmap = image_->bitmap();
+        if (!bitmap) return base::failure(bitmap.error());
+        EncodingOptions options;
+        if (const base::Value& quality = base::valueForKey(properties_, kCGImageDestinationLossyCompressionQuality))
+            options.quality = std::clamp(quality.doubleValue(), 0.0, 1.0);
+        auto exif = exifBlock({properties_, bitmap->width(), bitmap->height(), bitmap->colorSpace()->isSRGB()});
+        if (!exif) return base::failure(exif.error());
+        options.exif = std::move(*exif);
+        options.properties = properties_;
+        if (auto encoded = encode_(*bitmap, options, *sink_); !encoded) return encoded;
+        return sink_->commit();
+    }
+
+    base::Data takeData() override { return sink_->takeData(); }
+
+private:
+    PictureEncoder encode_;
+    std::unique_ptr<ByteSink> sink_;
+    ImageRef image_;
+    base::Dictionary properties_;
+    bool isDone_ = false;
+};
+
+base::Result<const WritableType*> findType(std::string_view typeIdentifier) {
+    if (const WritableType* type = writableType(typeIdentifier)) return type;
+    return base::failure(base::cocoaErrorDomain, 0,
+                         "images of type \"" + std::string(typeIdentifier) + "\" can't be written");
+}
+
+} // namespace
+
+bool ImageDestination::canWriteType(std::string_view typeIdentifier) {
+    return writableType(typeIdentifier) != nullptr;
+}
+
+base::Result<std::unique_ptr<ImageDestination>> ImageDestination::createWithURL(const base::URL& url,
+                                                                                std::string_view typeIdentifier) {
+    const auto type = findType(typeIdentifier);
+    if (!type) return base::failure(type.error());
+    auto sink = makeFileSink(url);
+    if (!sink) return base::failure(sink.error());
+    return std::make_unique<EncodingDestination>((*type)->encode, std::move(*sink));
+}
+
+base::Result<std::unique_ptr<ImageDestination>> ImageDestination::createWithData(std::string_view typeIdentifier) {
+    const auto type = findType(typeIdentifier);
+    if (!type) return base::failure(type.error());
+    return std::make_unique<EncodingDestination>((*type)->encode, makeMemorySink());
+}
+
+} // namespace platform::draw

@@ -1,0 +1,122 @@
+// The lossless road: a JPEG file's segments are copied as they are, but for the one that holds its EXIF metadata.
+
+#include "base/Log.h"
+#include "internal/ExifBlock.h"
+#include "platform/draw/ImageDestination.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+namespace platform::draw {
+namespace {
+
+using View = std::span<const std::uint8_t>;
+
+constexpr std::uint8_t markerSOI = 0xD8, markerEOI = 0xD9, markerSOS = 0xDA, markerAPP0 = 0xE0, markerAPP1 = 0xE1;
+constexpr std::array<std::uint8_t, 6> exifName = {'E', 'x', 'i', 'f', 0, 0};
+
+// A segment with its marker and length; `payload` is what follows them.
+struct Segment {
+    std::uint8_t marker = 0;
+    std::size_t start = 0;
+    std::size_t end = 0;
+    View payload;
+};
+
+bool isExif(const Segment& segment) {
+    return segment.marker == markerAPP1 && segment.payload.size() >= exifName.size() &&
+           std::equal(exifName.begin(), exifName.end(), segment.payload.begin());
+}
+
+// The segment that begins at `position`; nothing when none does or it runs beyond the end.
+std::optional<Segment> segmentAt(View bytes, std::size_t position) {
+    const std::size_t start = position;
+    if (position >= bytes.size() || bytes[position] != 0xFF) return std::nullopt;
+    while (position < bytes.size() && bytes[position] == 0xFF) // fill bytes may stand before a marker
+        ++position;
+    if (position + 3 > bytes.size()) return std::nullopt;
+    const std::size_t length = static_cast<std::size_t>(bytes[position + 1]) << 8 | bytes[position + 2];
+    const std::size_t end = position + 1 + length;
+    if (length < 2 || end > bytes.size()) return std::nullopt;
+    return Segment{bytes[position], start, end, bytes.subspan(position + 3, length - 2)};
+}
+
+// Whether the picture that begins with the scan at `position` comes to its end.
+bool reachesEnd(View bytes, std::size_t position) {
+    while (position + 1 < bytes.size()) {
+        if (bytes[position] != 0xFF) {
+            ++position;
+            continue;
+        }
+        const std::uint8_t marker = bytes[position + 1];
+        if (marker == markerEOI) return true;
+        const bool isData = marker == 0 || (marker >= 0xD0 && marker <= 0xD7);
+        if (isData) {
+            position += 2;
+        } else if (marker == 0xFF) {
+            ++position;
+        } else {
+            const auto segment = segmentAt(bytes, position);
+            if (!segment) return false;
+            position = segment->end;
+        }
+    }
+    return false;
+}
+
+tl::unexpected<base::Error> noJPEG(const char* why) {
+    return base::failure(base::cocoaErrorDomain, 0, std::string("the source can't be copied as JPEG: ") + why);
+}
+
+base::Result<Bytes> exifSegment(View formerBlock, const base::Dictionary& dictionaries) {
+    auto block = exifBlockMerging(formerBlock, dictionaries);
+    if (!block && !formerBlock.empty()) {
+        base::log("WARNING: unreadable EXIF metadata is replaced: %@", block.error());
+        block = exifBlockMerging({}, dictionaries);
+    }
+    if (!block) return block;
+    if (block->empty()) return Bytes();
+    const std::size_t length = 2 + exifName.size() + block->size();
+    if (length > 0xFFFF) return base::failure(imageMetadataErrorDomain, 0, "the metadata is too large for a JPEG file");
+    Bytes segment = {0xFF, markerAPP1, static_cast<std::uint8_t>(length >> 8),
+                     static_cast<std::uint8_t>(length & 0xFF)};
+    segment.insert(segment.end(), exifName.begin(), exifName.end());
+    segment.insert(segment.end(), block->begin(), block->end());
+    return segment;
+}
+
+} // namespace
+
+base::Result<base::Data> copyOfJPEGMergingMetadata(const base::Data& jpeg, const ImageMetadata& metadata) {
+    const View bytes(jpeg.bytes);
+    if (bytes.size() < 4 || bytes[0] != 0xFF || bytes[1] != markerSOI) return noJPEG("it does not begin like one");
+
+    std::optional<Segment> former; // the EXIF segment
+    std::size_t afterJFIF = 2;     // where a new one goes
+    std::size_t position = 2;
+    while (true) {
+        const auto segment = segmentAt(bytes, position);
+        if (!segment) return noJPEG("its header is broken");
+        if (segment->marker == markerAPP0 && segment->start == afterJFIF) afterJFIF = segment->end;
+        if (isExif(*segment) && !former) former = segment;
+        position = segment->end;
+        if (segment->marker == markerSOS) break;
+    }
+    if (!reachesEnd(bytes, position)) return noJPEG("it is cut off");
+    if (metadata.empty()) return jpeg;
+
+    const auto segment =
+        exifSegment(former ? former->payload.subspan(exifName.size()) : View(), metadata.dictionaries());
+    if (!segment) return base::failure(segment.error());
+    const std::size_t cutFrom = former ? former->start : afterJFIF;
+    const std::size_t cutTo = former ? former->end : afterJFIF;
+    base::Data copy;
+    copy.bytes.reserve(bytes.size() + segment->size());
+    copy.bytes.assign(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(cutFrom));
+    copy.bytes.insert(copy.bytes.end(), segment->begin(), segment->end());
+    copy.bytes.insert(copy.bytes.end(), bytes.begin() + static_cast<std::ptrdiff_t>(cutTo), bytes.end());
+    return copy;
+}
+
+} // namespace platform::draw

@@ -1,0 +1,132 @@
+#include "internal/ByteSink.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace platform::draw {
+namespace {
+
+class FileSink : public ByteSink {
+public:
+    FileSink(std::FILE* file, std::string temporaryPath, std::string path)
+        : file_(file), temporaryPath_(std::move(temporaryPath)), path_(std::move(path)) {
+        constexpr std::size_t bufferSize = 1 << 18;
+        std::setvbuf(file_, nullptr, _IOFBF, bufferSize);
+    }
+    ~FileSink() override {
+        if (file_) std::fclose(file_);
+        if (!temporaryPath_.empty()) ::unlink(temporaryPath_.c_str());
+    }
+
+    void write(const void* bytes, std::size_t count) override {
+        if (failure_ || count == 0) return;
+        if (std::fwrite(bytes, 1, count, file_) != count) return fail();
+        position_ += count;
+        size_ = std::max(size_, position_);
+    }
+    std::size_t read(void* bytes, std::size_t count) override {
+        if (failure_) return 0;
+        seek(position_); // between writing and reading the stream wants to be told
+        const std::size_t got = std::fread(bytes, 1, count, file_);
+        seek(position_ + got);
+        return got;
+    }
+    void seek(std::uint64_t position) override {
+        if (failure_) return;
+        if (std::fseek(file_, static_cast<long>(position), SEEK_SET) != 0) return fail();
+        position_ = position;
+    }
+    std::uint64_t position() const override { return position_; }
+    std::uint64_t size() const override { return size_; }
+
+    base::Result<void> commit() override {
+        if (!failure_ && (std::fflush(file_) != 0 || ::fdatasync(::fileno(file_)) != 0)) fail();
+        std::FILE* file = std::exchange(file_, nullptr);
+        if (std::fclose(file) != 0 && !failure_) fail();
+        if (failure_) return base::failure(*failure_);
+        if (::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
+            fail();
+            return base::failure(*failure_);
+        }
+        temporaryPath_.clear();
+        return {};
+    }
+    base::Data takeData() override { return {}; }
+
+private:
+    void fail() { failure_ = base::systemError(errno, "cannot write " + path_); }
+
+    std::FILE* file_;
+    std::string temporaryPath_;
+    std::string path_;
+    std::uint64_t position_ = 0;
+    std::uint64_t size_ = 0;
+    std::optional<base::Error> failure_;
+};
+
+class MemorySink : public ByteSink {
+public:
+    void write(const void* bytes, std::size_t count) override {
+        const auto* first = static_cast<const std::uint8_t*>(bytes);
+        if (position_ + count > bytes_.size()) bytes_.resize(position_ + count);
+        std::copy(first, first + count, bytes_.begin() + static_cast<std::ptrdiff_t>(position_));
+        position_ += count;
+    }
+    std::size_t read(void* bytes, std::size_t count) override {
+        const std::size_t got = position_ < bytes_.size() ? std::min(count, bytes_.size() - position_) : 0;
+        std::memcpy(bytes, bytes_.data() + position_, got);
+        position_ += got;
+        return got;
+    }
+    void seek(std::uint64_t position) override { position_ = static_cast<std::size_t>(position); }
+    std::uint64_t position() const override { return position_; }
+    std::uint64_t size() const override { return bytes_.size(); }
+    base::Result<void> commit() override { return {}; }
+    base::Data takeData() override { return base::Data(std::move(bytes_)); }
+
+private:
+    std::vector<std::uint8_t> bytes_;
+    std::size_t position_ = 0;
+};
+
+} // namespace
+
+base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url) {
+    static std::atomic<unsigned> counter = 0;
+    const std::string& path = url.path();
+    struct stat status = {};
+    if (path.empty()) return base::failure(base::posixErrorDomain, EINVAL, "cannot write: no path of a file");
+    if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+        return base::failure(base::systemError(EISDIR, "cannot write " + path));
+    // Hidden, and short whatever the length of the name.
+    const std::string folder = url.deletingLastPathComponent().path();
+    std::string temporaryPath;
+    int descriptor = -1;
+    do { // past what a killed process may have left
+        temporaryPath = base::appendingPathComponent(folder, ".velm-" + std::to_string(::getpid()) + "-" +
+                                                                 std::to_string(++counter) + ".tmp");
+        descriptor = ::open(temporaryPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    } while (descriptor < 0 && errno == EEXIST);
+    if (descriptor < 0) return base::failure(base::systemError(errno, "cannot write " + path));
+    std::FILE* file = ::fdopen(descriptor, "w+b");
+    if (!file) {
+        const int number = errno;
+        ::close(descriptor);
+        ::unlink(temporaryPath.c_str());
+        return base::failure(base::systemError(number, "cannot write " + path));
+    }
+    return std::make_unique<FileSink>(file, temporaryPath, path);
+}
+
+std::unique_ptr<ByteSink> makeMemorySink() {
+    return std::make_unique<MemorySink>();
+}
+
+} // namespace platform::draw
