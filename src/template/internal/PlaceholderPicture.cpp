@@ -1,4 +1,4 @@
-#include "internal/PlaceholderPicture.h"
+#include "PlaceholderPicture.h"
 
 #include "imaging/KLARON_color.h"
 #include "platform/draw/BitmapContext.h"

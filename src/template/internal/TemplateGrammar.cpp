@@ -1,4 +1,4 @@
-#include "internal/TemplateGrammar.h"
+#include "TemplateGrammar.h"
 
 #include "base/Text.h"
 #include "template/VELM_Template.h"
