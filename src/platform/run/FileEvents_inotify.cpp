@@ -233,13 +233,14 @@ private:
             return;
         }
         for (Root& root : roots_) {
-            if (root.standing.isFolder()) {
-                if (record.folder == root.path)
-                    rootFolderDidChange(root, record);
-                else if (isEntryOf(root.path, record.folder))
-                    subfolderDidChange(record);
-            } else if (record.folder == root.anchor) {
-                anchorDidChange(root, record);
+            if (!root.standing.isFolder()) {
+                if (record.folder == root.anchor) anchorDidChange(root, record);
+            } else if (record.folder == root.path) {
+                rootFolderDidChange(root, record);
+            } else if (isEntryOf(root.path, record.folder)) {
+                subfolderDidChange(record);
+            } else if (record.folder == base::deletingLastPathComponent(root.path)) {
+                parentDidChange(root, record);
             }
             if ((record.mask & selfMask) && isSameOrAbove(record.folder, root.path)) needsRebuild_ = true;
         }

@@ -1,4 +1,4 @@
-#include "internal/EventCollector.h"
+#include "EventCollector.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "internal/FileWatcherThread.h"
+#include "FileWatcherThread.h"
 
 #include <array>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "internal/FolderEntries.h"
+#include "FolderEntries.h"
 
 #include <dirent.h>
 #include <memory>

@@ -1,6 +1,6 @@
-#include "internal/FolderSnapshot.h"
+#include "FolderSnapshot.h"
 
-#include "internal/FolderEntries.h"
+#include "FolderEntries.h"
 
 #include <sys/stat.h>
 

@@ -1,4 +1,4 @@
-#include "internal/InotifyWatches.h"
+#include "InotifyWatches.h"
 
 #include <algorithm>
 #include <array>

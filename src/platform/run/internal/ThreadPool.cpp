@@ -1,4 +1,4 @@
-#include "internal/ThreadPool.h"
+#include "ThreadPool.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,0 +1,392 @@
+#include "platform/run/FileEvents.h"
+
+#include "internal/EventCollector.h"
+#include "internal/FileWatcherThread.h"
+#include "internal/InotifyWatches.h"
+
+#include "platform/run/Group.h"
+#include "support/TemporaryDirectory.h"
+
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+using namespace platform::run;
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr auto limit = 60s; // never reached unless something is broken
+
+// What a stream has reported, to wait for.
+class Reports {
+public:
+    FileEventStream::Callback callback() {
+        return [this](const std::vector<std::string>& paths, const std::vector<std::uint32_t>& flags) {
+            std::lock_guard lock(mutex_);
+            EXPECT_EQ(paths.size(), flags.size());
+            for (std::size_t i = 0; i < paths.size(); ++i)
+                seen_[paths[i]] |= flags[i];
+            deliveries_.push_back(paths);
+            changed_.notify_all();
+        };
+    }
+    // Waits until the path was reported and forgets it; its flags.
+    std::optional<std::uint32_t> take(const std::string& path) {
+        std::unique_lock lock(mutex_);
+        if (!changed_.wait_for(lock, limit, [&] { return seen_.contains(path); })) return std::nullopt;
+        return seen_.extract(path).mapped();
+    }
+    bool hasSeen(const std::string& path) {
+        std::lock_guard lock(mutex_);
+        return seen_.contains(path);
+    }
+    void forget() {
+        std::lock_guard lock(mutex_);
+        seen_.clear();
+        deliveries_.clear();
+    }
+    std::vector<std::vector<std::string>> deliveries() {
+        std::lock_guard lock(mutex_);
+        return deliveries_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::map<std::string, std::uint32_t> seen_;
+    std::vector<std::vector<std::string>> deliveries_;
+};
+
+class FileEvents : public ::testing::Test {
+protected:
+    std::unique_ptr<FileEventStream> start(std::vector<std::string> paths, FileEventStream::Options options = {}) {
+        options.latency = 5ms;
+        options.pollInterval = 5ms;
+        auto stream = std::make_unique<FileEventStream>(std::move(paths), options, reports_.callback());
+        stream->setQueue(Queue::serial("stream"));
+        EXPECT_TRUE(stream->start());
+        return stream;
+    }
+
+    support::TemporaryDirectory directory_;
+    Reports reports_;
+};
+
+TEST_F(FileEvents, ReportsFoldersUnderTheirOwnPath) {
+    const std::string folder = directory_ / "in";
+    fs::create_directories(folder);
+    fs::create_directories(folder + "/old.velm_job/images");
+    const auto stream = start({folder + "/"});
+
+    directory_.write("in/ticket.xml", "<job/>");
+    EXPECT_EQ(reports_.take(folder), fileEventFlags::none);
+    directory_.write("in/old.velm_job/job.xml", "<job/>");
+    EXPECT_EQ(reports_.take(folder + "/old.velm_job"), fileEventFlags::none);
+
+    // A new subfolder, what is put into it, and its renaming.
+    fs::create_directory(folder + "/new.velm_job");
+    EXPECT_TRUE(reports_.take(folder + "/new.velm_job"));
+    directory_.write("in/new.velm_job/job.xml", "<job/>");
+    EXPECT_TRUE(reports_.take(folder + "/new.velm_job"));
+    reports_.forget();
+    fs::rename(folder + "/new.velm_job", folder + "/other.velm_job");
+    EXPECT_TRUE(reports_.take(folder + "/other.velm_job"));
+    directory_.write("in/other.velm_job/job.xml", "<job></job>");
+    EXPECT_TRUE(reports_.take(folder + "/other.velm_job"));
+    EXPECT_FALSE(reports_.hasSeen(folder + "/new.velm_job"));
+
+    // What is moved out is no longer followed.
+    fs::rename(folder + "/other.velm_job", directory_ / "done.velm_job");
+    EXPECT_TRUE(reports_.take(folder));
+    reports_.forget();
+    directory_.write("done.velm_job/job.xml", "<job/>");
+    directory_.write("in/last.xml", "<job/>");
+    EXPECT_TRUE(reports_.take(folder));
+    EXPECT_FALSE(reports_.hasSeen(folder + "/other.velm_job"));
+}
+
+TEST_F(FileEvents, SaysNothingOfWhatLiesDeeperOrBeside) {
+    const std::string folder = directory_ / "in";
+    fs::create_directories(folder + "/sub/deep");
+    const auto stream = start({folder});
+    directory_.write("in/sub/deep/file", "x");
+    directory_.write("beside/file", "x");
+    directory_.write("in2", "x");
+    directory_.write("in/last", "x");
+    EXPECT_TRUE(reports_.take(folder));
+    for (const auto& paths : reports_.deliveries())
+        EXPECT_THAT(paths, ElementsAre(folder));
+}
+
+TEST_F(FileEvents, ReportsAFileThatIsWrittenOrReplaced) {
+    const std::string file = directory_.write("settings.plist", "1");
+    const auto stream = start({file}, {.fileEvents = true});
+    directory_.write("other.plist", "1");
+    directory_.write("settings.plist", "2");
+    EXPECT_TRUE(reports_.take(file));
+    for (const char* content : {"3", "4"}) {
+        fs::rename(directory_.write("temporary", content), file);
+        EXPECT_TRUE(reports_.take(file));
+        reports_.forget();
+    }
+    fs::remove(file);
+    EXPECT_EQ(reports_.take(file), fileEventFlags::rootChanged);
+    EXPECT_FALSE(reports_.hasSeen(directory_ / "other.plist"));
+}
+
+TEST_F(FileEvents, ReportsFilesOfFoldersOnRequest) {
+    const std::string folder = directory_ / "in";
+    fs::create_directories(folder);
+    const auto stream = start({folder}, {.fileEvents = true});
+    const std::string file = directory_.write("in/a.xml", "1");
+    EXPECT_TRUE(reports_.take(file));
+    const std::string inside = directory_.write("in/sub/b.xml", "1");
+    EXPECT_TRUE(reports_.take(inside));
+}
+
+TEST_F(FileEvents, WaitsForAFolderThatDoesNotExist) {
+    const std::string folder = directory_ / "a/b/in";
+    const auto stream = start({folder});
+    directory_.write("a/else", "");
+    fs::create_directories(folder);
+    EXPECT_EQ(reports_.take(folder), fileEventFlags::rootChanged);
+    directory_.write("a/b/in/file", "");
+    EXPECT_TRUE(reports_.take(folder));
+}
+
+TEST_F(FileEvents, FollowsAFolderThatIsRemovedAndMadeAgain) {
+    const std::string folder = directory_ / "a/in";
+    fs::create_directories(folder);
+    const auto stream = start({folder});
+    for (int round = 0; round < 3; ++round) {
+        // By itself; with what is above it; by moving what is above it away and back.
+        const std::string removed = round == 0 ? folder : directory_ / "a";
+        if (round == 2)
+            fs::rename(removed, directory_ / "away");
+        else
+            fs::remove_all(removed);
+        // Removing may be told in steps (the contents, the folder): wait for the last one.
+        std::optional<std::uint32_t> flags;
+        while ((flags = reports_.take(folder)) && !(*flags & fileEventFlags::rootChanged)) {
+        }
+        ASSERT_TRUE(flags) << round;
+        if (round == 2)
+            fs::rename(directory_ / "away", removed);
+        else
+            fs::create_directories(folder);
+        ASSERT_TRUE(reports_.take(folder)) << round;
+        reports_.forget();
+        directory_.write("a/in/file" + std::to_string(round), "x");
+        ASSERT_TRUE(reports_.take(folder)) << round;
+    }
+}
+
+TEST_F(FileEvents, NoticesTheRemovalOfAFolderThatIsHeldOpen) {
+    const std::string folder = directory_ / "in";
+    fs::create_directories(folder);
+    const auto stream = start({folder});
+    std::FILE* held = std::fopen(folder.c_str(), "r");
+    ASSERT_TRUE(held);
+    fs::remove_all(folder);
+    EXPECT_EQ(reports_.take(folder), fileEventFlags::rootChanged);
+    std::fclose(held);
+}
+
+TEST_F(FileEvents, RescansAfterAnOverflow) {
+    const std::string folder = directory_ / "in";
+    fs::create_directories(folder);
+    const auto stream = start({folder});
+    std::size_t queueLength = 16384;
+    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> queueLength;
+    if (queueLength > 100'000) GTEST_SKIP() << "the kernel's queue is too long to overflow";
+
+    // The watching thread is held while the kernel's queue runs over. Different names, as equal records are merged.
+    Group held;
+    held.enter();
+    FileWatcherThread::shared().perform([&] { held.wait(); });
+    const std::string file = directory_.write("in/a", "");
+    for (std::size_t i = 0; i < queueLength; ++i)
+        fs::rename(folder + (i % 2 ? "/b" : "/a"), folder + (i % 2 ? "/a" : "/b"));
+    fs::create_directory(folder + "/late.velm_job"); // its record is lost
+    reports_.forget();
+    held.leave();
+    EXPECT_TRUE(reports_.take(folder).value_or(0) & fileEventFlags::mustScanSubDirs);
+    directory_.write("in/late.velm_job/job.xml", "<job/>");
+    EXPECT_TRUE(reports_.take(folder + "/late.velm_job"));
+}
+
+TEST_F(FileEvents, PollsWhereEventsDoNotCome) {
+    const std::string folder = directory_ / "in";
+    const auto stream = start({folder}, {.alwaysPoll = true});
+    fs::create_directories(folder);
+    EXPECT_TRUE(reports_.take(folder).value_or(0) & fileEventFlags::rootChanged);
+    directory_.write("in/order.velm_job/job.xml", "<job>");
+    EXPECT_TRUE(reports_.take(folder + "/order.velm_job"));
+    EXPECT_TRUE(reports_.take(folder));
+    directory_.write("in/order.velm_job/job.xml", "<job/>");
+    EXPECT_TRUE(reports_.take(folder + "/order.velm_job"));
+    fs::remove_all(folder + "/order.velm_job");
+    EXPECT_TRUE(reports_.take(folder));
+}
+
+TEST_F(FileEvents, TellsOnlyWhileItRuns) {
+    const std::string folder = directory_ / "in";
+    fs::create_directories(folder);
+    auto stream = start({folder});
+    stream->stop();
+    directory_.write("in/stopped", "");
+    FileWatcherThread& thread = FileWatcherThread::shared();
+    Group handled;
+    handled.enter();
+    thread.perform([&] { handled.leave(); });
+    handled.wait();
+    EXPECT_THAT(reports_.deliveries(), IsEmpty());
+    EXPECT_TRUE(stream->start());
+    directory_.write("in/started", "");
+    EXPECT_TRUE(reports_.take(folder));
+
+    FileEventStream nothing({}, {}, reports_.callback());
+    nothing.setQueue(Queue::serial());
+    EXPECT_FALSE(nothing.start());
+    FileEventStream withoutQueue({folder}, {}, reports_.callback());
+    EXPECT_FALSE(withoutQueue.start());
+}
+
+TEST_F(FileEvents, CopesWithVeryManyFilesAndStreams) {
+    const std::string folder = directory_ / "in";
+    fs::create_directories(folder);
+    std::vector<std::unique_ptr<FileEventStream>> streams;
+    for (int i = 0; i < 8; ++i)
+        streams.push_back(start({folder}));
+    Group group;
+    for (int writer = 0; writer < 4; ++writer)
+        group.async(Queue::global(), [&, writer] {
+            for (int i = 0; i < 300; ++i)
+                directory_.write("in/" + std::to_string(writer) + "-" + std::to_string(i), "x");
+        });
+    EXPECT_TRUE(reports_.take(folder));
+    streams.resize(4); // ended in the middle of it
+    group.wait();
+    reports_.forget();
+    directory_.write("in/last", "x");
+    EXPECT_TRUE(reports_.take(folder));
+}
+
+TEST(InotifyWatches, PassesOverRecordsThatAreCutOff) {
+    InotifyWatches watches;
+    for (std::size_t size = 0; size < 64; ++size)
+        watches.parse(std::string(size, '\xff'), [](const InotifyWatches::Record& record) {
+            EXPECT_TRUE(record.folder.empty()); // all bits set count as lost events
+        });
+}
+
+// The grouping by the latency, with a clock of the test's own: each row is a change or a moment at which it is asked
+// what has been delivered so far.
+struct Step {
+    int milliseconds;
+    std::string change;    // empty: none
+    bool isSettling;       // of the change
+    std::string delivered; // after this step, each delivery in brackets
+};
+
+struct GroupingCase {
+    std::string name;
+    bool noDefer;
+    std::vector<Step> steps;
+};
+
+void PrintTo(const GroupingCase& each, std::ostream* out) {
+    *out << each.name;
+}
+
+class EventGrouping : public ::testing::TestWithParam<GroupingCase> {};
+
+TEST_P(EventGrouping, Delivers) {
+    const auto clock = std::make_shared<ManualClock>();
+    clock->advance(1h);
+    FileEventStream::Options options;
+    options.latency = 1s;
+    options.noDefer = GetParam().noDefer;
+    options.clock = clock;
+    std::string delivered;
+    const auto collector = std::make_shared<EventCollector>(options, [&](const auto& paths, const auto&) {
+        delivered += "[";
+        for (const std::string& path : paths)
+            delivered += path;
+        delivered += "]";
+    });
+    const QueueRef queue = Queue::serial();
+    collector->setQueue(queue);
+    collector->start();
+    const auto begin = clock->now();
+    for (const Step& step : GetParam().steps) {
+        // In small steps, since a look may ask for another one.
+        while (clock->now() < begin + std::chrono::milliseconds(step.milliseconds)) {
+            clock->advance(50ms);
+            queue->sync([] {});
+        }
+        if (!step.change.empty()) collector->add({{step.change, 0, step.isSettling}});
+        queue->sync([&] { EXPECT_EQ(delivered, step.delivered) << "at " << step.milliseconds; });
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, EventGrouping,
+    ::testing::Values(
+        GroupingCase{"first at once, then grouped",
+                     true,
+                     {{0, "a", false, "[a]"},
+                      {100, "b", false, "[a]"},
+                      {500, "c", false, "[a]"},
+                      {900, "b", false, "[a]"},
+                      {950, "", false, "[a]"},
+                      {1000, "", false, "[a][bc]"},
+                      {1500, "d", false, "[a][bc]"},
+                      {2000, "", false, "[a][bc][d]"},
+                      {3000, "e", false, "[a][bc][d][e]"}}},
+        GroupingCase{
+            "all wait without no-defer",
+            false,
+            {{0, "a", false, ""}, {900, "b", false, ""}, {1000, "", false, "[ab]"}, {2500, "", false, "[ab]"}}},
+        GroupingCase{"what is being made waits until it is quiet",
+                     true,
+                     {{0, "a", true, ""},
+                      {800, "a", true, ""},
+                      {1600, "a", true, ""},
+                      {2550, "", true, ""},
+                      {2600, "", false, "[a]"}}},
+        GroupingCase{"but not for ever",
+                     true,
+                     {{0, "a", true, ""},
+                      {900, "a", true, ""},
+                      {1800, "a", true, ""},
+                      {2700, "a", true, ""},
+                      {3600, "a", true, ""},
+                      {4500, "a", true, ""},
+                      {4950, "a", true, ""},
+                      {5000, "", false, "[a]"},
+                      {5100, "b", true, "[a]"},
+                      {6050, "", false, "[a]"},
+                      {6100, "", false, "[a][b]"}}},
+        GroupingCase{
+            "what is finished takes along what is being made",
+            true,
+            {{0, "a", true, ""}, {300, "b", false, "[ab]"}, {400, "c", true, "[ab]"}, {1400, "", false, "[ab][c]"}}}),
+    [](const auto& test) {
+        std::string name = test.param.name;
+        std::erase_if(name, [](char character) { return !std::isalnum(static_cast<unsigned char>(character)); });
+        return name;
+    });
+
+} // namespace
