@@ -1,4 +1,4 @@
-#include "internal/ByteSink.h"
+#include "ByteSink.h"
 
 #include <algorithm>
 #include <atomic>

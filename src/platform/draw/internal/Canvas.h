@@ -2,8 +2,8 @@
 // the top left, y down.
 #pragma once
 
-#include "internal/PixelRect.h"
-#include "internal/Shadow.h"
+#include "PixelRect.h"
+#include "Shadow.h"
 #include "platform/draw/BitmapContext.h"
 
 #include <cairo.h>

@@ -1,4 +1,4 @@
-#include "internal/Canvas.h"
+#include "Canvas.h"
 
 #include <algorithm>
 #include <cmath>

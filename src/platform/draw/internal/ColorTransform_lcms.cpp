@@ -1,5 +1,5 @@
-#include "internal/ColorProfile.h"
-#include "internal/ColorTransform.h"
+#include "ColorProfile.h"
+#include "ColorTransform.h"
 
 #include <algorithm>
 #include <array>

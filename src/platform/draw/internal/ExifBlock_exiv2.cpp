@@ -1,4 +1,4 @@
-#include "internal/ExifBlock.h"
+#include "ExifBlock.h"
 
 #include "platform/draw/ImageMetadata.h"
 

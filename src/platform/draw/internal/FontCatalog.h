@@ -1,7 +1,7 @@
 // The fonts of this machine by their PostScript, full and family names. Read once, on first use; immutable after that.
 #pragma once
 
-#include "internal/TextFrameStorage.h"
+#include "TextFrameStorage.h"
 
 #include <map>
 #include <memory>

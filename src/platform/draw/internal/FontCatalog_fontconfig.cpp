@@ -1,4 +1,4 @@
-#include "internal/FontCatalog.h"
+#include "FontCatalog.h"
 
 #include "base/Text.h"
 

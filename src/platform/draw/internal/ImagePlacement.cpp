@@ -1,4 +1,4 @@
-#include "internal/ImagePlacement.h"
+#include "ImagePlacement.h"
 
 #include <algorithm>
 #include <cmath>

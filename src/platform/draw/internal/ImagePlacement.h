@@ -3,7 +3,7 @@
 #pragma once
 
 #include "base/Geometry.h"
-#include "internal/ScaledPixels.h"
+#include "ScaledPixels.h"
 
 #include <optional>
 

@@ -1,8 +1,8 @@
 // The encoders of image files: a bitmap, row by row, into a sink. Any thread; a sink belongs to one.
 #pragma once
 
-#include "internal/ByteSink.h"
-#include "internal/ExifBlock.h"
+#include "ByteSink.h"
+#include "ExifBlock.h"
 #include "platform/draw/Bitmap.h"
 
 namespace platform::draw {

@@ -1,4 +1,4 @@
-#include "internal/Shadow.h"
+#include "Shadow.h"
 
 #include <algorithm>
 #include <cmath>

@@ -3,8 +3,8 @@
 // where it stands; every other shape is drawn into a mask and blurred there. Coordinates are pixels, y down.
 #pragma once
 
+#include "PixelRect.h"
 #include "base/Geometry.h"
-#include "internal/PixelRect.h"
 
 #include <cstdint>
 #include <optional>

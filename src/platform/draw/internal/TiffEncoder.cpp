@@ -1,4 +1,4 @@
-#include "internal/PictureEncoder.h"
+#include "PictureEncoder.h"
 
 #include "platform/draw/ColorSpace.h"
 #include "platform/draw/ImageMetadata.h"
