@@ -58,7 +58,10 @@ std::string stringWithUTSFormat(base::Date date, std::string_view pattern, const
 }
 
 double secondsSinceReferenceDate(base::Date date) {
-    return std::chrono::duration<double>(date.time_since_epoch() - referenceDateSinceEpoch).count();
+    // In two parts: as one number of nanoseconds a double could not hold it.
+    const auto whole = std::chrono::floor<std::chrono::seconds>(date);
+    const std::chrono::duration<double> fraction = date - whole;
+    return static_cast<double>((whole.time_since_epoch() - referenceDateSinceEpoch).count()) + fraction.count();
 }
 
 base::Date dateFromSecondsSinceReferenceDate(double seconds) {

@@ -8,7 +8,7 @@ namespace platform::data {
 namespace {
 
 // Both bound what a pattern that backtracks without end may cost: steps of matching, and bytes of its stack.
-constexpr std::int32_t timeLimit = 5'000;
+constexpr std::int32_t timeLimit = 1'000;
 constexpr std::int32_t stackLimit = 8 << 20;
 
 /// UTF-8 read where it stands, so that positions are bytes.

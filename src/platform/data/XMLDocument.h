@@ -128,7 +128,7 @@ private:
 
 /// The limits of what is read. Beyond them parsing fails with a message that names the limit.
 inline constexpr std::size_t maximumXMLSize = maximumTextFileSize; ///< bytes
-inline constexpr std::size_t maximumXMLNodes = 1'000'000;
+inline constexpr std::size_t maximumXMLNodes = 500'000;
 inline constexpr std::size_t maximumXMLDepth = 200;
 
 class XMLDocument final : public XMLNode {

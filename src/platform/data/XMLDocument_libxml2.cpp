@@ -89,8 +89,9 @@ private:
         events.entityDecl = &entityDeclaration;
         events.serror = &problem;
         parser_->userData = this;
-        // The text is UTF-8 already, whatever its declaration says.
-        int options = XML_PARSE_NONET | XML_PARSE_IGNORE_ENC;
+        // The text is UTF-8 already, whatever its declaration says. NOENT does no more here than to deliver "&amp;" in
+        // attributes as "&": the parser finds no entities, as no event looks any up.
+        int options = XML_PARSE_NONET | XML_PARSE_IGNORE_ENC | XML_PARSE_NOENT;
         if (reading_ == Reading::tidy) options |= XML_PARSE_RECOVER;
         xmlCtxtUseOptions(parser_.get(), options);
         if (!parser_->encoding) parser_->encoding = xmlStrdup(reinterpret_cast<const xmlChar*>("UTF-8"));
@@ -159,15 +160,21 @@ private:
             const auto* begin = reinterpret_cast<const char*>(attributes[3]);
             const auto* end = reinterpret_cast<const char*>(attributes[4]);
             const std::string_view value(begin, static_cast<std::size_t>(end - begin));
-            auto node = attributes[1]
-                            ? make(XMLNodeKind::attribute, qualifiedName(attributes[1], attributes[0]), value, *element)
-                            : make(XMLNodeKind::attribute, view(attributes[0]), value, *element);
+            const std::string attributeName = qualifiedName(attributes[1], attributes[0]);
+            if (reading_ == Reading::tidy && hasAttribute(*element, attributeName)) continue;
+            auto node = make(XMLNodeKind::attribute, attributeName, value, *element);
             if (!node) return;
             element->attributes_.push_back(std::move(node));
         }
         current().children_.push_back(element);
         open_.push_back(element.get());
         if (reading_ == Reading::rootStartTag) xmlStopParser(parser_.get());
+    }
+
+    /// By the exact name, as the strict parser refuses it.
+    static bool hasAttribute(const XMLNode& element, std::string_view name) {
+        return std::any_of(element.attributes_.begin(), element.attributes_.end(),
+                           [&](const XMLNodeRef& attribute) { return attribute->name_ == name; });
     }
 
     /// Ends the current element and drops the white space that only laid it out.
@@ -207,11 +214,7 @@ private:
                              const xmlChar** attributes) {
         // Attributes that the document type would add stand behind those of the element itself.
         const int ownCount = attributeCount - defaultedCount;
-        if (prefix) {
-            self(context).open(qualifiedName(prefix, name), namespaceCount, namespaces, ownCount, attributes);
-        } else {
-            self(context).open(view(name), namespaceCount, namespaces, ownCount, attributes);
-        }
+        self(context).open(qualifiedName(prefix, name), namespaceCount, namespaces, ownCount, attributes);
     }
 
     static void endElement(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
@@ -237,9 +240,10 @@ private:
 
     static void processingInstruction(void* context, const xmlChar* target, const xmlChar* content) {
         XMLTreeBuilder& builder = self(context);
-        if (builder.parser_->inSubset == 0) {
-            builder.add(XMLNodeKind::processingInstruction, view(target), view(content));
-        }
+        // A damaged XML declaration arrives as an instruction too.
+        const bool isDeclaration = base::equalIgnoringCase(view(target), "xml");
+        if (builder.parser_->inSubset != 0 || isDeclaration) return;
+        builder.add(XMLNodeKind::processingInstruction, view(target), view(content));
     }
 
     /// An entity that only an external declaration could explain stays as it was written.

@@ -120,9 +120,13 @@ private:
         }
         case utf16:
             if (length > room / 2) return fail("it is cut off");
+            if (!isGoodUTF16(place, length)) return fail("a text is damaged");
+            break;
+        case ascii:
+            if (length > room) return fail("it is cut off");
+            if (bytes_.substr(place, length).find('\0') != std::string_view::npos) return fail("a text is damaged");
             break;
         case data:
-        case ascii:
             if (length > room) return fail("it is cut off");
             break;
         case uid:
@@ -135,6 +139,19 @@ private:
         }
         seen_[object] = {height, values};
         return true;
+    }
+
+    /// The library drops a text with a lone surrogate, and cuts one (or stops the process) at a zero character.
+    bool isGoodUTF16(std::size_t place, std::uint64_t length) const {
+        bool wantsLow = false;
+        for (std::uint64_t index = 0; index < length; ++index) {
+            const std::uint64_t unit = number(place + 2 * index, 2);
+            const bool isHigh = unit >= 0xD800 && unit < 0xDC00;
+            const bool isLow = unit >= 0xDC00 && unit < 0xE000;
+            if (unit == 0 || isLow != wantsLow) return false;
+            wantsLow = isHigh;
+        }
+        return !wantsLow;
     }
 
     bool isText(std::uint64_t object) const {

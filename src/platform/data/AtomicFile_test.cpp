@@ -1,0 +1,110 @@
+#include "platform/data/AtomicFile.h"
+
+#include "platform/data/FileAttributes.h"
+#include "support/TemporaryDirectory.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace platform::data {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::size_t entriesIn(const fs::path& folder) {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+}
+
+TEST(AtomicFile, WritesNewFilesAndReplacesOldOnesKeepingTheirMode) {
+    const support::TemporaryDirectory folder;
+    const std::string path = folder / "a.txt";
+    ASSERT_TRUE(writeFileAtomically(path, "first"));
+    chmod(path.c_str(), 0600);
+    ASSERT_TRUE(writeFileAtomically(path, std::string_view("sec\0ond", 7)));
+    EXPECT_EQ(support::readFile(path), std::string("sec\0ond", 7));
+    struct stat status;
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+    EXPECT_EQ(entriesIn(folder.path()), 1u);
+}
+
+TEST(AtomicFile, KeepsASymbolicLinkAndReplacesItsTarget) {
+    const support::TemporaryDirectory folder;
+    const std::string target = folder.write("real/a.txt", "old");
+    fs::create_symlink(target, folder / "link.txt");
+    ASSERT_TRUE(writeFileAtomically(folder / "link.txt", "new"));
+    EXPECT_TRUE(fs::is_symlink(folder / "link.txt"));
+    EXPECT_EQ(support::readFile(target), "new");
+}
+
+TEST(AtomicFile, AFailureKeepsTheOldContentsAndLeavesNothingBehind) {
+    const support::TemporaryDirectory folder;
+    fs::create_directory(folder / "taken");
+    EXPECT_FALSE(writeFileAtomically(folder / "taken", "text"));
+    const auto missing = writeFileAtomically(folder / "no/such/folder/a.txt", "text");
+    ASSERT_FALSE(missing);
+    EXPECT_EQ(missing.error().domain, base::posixErrorDomain);
+    EXPECT_NE(missing.error().localizedDescription.find("no/such/folder/a.txt"), std::string::npos);
+    EXPECT_FALSE(writeFileAtomically("/dev/full/x", "text"));
+    EXPECT_EQ(entriesIn(folder.path()), 1u);
+}
+
+TEST(AtomicFile, ReadersNeverMeetHalfAFile) {
+    const support::TemporaryDirectory folder;
+    const std::string path = folder / "a.bin";
+    const std::string ones(100'000, '1');
+    const std::string twos(100'000, '2');
+    ASSERT_TRUE(writeFileAtomically(path, ones));
+    std::thread writer([&] {
+        for (int round = 0; round < 20; ++round) {
+            EXPECT_TRUE(writeFileAtomically(path, round % 2 ? ones : twos));
+        }
+    });
+    for (int round = 0; round < 100; ++round) {
+        const auto content = readFileBytes(path);
+        ASSERT_TRUE(content);
+        ASSERT_TRUE(*content == ones || *content == twos);
+    }
+    writer.join();
+}
+
+TEST(AtomicFile, ReadsOnlyRegularFilesWithinTheLimit) {
+    const support::TemporaryDirectory folder;
+    const std::string path = folder.write("a.txt", "12345");
+    EXPECT_EQ(readFile(path)->asText(), "12345");
+    EXPECT_EQ(readFile(folder.write("empty", ""))->size(), 0u);
+    EXPECT_TRUE(readFile(path, 5));
+    EXPECT_EQ(readFile(path, 4).error().code, EFBIG);
+    EXPECT_EQ(readFile(folder / "missing").error().code, ENOENT);
+    EXPECT_EQ(readFile(folder.path().string()).error().code, EISDIR);
+    // A pipe without a writer would block its reader for ever.
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(readFile(folder / "pipe").error().code, EINVAL);
+    EXPECT_EQ(readFile("/dev/zero").error().code, EINVAL);
+    EXPECT_FALSE(readFile("/proc/self/status")->empty()) << "a file that gives no size is read to its end";
+}
+
+TEST(FileAttributes, TellDatesSizeAndGeneration) {
+    const support::TemporaryDirectory folder;
+    const base::URL url = base::URL::fileURLWithPath(folder.write("a.txt", "12345"));
+    EXPECT_EQ(fileSize(url), 5u);
+    const base::Date date{std::chrono::seconds(1'000'000'000) + std::chrono::nanoseconds(123'000'000)};
+    const base::Date before1970{std::chrono::nanoseconds(-1'500'000'000)};
+    const auto firstGeneration = generationIdentifier(url);
+    for (const base::Date wanted : {date, before1970}) {
+        ASSERT_TRUE(setDateModified(url, wanted));
+        EXPECT_EQ(dateModified(url), wanted);
+    }
+    EXPECT_NE(generationIdentifier(url), firstGeneration);
+
+    const base::URL missing = base::URL::fileURLWithPath(folder / "missing");
+    EXPECT_FALSE(fileSize(missing) || dateModified(missing) || dateCreated(missing) || generationIdentifier(missing));
+    EXPECT_FALSE(setDateModified(missing, date));
+    EXPECT_FALSE(fileSize(base::URL()));
+}
+
+} // namespace
+} // namespace platform::data
