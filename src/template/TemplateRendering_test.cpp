@@ -90,14 +90,16 @@ TEST(TemplateRendering, StyleReachesTheDrawing) {
         documentWith(
             {layerWith(plain("#F00"), "{{10, 10}, {80, 30}}", "image",
                        "<gravity>resize</gravity><border color='#0F0' width='10' clipsContent='no'>yes</border>"),
-             layerWith(halves(40, 20, "#F00", "#00F"), "{{10, 50}, {40, 40}}", "image",
-                       "<gravity>resizeAspect</gravity><background color='#FFF'>yes</background>"),
+             layerWith(halves(40, 20, "#F00", "#00F"), "{{10, 50}, {40, 40}}", "graphic",
+                       "<gravity>resizeAspect</gravity>"),
+             templateFrom("<layer type='textbox' frame='{{0, 92}, {50, 8}}' backgroundcolor='#FFF'><string/></layer>"),
              layerWith(halves(40, 40, "#F00", "#00F"), "{{55, 50}, {40, 40}}", "graphic",
                        "<gravity>resize</gravity><rotation>1.570796326794897</rotation>")})
             ->createProductImage();
     EXPECT_EQ(pixelAt(image, 15, 25), green);
     EXPECT_EQ(pixelAt(image, 50, 25), red);
-    EXPECT_EQ(pixelAt(image, 20, 52), white);
+    EXPECT_EQ(pixelAt(image, 20, 52), clear);
+    EXPECT_EQ(pixelAt(image, 20, 96), white);
     EXPECT_EQ(pixelAt(image, 20, 70), red);
     EXPECT_EQ(pixelAt(image, 40, 70), blue);
     EXPECT_EQ(pixelAt(image, 60, 55), red); // a positive turn is clockwise: the left half is on top

@@ -54,7 +54,7 @@ public:
         auto archived = *source.encoded();
         for (auto& entry : archived)
             entry.second = of(std::move(entry.second));
-        copy->initWithCoder(archived);
+        copy->takeArchived(archived);
         return copy;
     }
 
@@ -93,7 +93,7 @@ VELM_Template::Ref VELM_Template::initForCopy() {
 
 base::Result<base::ObjectRef> VELM_Template::initWithCoder(const base::Dictionary& archived) {
     auto document = initForCopy();
-    if (!static_cast<VELM_XML_object&>(*document).initWithCoder(archived))
+    if (!document->takeArchived(archived))
         return base::failure(base::cocoaErrorDomain, 4864, "an archived template holds a value of the wrong kind");
     return document;
 }

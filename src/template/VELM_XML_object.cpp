@@ -93,7 +93,7 @@ std::optional<base::Dictionary> VELM_XML_object::encoded() {
     return archived;
 }
 
-bool VELM_XML_object::initWithCoder(const base::Dictionary& archived) {
+bool VELM_XML_object::takeArchived(const base::Dictionary& archived) {
     const Value& values = base::valueForKey(archived, archivedValuesDict);
     const Value& url = base::valueForKey(archived, archivedDocumentURL);
     const Value& text = base::valueForKey(archived, archivedXMLString);

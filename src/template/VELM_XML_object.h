@@ -62,7 +62,7 @@ public:
     /// Drops from the live dictionary, with a log line each, the objects that can't be coded.
     std::optional<base::Dictionary> encoded() override;
     /// Fills an empty object from its archived form. False when an entry is of the wrong kind.
-    bool initWithCoder(const base::Dictionary& archived);
+    bool takeArchived(const base::Dictionary& archived);
 
 protected:
     /// Removes, with a log line each, the objects among the values that offer no coding.
