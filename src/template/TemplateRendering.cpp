@@ -39,6 +39,12 @@ std::optional<int> quarterTurned(int orientation) {
     }
 }
 
+base::Error noCanvasError(const VELM_Template& container) {
+    return {
+        std::string(base::posixErrorDomain), -3,
+        base::message("no canvas of %@ pixels for %@", base::stringFromSize(container.canvasSize()), container.name())};
+}
+
 bool isLandscape(base::Size size) {
     return size.width > size.height;
 }
@@ -146,6 +152,9 @@ KLARON_ImageRef TemplateRenderer::imageOfContainer(VELM_Template& layer) {
     if (&layer == &drawn_) return nullptr;
     const ImageRef drawn = layer.image();
     if (const auto error = layer.renderError()) fail(*error);
+    // An empty frame shows nothing; one that is too large for a canvas must not pass for that.
+    else if (!drawn && !layer.frame().isEmpty())
+        fail(noCanvasError(layer));
     return drawn ? KLARON_Image::initWithCGImage(drawn) : nullptr;
 }
 

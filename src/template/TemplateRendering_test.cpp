@@ -270,6 +270,16 @@ TEST(TemplateRendering, ContainersRenderOnceAndShowTheirTopLeft) {
     EXPECT_EQ(pixelAt(inner->imageUncached(), 12, 12), blue);
 }
 
+TEST(TemplateRendering, AContainerTooLargeToDrawIsAnError) {
+    for (const double width : {0.0, 40000.0}) {
+        const auto inner = documentWith({}, "{30, 30}");
+        inner->setFrame({0, 0, width, 30});
+        const auto outer = documentWith({inner});
+        EXPECT_TRUE(outer->image());
+        EXPECT_EQ(outer->renderError().has_value(), width > 0);
+    }
+}
+
 TEST(TemplateRendering, ManyThreadsAskAtOnce) {
     const auto inner = documentWith({layerWith(plain("#F00"), "{{0, 0}, {30, 30}}")}, "{30, 30}");
     const auto outer = documentWith({inner});

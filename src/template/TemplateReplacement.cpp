@@ -1,6 +1,7 @@
 // A template is a form: here the job's values go into its holes.
 #include "template/VELM_Template.h"
 
+#include "base/MessageTemplate.h"
 #include "imaging/ImageObject.h"
 
 using base::Value;
@@ -69,7 +70,11 @@ void VELM_Template::replaceImageLayer(VELM_Template& layer, const std::string& k
         nested->outerJobContainer_ = job->urlJobContainer();
         nested->replaceKeyValues();
         const auto drawn = nested->imageUncached();
-        if (auto error = nested->renderError(); error && !fillError_) fillError_ = std::move(error);
+        auto error = nested->renderError();
+        if (!drawn && !error)
+            error = base::Error{std::string(base::posixErrorDomain), -3,
+                                base::message("failed to draw template %@", *path)};
+        if (error && !fillError_) fillError_ = std::move(error);
         layer.setValue(VELM_XML_Key_filepath, drawn ? Value(std::make_shared<ImageValue>(drawn)) : Value());
         return;
     }
