@@ -262,7 +262,6 @@ TEST(Job, TranslatesForeignTickets) {
                              "<imagepath>dir/a.jpg</imagepath><ipaddress>kiosk 3</ipaddress><quantity>2</quantity>"
                              "<allimages><f>dir/a.jpg</f><!-- c --><f>b.jpg</f></allimages><text1>Hi</text1></order>";
     for (const char* folder : {"", "/search", "/search/"}) {
-        defaults();
         if (*folder) {
             const Dictionary node{{"Sorrel/", Dictionary{{"searchfolder", folder}}}};
             ASSERT_TRUE(store.setObject(node, "/"));

@@ -198,7 +198,6 @@ TEST(Package, HandsOutItsQueuesRoundRobin) {
 }
 
 TEST(Package, RunsOncePerImageAndReportsWrittenFiles) {
-    defaults();
     const std::string out = home() / "run/Out";
     const std::string outputs = "<output><allimages/><destination type='filepath'><filepath>" + out +
                                 "</filepath><filename>originalimagename</filename>"

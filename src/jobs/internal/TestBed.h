@@ -30,9 +30,13 @@ inline const std::shared_ptr<platform::run::ManualClock>& manualClock() {
     return clock;
 }
 
+/// Before anything asks for the places.
+inline const bool placesAreSet = [] {
+    base::setPlaces(base::Places::below(home().path().string()));
+    return true;
+}();
+
 inline platform::data::UserDefaults& defaults() {
-    static const bool placesAreSet = (base::setPlaces(base::Places::below(home().path().string())), true);
-    static_cast<void>(placesAreSet);
     return platform::data::UserDefaults::standard();
 }
 
