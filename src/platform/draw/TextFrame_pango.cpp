@@ -52,6 +52,14 @@ void applyAlignment(PangoLayout* layout, TextAlignment alignment) {
     }
 }
 
+// A word that is cut stays as it is written.
+void forbidHyphens(PangoLayout* layout) {
+    PangoAttrList* attributes = pango_attr_list_new();
+    pango_attr_list_insert(attributes, pango_attr_insert_hyphens_new(FALSE));
+    pango_layout_set_attributes(layout, attributes);
+    pango_attr_list_unref(attributes);
+}
+
 // `width` 0 or less lays each paragraph out in one line.
 ObjectPointer<PangoLayout> makeLayout(const AttributedText& text, double width) {
     ObjectPointer<PangoLayout> layout(pango_layout_new(contextOfThread()));
@@ -65,6 +73,7 @@ ObjectPointer<PangoLayout> makeLayout(const AttributedText& text, double width) 
     pango_layout_set_text(layout.get(), valid, -1);
     applyAlignment(layout.get(), text.attributes.alignment);
     g_free(valid);
+    forbidHyphens(layout.get());
     if (width > 0) {
         constexpr double widest = std::numeric_limits<int>::max() / 2;
         pango_layout_set_width(layout.get(), static_cast<int>(std::min(width * unit, widest)));

@@ -113,7 +113,14 @@ bool isWritableProperty(std::string_view dictionary, std::string_view property) 
 base::Result<Bytes> exifBlock(const ExifOfImage& image) {
     return guarded([&] {
         Exiv2::ExifData exif;
+        // What the standard requires of every file, with its own values for the unknown.
+        exif["Exif.Image.XResolution"] = Exiv2::URational(72, 1);
+        exif["Exif.Image.YResolution"] = Exiv2::URational(72, 1);
+        exif["Exif.Image.ResolutionUnit"] = std::uint16_t{2};
+        exif["Exif.Image.YCbCrPositioning"] = std::uint16_t{1};
         exif["Exif.Photo.ExifVersion"] = std::string("48 50 51 48");
+        exif["Exif.Photo.ComponentsConfiguration"] = std::string("1 2 3 0");
+        exif["Exif.Photo.FlashpixVersion"] = std::string("48 49 48 48");
         exif["Exif.Photo.ColorSpace"] = static_cast<std::uint16_t>(image.isSRGB ? 1 : 65535);
         exif["Exif.Photo.PixelXDimension"] = static_cast<std::uint32_t>(image.width);
         exif["Exif.Photo.PixelYDimension"] = static_cast<std::uint32_t>(image.height);

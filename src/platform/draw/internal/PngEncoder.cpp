@@ -61,7 +61,7 @@ bool compress(Compression& compression, png_structp png, png_infop info, const B
             straightRGBARow(bitmap.row(y), width, target);
         png_write_row(png, target);
     }
-    png_write_end(png, info);
+    png_write_end(png, nullptr); // given the chunks' description, it writes the EXIF one again
     return true;
 }
 

@@ -50,7 +50,9 @@ void describe(TIFF* tiff, const Bitmap& bitmap, const EncodingOptions& options) 
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
     TIFFSetField(tiff, TIFFTAG_ORIENTATION, orientation ? static_cast<int>(orientation.integerValue()) : 1);
-    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tiff, 0));
+    constexpr std::uint32_t stripBytes = 1 << 18;
+    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP,
+                 std::max(stripBytes / (4 * static_cast<std::uint32_t>(bitmap.width())), std::uint32_t{1}));
     if (!opaque) {
         const std::uint16_t extra[] = {EXTRASAMPLE_ASSOCALPHA};
         TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, extra);
@@ -81,11 +83,11 @@ void setExifText(TIFF* tiff, const base::Dictionary& exif, std::string_view prop
     if (!text.empty()) TIFFSetField(tiff, tag, text.c_str());
 }
 
-// The EXIF tags stand in a directory of their own, to which the picture's one must point.
-bool writeExif(TIFF* tiff, const base::Dictionary& exif) {
-    TIFFCheckpointDirectory(tiff);
-    TIFFFreeDirectory(tiff);
-    if (TIFFCreateEXIFDirectory(tiff) != 0) return false;
+// The EXIF tags stand in a directory of their own, written before the picture's one, which points to it. Answers where
+// it stands, or 0.
+std::uint64_t writeExif(TIFF* tiff, const base::Dictionary& exif) {
+    if (TIFFCreateEXIFDirectory(tiff) != 0) return 0;
+    TIFFSetField(tiff, EXIFTAG_EXIFVERSION, "0230");
     setExifText(tiff, exif, kCGImagePropertyExifDateTimeOriginal, EXIFTAG_DATETIMEORIGINAL);
     setExifText(tiff, exif, kCGImagePropertyExifDateTimeDigitized, EXIFTAG_DATETIMEDIGITIZED);
     const std::string note = base::textForKey(exif, kCGImagePropertyExifMakerNote).value_or("");
@@ -98,8 +100,10 @@ bool writeExif(TIFF* tiff, const base::Dictionary& exif) {
         TIFFSetField(tiff, EXIFTAG_USERCOMMENT, static_cast<std::uint32_t>(coded.size()), coded.data());
     }
     std::uint64_t offset = 0;
-    return TIFFWriteCustomDirectory(tiff, &offset) == 1 && TIFFSetDirectory(tiff, 0) == 1 &&
-           TIFFSetField(tiff, TIFFTAG_EXIFIFD, offset) == 1;
+    const bool written = TIFFWriteCustomDirectory(tiff, &offset) == 1;
+    TIFFFreeDirectory(tiff);
+    TIFFCreateDirectory(tiff);
+    return written ? offset : 0;
 }
 
 } // namespace
@@ -114,11 +118,15 @@ base::Result<void> encodeTIFF(const Bitmap& bitmap, const EncodingOptions& optio
     const std::unique_ptr<TIFF, CloseTIFF> tiff(TIFFClientOpen("product", "w", &sink, readBytes, writeBytes, seekTo,
                                                                closeNothing, sizeOfFile, nullptr, nullptr));
     if (!tiff) return failed();
+    std::uint64_t exifOffset = 0;
+    if (const auto* exif =
+            base::valueForKey(options.properties, kCGImagePropertyExifDictionary).as<base::Dictionary>()) {
+        exifOffset = writeExif(tiff.get(), *exif);
+        if (exifOffset == 0) return failed();
+    }
     describe(tiff.get(), bitmap, options);
-    if (!writeRows(tiff.get(), bitmap)) return failed();
-    const auto* exif = base::valueForKey(options.properties, kCGImagePropertyExifDictionary).as<base::Dictionary>();
-    if (exif && !writeExif(tiff.get(), *exif)) return failed();
-    if (TIFFWriteDirectory(tiff.get()) != 1) return failed();
+    if (exifOffset != 0) TIFFSetField(tiff.get(), TIFFTAG_EXIFIFD, exifOffset);
+    if (!writeRows(tiff.get(), bitmap) || TIFFWriteDirectory(tiff.get()) != 1) return failed();
     return {};
 }
 
