@@ -1,0 +1,339 @@
+#include "internal/PictureFixtures.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <numbers>
+#include <stdexcept>
+
+#include <jpeglib.h>
+
+#include <png.h>
+#include <tiffio.h>
+#include <unistd.h>
+
+namespace fixtures {
+
+namespace {
+
+std::uint8_t byteOf(double value) {
+    return static_cast<std::uint8_t>(std::clamp(std::lround(value), 0L, 255L));
+}
+
+std::uint8_t grayOf(const std::uint8_t* pixel) {
+    return byteOf(0.299 * pixel[0] + 0.587 * pixel[1] + 0.114 * pixel[2]);
+}
+
+/// Ink by the plain formula with full black removal; 255 is full ink.
+std::array<std::uint8_t, 4> inkOf(const std::uint8_t* pixel) {
+    const int light = std::max({pixel[0], pixel[1], pixel[2]});
+    std::array<std::uint8_t, 4> ink{0, 0, 0, static_cast<std::uint8_t>(255 - light)};
+    for (std::size_t k = 0; k < 3 && light > 0; ++k)
+        ink[k] = byteOf(255.0 * (light - pixel[k]) / light);
+    return ink;
+}
+
+/// The few colours of a palette picture: two bits of each component.
+std::uint8_t paletteIndex(const std::uint8_t* pixel) {
+    return static_cast<std::uint8_t>((pixel[0] >> 6) | (pixel[1] >> 6) << 2 | (pixel[2] >> 6) << 4);
+}
+std::array<std::uint8_t, 3> paletteColor(int index) {
+    return {static_cast<std::uint8_t>((index & 3) * 85), static_cast<std::uint8_t>((index >> 2 & 3) * 85),
+            static_cast<std::uint8_t>((index >> 4 & 3) * 85)};
+}
+
+double lanczos(double x) {
+    x = std::abs(x);
+    if (x < 1e-12) return 1;
+    if (x >= 3) return 0;
+    const double angle = std::numbers::pi * x;
+    return 3 * std::sin(angle) * std::sin(angle / 3) / (angle * angle);
+}
+
+/// weights[i][j] of sample j for output i.
+std::vector<std::vector<double>> referenceWeights(int size, int newSize) {
+    const double step = static_cast<double>(size) / newSize;
+    const double stretch = std::max(1.0, step);
+    std::vector<std::vector<double>> weights(static_cast<std::size_t>(newSize));
+    for (int i = 0; i < newSize; ++i) {
+        double sum = 0;
+        for (int j = 0; j < size; ++j) {
+            weights[i].push_back(lanczos((j + 0.5 - (i + 0.5) * step) / stretch));
+            sum += weights[i].back();
+        }
+        for (double& weight : weights[i])
+            weight /= sum;
+    }
+    return weights;
+}
+
+} // namespace
+
+Pixels Pixels::of(int width, int height, const Formula& formula) {
+    Pixels pixels{width, height, std::vector<std::uint8_t>(static_cast<std::size_t>(width) * height * 3)};
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            const Color color = formula(x, y);
+            for (std::size_t k = 0; k < 3; ++k)
+                pixels.at(x, y)[k] = byteOf(color[k]);
+        }
+    return pixels;
+}
+
+Color photographLike(double x, double y) {
+    const double detail = 20 * std::sin(x * 0.9 + y * 0.3) * std::cos(y * 0.7 - x * 0.1);
+    const double slope = 90 + 60 * std::sin(x / 41) + 40 * std::cos(y / 29);
+    const double edge = std::hypot(x - 80, y - 60) < 40 ? 45 : 0;
+    return {slope + edge + detail, 128 + 50 * std::sin((x + y) / 37) + detail * 0.8 - edge,
+            110 + 60 * std::cos(x / 53 - y / 31) + detail * 0.6};
+}
+
+base::Data jpegOf(const Pixels& pixels, const JpegOptions& options) {
+    jpeg_compress_struct jpeg{};
+    jpeg_error_mgr errors{};
+    jpeg.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&jpeg);
+    unsigned char* memory = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&jpeg, &memory, &size);
+    jpeg.image_width = static_cast<JDIMENSION>(pixels.width);
+    jpeg.image_height = static_cast<JDIMENSION>(pixels.height);
+    const bool ink = options.colors == JpegColors::cmyk || options.colors == JpegColors::ycck;
+    jpeg.input_components = ink ? 4 : 3;
+    jpeg.in_color_space = ink ? JCS_CMYK : JCS_RGB;
+    jpeg_set_defaults(&jpeg);
+    constexpr std::array spaces{JCS_YCbCr, JCS_RGB, JCS_GRAYSCALE, JCS_CMYK, JCS_YCCK};
+    jpeg_set_colorspace(&jpeg, spaces[static_cast<std::size_t>(options.colors)]);
+    jpeg_set_quality(&jpeg, options.quality, TRUE);
+    if (options.colors == JpegColors::yCbCr || options.colors == JpegColors::ycck) {
+        jpeg.comp_info[0].h_samp_factor = options.horizontalSampling;
+        jpeg.comp_info[0].v_samp_factor = options.verticalSampling;
+        if (ink) {
+            jpeg.comp_info[3].h_samp_factor = options.horizontalSampling;
+            jpeg.comp_info[3].v_samp_factor = options.verticalSampling;
+        }
+    }
+    jpeg.restart_interval = static_cast<unsigned>(options.restartInterval);
+    if (ink && !options.adobeMarker) jpeg.write_Adobe_marker = FALSE;
+    if (options.progressive) jpeg_simple_progression(&jpeg);
+    jpeg_start_compress(&jpeg, TRUE);
+    if (!options.exif.empty())
+        jpeg_write_marker(&jpeg, JPEG_APP0 + 1, options.exif.data(), static_cast<unsigned>(options.exif.size()));
+    if (!options.profile.empty())
+        jpeg_write_icc_profile(&jpeg, options.profile.data(), static_cast<unsigned>(options.profile.size()));
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(pixels.width) * 4);
+    for (int y = 0; y < pixels.height; ++y) {
+        for (int x = 0; x < pixels.width && ink; ++x) {
+            const auto colors = inkOf(pixels.at(x, y));
+            for (std::size_t k = 0; k < 4; ++k)
+                row[4 * static_cast<std::size_t>(x) + k] =
+                    options.adobeMarker ? static_cast<std::uint8_t>(255 - colors[k]) : colors[k];
+        }
+        if (!ink) std::memcpy(row.data(), pixels.at(0, y), static_cast<std::size_t>(pixels.width) * 3);
+        JSAMPROW pointer = row.data();
+        jpeg_write_scanlines(&jpeg, &pointer, 1);
+    }
+    jpeg_finish_compress(&jpeg);
+    jpeg_destroy_compress(&jpeg);
+    base::Data data(std::vector<std::uint8_t>(memory, memory + size));
+    std::free(memory);
+    return data;
+}
+
+Pixels decodedJpeg(const base::Data& data) {
+    jpeg_decompress_struct jpeg{};
+    jpeg_error_mgr errors{};
+    jpeg.err = jpeg_std_error(&errors);
+    jpeg_create_decompress(&jpeg);
+    jpeg_mem_src(&jpeg, data.bytes.data(), data.size());
+    jpeg_read_header(&jpeg, TRUE);
+    jpeg.out_color_space = JCS_RGB;
+    jpeg_start_decompress(&jpeg);
+    Pixels pixels{static_cast<int>(jpeg.output_width), static_cast<int>(jpeg.output_height), {}};
+    pixels.bytes.resize(static_cast<std::size_t>(pixels.width) * pixels.height * 3);
+    while (jpeg.output_scanline < jpeg.output_height) {
+        JSAMPROW row = pixels.at(0, static_cast<int>(jpeg.output_scanline));
+        jpeg_read_scanlines(&jpeg, &row, 1);
+    }
+    jpeg_destroy_decompress(&jpeg);
+    return pixels;
+}
+
+base::Data pngOf(const Pixels& pixels, const PngOptions& options) {
+    base::Data data;
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    png_set_write_fn(
+        png, &data,
+        [](png_structp writer, png_bytep bytes, std::size_t count) {
+            auto& target = static_cast<base::Data*>(png_get_io_ptr(writer))->bytes;
+            target.insert(target.end(), bytes, bytes + count);
+        },
+        [](png_structp) {});
+    constexpr std::array types{PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_RGBA, PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA,
+                               PNG_COLOR_TYPE_PALETTE};
+    png_set_IHDR(png, info, static_cast<png_uint_32>(pixels.width), static_cast<png_uint_32>(pixels.height),
+                 options.bits, types[static_cast<std::size_t>(options.colors)],
+                 options.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    if (options.colors == PngColors::palette) {
+        std::array<png_color, 64> palette;
+        for (int i = 0; i < 64; ++i)
+            palette[i] = {paletteColor(i)[0], paletteColor(i)[1], paletteColor(i)[2]};
+        png_set_PLTE(png, info, palette.data(), 64);
+    }
+    png_write_info(png, info);
+    std::vector<std::vector<std::uint8_t>> rows;
+    for (int y = 0; y < pixels.height; ++y) {
+        std::vector<std::uint8_t> row;
+        const auto put = [&](std::uint8_t value) {
+            row.push_back(value);
+            if (options.bits == 16) row.push_back(value); // 257 times the value
+        };
+        for (int x = 0; x < pixels.width; ++x) {
+            const std::uint8_t* pixel = pixels.at(x, y);
+            if (options.colors == PngColors::palette)
+                put(paletteIndex(pixel));
+            else if (options.colors == PngColors::gray || options.colors == PngColors::grayAlpha)
+                put(grayOf(pixel));
+            else
+                for (int k = 0; k < 3; ++k)
+                    put(pixel[k]);
+            if (options.colors == PngColors::rgba || options.colors == PngColors::grayAlpha) put(pixel[0]);
+        }
+        rows.push_back(std::move(row));
+    }
+    std::vector<png_bytep> pointers;
+    for (auto& row : rows)
+        pointers.push_back(row.data());
+    png_write_image(png, pointers.data());
+    png_write_end(png, nullptr);
+    png_destroy_write_struct(&png, &info);
+    return data;
+}
+
+base::Data tiffOf(const Pixels& pixels, const TiffOptions& options) {
+    char name[] = "/tmp/velm-test-tiff-XXXXXX";
+    close(mkstemp(name));
+    TIFF* tiff = TIFFOpen(name, "w");
+    constexpr std::array<std::uint16_t, 6> photometrics{PHOTOMETRIC_RGB,        PHOTOMETRIC_RGB,
+                                                        PHOTOMETRIC_MINISBLACK, PHOTOMETRIC_MINISWHITE,
+                                                        PHOTOMETRIC_SEPARATED,  PHOTOMETRIC_PALETTE};
+    constexpr std::array<int, 6> sampleCounts{3, 4, 1, 1, 4, 1};
+    const int samples = sampleCounts[static_cast<std::size_t>(options.colors)];
+    for (int page = 0; page < options.pages; ++page) {
+        TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, pixels.width);
+        TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, pixels.height);
+        TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, options.bits);
+        TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, samples);
+        TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, photometrics[static_cast<std::size_t>(options.colors)]);
+        TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, options.planes ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG);
+        TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
+        TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_RIGHTTOP);
+        if (options.colors == TiffColors::rgba) {
+            const std::uint16_t extra = EXTRASAMPLE_UNASSALPHA;
+            TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &extra);
+        }
+        if (options.colors == TiffColors::palette) {
+            std::array<std::vector<std::uint16_t>, 3> maps;
+            for (int i = 0; i < 256; ++i)
+                for (std::size_t k = 0; k < 3; ++k)
+                    maps[k].push_back(static_cast<std::uint16_t>(paletteColor(i)[k] * 257));
+            TIFFSetField(tiff, TIFFTAG_COLORMAP, maps[0].data(), maps[1].data(), maps[2].data());
+        }
+        const auto sample = [&](int x, int y, int k) -> std::uint8_t {
+            const std::uint8_t* pixel = pixels.at(std::min(x, pixels.width - 1), std::min(y, pixels.height - 1));
+            switch (options.colors) {
+            case TiffColors::gray:
+                return grayOf(pixel);
+            case TiffColors::grayInverted:
+                return static_cast<std::uint8_t>(255 - grayOf(pixel));
+            case TiffColors::cmyk:
+                return inkOf(pixel)[static_cast<std::size_t>(k)];
+            case TiffColors::palette:
+                return paletteIndex(pixel);
+            default:
+                return pixel[k % 3];
+            }
+        };
+        std::vector<std::uint8_t> buffer;
+        const auto put = [&](std::uint8_t value) {
+            for (int i = 0; i < options.bits / 8; ++i)
+                buffer.push_back(value);
+        };
+        const int planes = options.planes ? samples : 1;
+        if (options.tiled) {
+            TIFFSetField(tiff, TIFFTAG_TILEWIDTH, 64);
+            TIFFSetField(tiff, TIFFTAG_TILELENGTH, 64);
+            for (int plane = 0; plane < planes; ++plane)
+                for (int top = 0; top < pixels.height; top += 64)
+                    for (int left = 0; left < pixels.width; left += 64) {
+                        buffer.clear();
+                        for (int y = top; y < top + 64; ++y)
+                            for (int x = left; x < left + 64; ++x)
+                                for (int k = 0; k < samples / planes; ++k)
+                                    put(sample(x, y, plane + k));
+                        TIFFWriteTile(tiff, buffer.data(), left, top, 0, static_cast<std::uint16_t>(plane));
+                    }
+        } else {
+            TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 16);
+            for (int plane = 0; plane < planes; ++plane)
+                for (int y = 0; y < pixels.height; ++y) {
+                    buffer.clear();
+                    for (int x = 0; x < pixels.width; ++x)
+                        for (int k = 0; k < samples / planes; ++k)
+                            put(sample(x, y, plane + k));
+                    TIFFWriteScanline(tiff, buffer.data(), y, static_cast<std::uint16_t>(plane));
+                }
+        }
+        TIFFWriteDirectory(tiff);
+    }
+    TIFFClose(tiff);
+    base::Data data;
+    if (std::FILE* file = std::fopen(name, "rb")) {
+        int byte;
+        while ((byte = std::fgetc(file)) != EOF)
+            data.bytes.push_back(static_cast<std::uint8_t>(byte));
+        std::fclose(file);
+    }
+    std::remove(name);
+    return data;
+}
+
+std::vector<double> reference(const Pixels& pixels, int left, int top, int width, int height, int newWidth,
+                              int newHeight) {
+    const auto across = referenceWeights(width, newWidth);
+    const auto down = referenceWeights(height, newHeight);
+    std::vector<double> rows(static_cast<std::size_t>(newWidth) * height * 3);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < newWidth; ++x)
+            for (int j = 0; j < width; ++j)
+                for (int k = 0; k < 3; ++k)
+                    rows[3 * (static_cast<std::size_t>(y) * newWidth + x) + k] +=
+                        across[x][j] * pixels.at(left + j, top + y)[k];
+    std::vector<double> result(static_cast<std::size_t>(newWidth) * newHeight * 3);
+    for (int y = 0; y < newHeight; ++y)
+        for (int j = 0; j < height; ++j)
+            for (int i = 0; i < newWidth * 3; ++i)
+                result[static_cast<std::size_t>(y) * newWidth * 3 + i] +=
+                    down[y][j] * rows[static_cast<std::size_t>(j) * newWidth * 3 + i];
+    return result;
+}
+
+double likeness(const platform::draw::Bitmap& bitmap, const std::vector<double>& wanted) {
+    if (wanted.size() != static_cast<std::size_t>(bitmap.width()) * bitmap.height() * 3)
+        throw std::invalid_argument("pictures of different sizes");
+    double sum = 0;
+    std::size_t index = 0;
+    for (int y = 0; y < bitmap.height(); ++y)
+        for (int x = 0; x < bitmap.width(); ++x)
+            for (int k = 0; k < 3; ++k) {
+                const double error = bitmap.row(y)[4 * x + 2 - k] - std::clamp(wanted[index++], 0.0, 255.0);
+                sum += error * error;
+            }
+    return 10 * std::log10(255.0 * 255.0 * static_cast<double>(wanted.size()) / std::max(sum, 1e-9));
+}
+
+} // namespace fixtures

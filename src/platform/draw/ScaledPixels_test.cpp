@@ -1,0 +1,349 @@
+#include "internal/ScaledPixels.h"
+
+#include "internal/PictureFixtures.h"
+#include "platform/draw/ColorSpace.h"
+#include "platform/draw/ImageSource.h"
+#include "platform/draw/PictureCache.h"
+
+#include <algorithm>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+using namespace platform::draw;
+using fixtures::Color;
+using fixtures::JpegColors;
+using fixtures::JpegOptions;
+using fixtures::likeness;
+using fixtures::Pixels;
+
+namespace {
+
+ImageRef imageOf(base::Data data) {
+    const auto source = ImageSource::createWithData(std::move(data));
+    if (!source) {
+        ADD_FAILURE() << source.error().localizedDescription;
+        return nullptr;
+    }
+    return (*source)->imageAtIndex(0);
+}
+
+ImageRef imageOf(const Pixels& pixels) {
+    auto bitmap = Bitmap::create(pixels.width, pixels.height, ColorSpace::sRGB(), true);
+    for (int y = 0; y < pixels.height; ++y)
+        for (int x = 0; x < pixels.width; ++x)
+            for (int k = 0; k < 3; ++k)
+                bitmap->mutableRow(y)[4 * x + 2 - k] = pixels.at(x, y)[k];
+    return Image::fromBitmap(*bitmap);
+}
+
+Bitmap scaled(const Image& image, int width, int height, Quality quality = Quality::final) {
+    auto bitmap = scaledBitmap(image, width, height, quality, ColorSpace::sRGB());
+    if (!bitmap) throw std::runtime_error(bitmap.error().localizedDescription);
+    return *bitmap;
+}
+
+Bitmap canvas(int width, int height) {
+    return *Bitmap::create(width, height, ColorSpace::sRGB(), false);
+}
+
+base::Result<void> draw(const Image& image, const Placement& placement, Bitmap& bitmap, double alpha = 1,
+                        PixelRect clip = {0, 0, 10000, 10000}) {
+    const PixelTarget target{bitmap.mutablePixels(), bitmap.stride(), bitmap.width(), bitmap.height(),
+                             bitmap.colorSpace()};
+    return drawScaled(image, placement, Quality::final, alpha, clip, target);
+}
+
+std::vector<int> pixel(const Bitmap& bitmap, int x, int y) {
+    const std::uint8_t* bytes = bitmap.row(y) + 4 * x;
+    return {bytes[2], bytes[1], bytes[0], bytes[3]};
+}
+
+bool samePixels(const Bitmap& a, const Bitmap& b) {
+    if (a.width() != b.width() || a.height() != b.height()) return false;
+    for (int y = 0; y < a.height(); ++y)
+        if (!std::equal(a.row(y), a.row(y) + 4 * a.width(), b.row(y))) return false;
+    return true;
+}
+
+struct Sampling {
+    int horizontal;
+    int vertical;
+};
+
+} // namespace
+
+// The whole chain (planes at their own resolution, weights in integers, colours last) against the plain one: decode at
+// full size to RGB, then reduce in full precision. Rounding the result to bytes alone limits the likeness to 58.9 dB.
+TEST(ScaledPixels, AreAsGoodAsFullPrecision) {
+    const Pixels pixels = Pixels::of(331, 246, fixtures::photographLike);
+    for (const auto& [horizontal, vertical] : std::vector<Sampling>{{1, 1}, {2, 2}, {2, 1}, {1, 2}, {4, 1}}) {
+        SCOPED_TRACE(std::to_string(horizontal) + "x" + std::to_string(vertical));
+        JpegOptions options;
+        options.horizontalSampling = horizontal;
+        options.verticalSampling = vertical;
+        const base::Data jpeg = fixtures::jpegOf(pixels, options);
+        const Pixels decoded = fixtures::decodedJpeg(jpeg);
+        const ImageRef image = imageOf(jpeg);
+        ASSERT_TRUE(image);
+        // To half and below, decoding may start from a reduced picture only when a factor of two is left.
+        EXPECT_GT(likeness(scaled(*image, 100, 75), fixtures::reference(decoded, 0, 0, 331, 246, 100, 75)), 55);
+        EXPECT_GT(likeness(scaled(*image, 331, 246), fixtures::reference(decoded, 0, 0, 331, 246, 331, 246)), 50);
+        EXPECT_GT(likeness(scaled(*image, 500, 400), fixtures::reference(decoded, 0, 0, 331, 246, 500, 400)), 50);
+        const ImageRef part = image->cropped({101, 83, 150, 120});
+        EXPECT_GT(likeness(scaled(*part, 90, 70), fixtures::reference(decoded, 101, 83, 150, 120, 90, 70)), 54);
+    }
+}
+
+TEST(ScaledPixels, ReducedDecodingStaysClose) {
+    const Pixels pixels = Pixels::of(640, 480, fixtures::photographLike);
+    const base::Data jpeg = fixtures::jpegOf(pixels);
+    const Pixels decoded = fixtures::decodedJpeg(jpeg);
+    const ImageRef image = imageOf(jpeg);
+    struct Case {
+        int width, height;
+        Quality quality;
+        double decibels;
+    };
+    // A preview reduces in the decoder as far as it can, which lets a little of the finest detail through.
+    for (const Case& test : {Case{160, 120, Quality::final, 42},
+                             {80, 60, Quality::final, 42},
+                             {40, 30, Quality::final, 40},
+                             {300, 220, Quality::preview, 34}}) {
+        SCOPED_TRACE(test.width);
+        const auto wanted = fixtures::reference(decoded, 0, 0, 640, 480, test.width, test.height);
+        EXPECT_GT(likeness(scaled(*image, test.width, test.height, test.quality), wanted), test.decibels);
+    }
+}
+
+TEST(ScaledPixels, ConstantPicturesStayConstant) {
+    const auto gray = [](int value) {
+        return Pixels::of(203, 151, [=](double, double) { return Color{value + 0., value + 0., value + 0.}; });
+    };
+    for (const int value : {0, 1, 77, 128, 254, 255}) {
+        const Pixels pixels = gray(value);
+        for (const ImageRef& image :
+             {imageOf(pixels), imageOf(fixtures::jpegOf(pixels)), imageOf(fixtures::pngOf(pixels))}) {
+            for (const auto& [width, height] : {std::pair{7, 5}, {50, 50}, {203, 151}, {301, 260}, {1, 1}}) {
+                const Bitmap bitmap = scaled(*image, width, height);
+                for (int y = 0; y < height; ++y)
+                    for (int x = 0; x < width; ++x)
+                        ASSERT_EQ(pixel(bitmap, x, y), (std::vector<int>{value, value, value, 255})) << width;
+            }
+        }
+    }
+}
+
+TEST(ScaledPixels, DoNotAlias) {
+    // Lines of one pixel, reduced by a factor that would beat with them: nothing but their mean may remain.
+    const Pixels lines = Pixels::of(400, 400, [](double x, double y) {
+        const double value = static_cast<int>(x + y) % 2 ? 255 : 0;
+        return Color{value, value, value};
+    });
+    for (const ImageRef& image : {imageOf(lines), imageOf(fixtures::pngOf(lines))}) {
+        const Bitmap bitmap = scaled(*image, 130, 130);
+        for (int y = 4; y < 126; ++y)
+            for (int x = 4; x < 126; ++x)
+                ASSERT_NEAR(pixel(bitmap, x, y)[0], 128, 4) << x << " " << y;
+    }
+}
+
+TEST(ScaledPixels, QuarterTurnsMovePixelsWhole) {
+    const Pixels pixels = Pixels::of(37, 23, [](double x, double y) { return Color{x * 6, y * 10, 100}; });
+    const ImageRef image = imageOf(pixels);
+    const auto turned = [&](const ImageRef& from, int turns, bool mirrored) {
+        const bool onSide = turns % 2 != 0;
+        Bitmap bitmap = *Bitmap::create(onSide ? from->height() : from->width(),
+                                        onSide ? from->width() : from->height(), ColorSpace::sRGB(), true);
+        const base::Rect all{0, 0, static_cast<double>(bitmap.width()), static_cast<double>(bitmap.height())};
+        EXPECT_TRUE(draw(*from, {all, turns, mirrored}, bitmap));
+        return bitmap;
+    };
+    // Clockwise: what was at the left end of the top row is at its right end.
+    EXPECT_EQ(pixel(turned(image, 1, false), 22, 0), (std::vector<int>{0, 0, 100, 255}));
+    EXPECT_EQ(pixel(turned(image, 2, false), 36, 22), (std::vector<int>{0, 0, 100, 255}));
+    EXPECT_EQ(pixel(turned(image, 3, false), 0, 36), (std::vector<int>{0, 0, 100, 255}));
+    EXPECT_EQ(pixel(turned(image, 0, true), 36, 0), (std::vector<int>{0, 0, 100, 255}));
+    EXPECT_EQ(pixel(turned(image, 1, true), 22, 36), (std::vector<int>{0, 0, 100, 255}));
+
+    const Bitmap original = *image->bitmap();
+    ImageRef current = image;
+    for (int i = 0; i < 4; ++i)
+        current = Image::fromBitmap(turned(current, 1, false));
+    EXPECT_TRUE(samePixels(*current->bitmap(), original));
+    EXPECT_TRUE(
+        samePixels(*Image::fromBitmap(turned(Image::fromBitmap(turned(image, 3, true)), 3, true))->bitmap(), original));
+}
+
+TEST(ScaledPixels, TurnedDrawingIsTheTurnedPicture) {
+    const base::Data jpeg = fixtures::jpegOf(Pixels::of(240, 160, fixtures::photographLike));
+    const ImageRef image = imageOf(jpeg);
+    for (int turns = 0; turns < 4; ++turns) {
+        for (const bool mirrored : {false, true}) {
+            const bool onSide = turns % 2 != 0;
+            Bitmap direct = canvas(150, 150);
+            const base::Rect place{10, 20, onSide ? 60.0 : 90.0, onSide ? 90.0 : 60.0};
+            ASSERT_TRUE(draw(*image, {place, turns, mirrored}, direct));
+            Bitmap stepwise = canvas(150, 150);
+            ASSERT_TRUE(draw(*Image::fromBitmap(scaled(*image, 90, 60)), {place, turns, mirrored}, stepwise));
+            EXPECT_TRUE(samePixels(direct, stepwise)) << turns << mirrored;
+        }
+    }
+}
+
+TEST(ScaledPixels, AClippedDrawingIsAPartOfTheWhole) {
+    const ImageRef image = imageOf(fixtures::jpegOf(Pixels::of(240, 160, fixtures::photographLike)));
+    for (int turns = 0; turns < 4; ++turns) {
+        const Placement placement{{-20.5, 5.25, 130.75, 90.5}, turns, false};
+        Bitmap whole = canvas(100, 100);
+        Bitmap parts = canvas(100, 100);
+        ASSERT_TRUE(draw(*image, placement, whole));
+        for (const PixelRect& clip : {PixelRect{0, 0, 41, 33}, {41, 0, 59, 33}, {0, 33, 77, 67}, {77, 33, 23, 67}})
+            ASSERT_TRUE(draw(*image, placement, parts, 1, clip));
+        EXPECT_TRUE(samePixels(whole, parts)) << turns;
+    }
+}
+
+TEST(ScaledPixels, EdgesBetweenPixelsAreBlended) {
+    const ImageRef image = imageOf(Pixels::of(20, 20, [](double, double) { return Color{200, 100, 40}; }));
+    Bitmap bitmap = canvas(10, 10);
+    ASSERT_TRUE(draw(*image, {{2.5, 3, 4, 2.25}}, bitmap));
+    EXPECT_EQ(pixel(bitmap, 1, 3), (std::vector<int>{0, 0, 0, 0}));
+    EXPECT_NEAR(pixel(bitmap, 2, 3)[3], 128, 1);
+    EXPECT_NEAR(pixel(bitmap, 2, 3)[0], 100, 1);
+    EXPECT_EQ(pixel(bitmap, 3, 3), (std::vector<int>{200, 100, 40, 255}));
+    EXPECT_NEAR(pixel(bitmap, 6, 4)[3], 128, 1);
+    EXPECT_NEAR(pixel(bitmap, 4, 5)[3], 64, 1);
+    EXPECT_NEAR(pixel(bitmap, 6, 5)[3], 32, 1);
+    EXPECT_EQ(pixel(bitmap, 4, 6)[3], 0);
+
+    // Narrower than a pixel.
+    Bitmap thin = canvas(10, 10);
+    ASSERT_TRUE(draw(*image, {{4.25, 0, 0.5, 10}}, thin));
+    EXPECT_NEAR(pixel(thin, 4, 5)[3], 128, 1);
+    EXPECT_EQ(pixel(thin, 5, 5)[3], 0);
+}
+
+TEST(ScaledPixels, AlphaAndTransparencyLieOverWhatIsThere) {
+    const Pixels red = Pixels::of(8, 8, [](double, double) { return Color{255, 0, 0}; });
+    Bitmap bitmap = canvas(8, 8);
+    ASSERT_TRUE(draw(*imageOf(Pixels::of(8, 8,
+                                         [](double, double) {
+                                             return Color{0, 0, 255};
+                                         })),
+                     {{0, 0, 8, 8}}, bitmap));
+    ASSERT_TRUE(draw(*imageOf(red), {{0, 0, 8, 8}}, bitmap, 0.25));
+    EXPECT_NEAR(pixel(bitmap, 4, 4)[0], 64, 1);
+    EXPECT_NEAR(pixel(bitmap, 4, 4)[2], 191, 1);
+    EXPECT_EQ(pixel(bitmap, 4, 4)[3], 255);
+
+    Bitmap empty = canvas(8, 8);
+    ASSERT_TRUE(draw(*Image::fromBitmap(canvas(8, 8)), {{0, 0, 8, 8}}, empty));
+    EXPECT_EQ(pixel(empty, 4, 4), (std::vector<int>{0, 0, 0, 0}));
+
+    // No colour rises above its alpha, however steep the edge that is resampled.
+    Bitmap half = canvas(40, 40);
+    for (int y = 0; y < 40; ++y)
+        for (int x = 20; x < 40; ++x)
+            std::fill_n(half.mutableRow(y) + 4 * x, 4, std::uint8_t{255});
+    const Bitmap reduced = scaled(*Image::fromBitmap(half), 33, 33);
+    for (int x = 0; x < 33; ++x) {
+        const auto values = pixel(reduced, x, 16);
+        EXPECT_LE(values[0], values[3]);
+    }
+}
+
+TEST(ScaledPixels, NothingIsDrawnForEmptyOrMeaninglessRectangles) {
+    const ImageRef image = imageOf(Pixels::of(8, 8, [](double, double) { return Color{255, 255, 255}; }));
+    const double none = std::numeric_limits<double>::quiet_NaN();
+    const double endless = std::numeric_limits<double>::infinity();
+    for (const base::Rect& rectangle :
+         {base::Rect{1, 1, 0, 5}, base::Rect{1, 1, 5, -1}, base::Rect::null(), base::Rect{none, 0, 5, 5},
+          base::Rect{0, 0, endless, 5}, base::Rect{50, 0, 5, 5}, base::Rect{-9e15, -9e15, 5, 5}}) {
+        Bitmap bitmap = canvas(10, 10);
+        EXPECT_TRUE(draw(*image, {rectangle}, bitmap));
+        EXPECT_TRUE(samePixels(bitmap, canvas(10, 10)));
+    }
+    Bitmap bitmap = canvas(10, 10);
+    EXPECT_TRUE(draw(*image, {{-1e7, -1e7, 2e7, 2e7}}, bitmap));
+    EXPECT_EQ(pixel(bitmap, 5, 5), (std::vector<int>{255, 255, 255, 255}));
+}
+
+TEST(ScaledPixels, ABrokenPictureLeavesTheTargetAlone) {
+    base::Data jpeg = fixtures::jpegOf(Pixels::of(200, 200, fixtures::photographLike));
+    jpeg.bytes.resize(jpeg.size() / 2);
+    const ImageRef image = imageOf(jpeg);
+    ASSERT_TRUE(image);
+    Bitmap bitmap = canvas(50, 50);
+    const auto drawn = draw(*image, {{0, 0, 50, 50}}, bitmap);
+    ASSERT_FALSE(drawn);
+    EXPECT_TRUE(samePixels(bitmap, canvas(50, 50)));
+    // What stands before the damage is whole.
+    EXPECT_TRUE(draw(*image->cropped({0, 0, 200, 40}), {{0, 0, 50, 10}}, bitmap));
+}
+
+TEST(PictureCache, DecodesOnceForAll) {
+    clearPictureCache();
+    const ImageRef image = imageOf(fixtures::jpegOf(Pixels::of(900, 700, fixtures::photographLike)));
+    const auto before = pictureCacheStatistics();
+    std::vector<std::thread> threads;
+    std::atomic<int> good{0};
+    for (int i = 0; i < 6; ++i)
+        threads.emplace_back([&] {
+            Bitmap bitmap = canvas(300, 200);
+            if (draw(*image, {{0, 0, 200, 150}, i % 2 * 2}, bitmap)) ++good;
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(good, 6);
+    const auto after = pictureCacheStatistics();
+    EXPECT_EQ(after.misses - before.misses, 1u);
+    EXPECT_EQ(after.hits - before.hits, 5u);
+}
+
+TEST(PictureCache, IsBoundedAndKeepsNoFailure) {
+    clearPictureCache();
+    const std::size_t capacity = pictureCacheCapacity();
+    setPictureCacheCapacity(1'000'000);
+    const ImageRef image = imageOf(fixtures::jpegOf(Pixels::of(400, 300, fixtures::photographLike)));
+    for (int width = 100; width < 200; ++width)
+        (void)scaled(*image, width, 100);
+    EXPECT_LE(pictureCacheStatistics().bytes, 1'000'000u);
+    EXPECT_GT(pictureCacheStatistics().bytes, 500'000u);
+
+    const auto before = pictureCacheStatistics();
+    (void)scaled(*image, 199, 100); // used last, so still there
+    (void)scaled(*image, 100, 100); // used first, so gone
+    EXPECT_EQ(pictureCacheStatistics().hits - before.hits, 1u);
+    EXPECT_EQ(pictureCacheStatistics().misses - before.misses, 1u);
+
+    base::Data cut = fixtures::jpegOf(Pixels::of(64, 64, fixtures::photographLike));
+    cut.bytes.resize(cut.size() - 300);
+    const ImageRef broken = imageOf(cut);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_FALSE(scaledBitmap(*broken, 64, 64, Quality::final, ColorSpace::sRGB()));
+    EXPECT_EQ(pictureCacheStatistics().misses - before.misses, 3u);
+    setPictureCacheCapacity(capacity);
+    clearPictureCache();
+    EXPECT_EQ(pictureCacheStatistics().bytes, 0u);
+}
+
+TEST(Bitmap, SharesUntilWritten) {
+    Bitmap first = canvas(4, 4);
+    first.mutableRow(1)[3] = 9;
+    const Bitmap second = first;
+    EXPECT_EQ(first.pixels(), second.pixels());
+    first.mutableRow(1)[3] = 10;
+    EXPECT_NE(first.pixels(), second.pixels());
+    EXPECT_EQ(second.row(1)[3], 9);
+    const std::uint8_t* own = first.pixels();
+    first.mutableRow(2)[0] = 1;
+    EXPECT_EQ(first.pixels(), own) << "an unshared bitmap is not copied";
+    for (const auto& [width, height] :
+         {std::pair<std::int64_t, std::int64_t>{0, 5}, {5, -1}, {70000, 1}, {60000, 60000}})
+        EXPECT_FALSE(Bitmap::create(width, height, ColorSpace::sRGB(), false));
+    EXPECT_EQ(pixel(*Bitmap::create(3, 3, ColorSpace::sRGB(), true), 1, 1), (std::vector<int>{0, 0, 0, 255}));
+}
