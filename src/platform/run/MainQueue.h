@@ -55,11 +55,11 @@ public:
     void wake() override;
 
 private:
-    MainLoop* previous_;
     std::mutex mutex_;
     std::condition_variable wakened_;
     bool hasWork_ = true;
     bool stopped_ = false;
+    MainLoop* const previous_; // last: as soon as it is known this loop may be wakened
 };
 
 } // namespace platform::run
