@@ -8,14 +8,17 @@
 #include <numbers>
 
 namespace platform::draw {
+
+using base::Rect;
+
 namespace {
 
-bool isFinite(const base::Rect& rect) {
+bool isFinite(const Rect& rect) {
     return std::isfinite(rect.x) && std::isfinite(rect.y) && std::isfinite(rect.width) && std::isfinite(rect.height);
 }
 
 // With a positive width and height.
-base::Rect standardized(const base::Rect& rect) {
+Rect standardized(const Rect& rect) {
     return {std::min(rect.x, rect.maxX()), std::min(rect.y, rect.maxY()), std::abs(rect.width), std::abs(rect.height)};
 }
 
@@ -36,7 +39,7 @@ void addEllipticCorner(cairo_t* cairo, double x, double y, double width, double 
 }
 
 void addToPath(cairo_t* cairo, const BitmapContext::Storage::PathElement& element) {
-    const base::Rect& rect = element.rect;
+    const Rect& rect = element.rect;
     const double width = std::min(element.cornerWidth, rect.width / 2);
     const double height = std::min(element.cornerHeight, rect.height / 2);
     cairo_save(cairo);
@@ -55,6 +58,19 @@ void addToPath(cairo_t* cairo, const BitmapContext::Storage::PathElement& elemen
     cairo_restore(cairo);
 }
 
+// Cairo counts in 24 bits before the point: what lies far beyond the canvas is cut off.
+constexpr double farthest = 1e5; // pixels from the canvas
+
+Rect withinReach(const Rect& rect, const base::AffineTransform& deviceTransform, const Bitmap& canvas) {
+    const Rect reach{-farthest, -farthest, canvas.width() + 2 * farthest, canvas.height() + 2 * farthest};
+    return rect.intersection(deviceTransform.inverted().apply(reach));
+}
+
+bool touches(const Rect& deviceBounds, const PixelRect& clip) {
+    return deviceBounds.x < clip.maxX() && deviceBounds.maxX() > clip.x && deviceBounds.y < clip.maxY() &&
+           deviceBounds.maxY() > clip.y;
+}
+
 // The one rectangle that a path consists of, as it stands on the canvas.
 std::optional<TurnedRectangle> onlyRectangle(const std::vector<BitmapContext::Storage::PathElement>& path) {
     if (path.size() != 1 || (path[0].cornerWidth > 0 && path[0].cornerHeight > 0)) return std::nullopt;
@@ -69,10 +85,10 @@ std::optional<double> uniformScale(const base::AffineTransform& transform) {
     return first;
 }
 
-base::Rect boundsOfPath(const std::vector<BitmapContext::Storage::PathElement>& path) {
+Rect boundsOfPath(const std::vector<BitmapContext::Storage::PathElement>& path) {
     double left = INFINITY, top = INFINITY, right = -INFINITY, bottom = -INFINITY;
     for (const auto& element : path) {
-        const base::Rect box = element.deviceTransform.apply(element.rect);
+        const Rect box = element.deviceTransform.apply(element.rect);
         left = std::min(left, box.x);
         top = std::min(top, box.y);
         right = std::max(right, box.maxX());
@@ -181,24 +197,24 @@ const base::AffineTransform& BitmapContext::transform() const {
     return storage_->state.transform;
 }
 
-void BitmapContext::clipToRect(const base::Rect& rect) {
+void BitmapContext::clipToRect(const Rect& rect) {
     auto& state = storage_->state;
     if (rect.isNull() || !isFinite(rect)) {
         state.clip = {};
         return;
     }
     const base::AffineTransform transform = storage_->deviceTransform();
-    const base::Rect box = transform.apply(rect);
-    const base::Rect limits{double(state.clip.x), double(state.clip.y), double(std::max(state.clip.width, 0)),
-                            double(std::max(state.clip.height, 0))};
+    const Rect box = transform.apply(rect);
+    const Rect limits{double(state.clip.x), double(state.clip.y), double(std::max(state.clip.width, 0)),
+                      double(std::max(state.clip.height, 0))};
     const bool alongGrid = (transform.b == 0 && transform.c == 0) || (transform.a == 0 && transform.d == 0);
     const bool onGrid = isWhole(box.x) && isWhole(box.y) && isWhole(box.maxX()) && isWhole(box.maxY());
     if (!alongGrid || !onGrid) state.turnedClips.push_back({transform, standardized(rect)});
-    const base::Rect snapped = alongGrid && onGrid ? base::Rect{std::round(box.x), std::round(box.y),
-                                                                std::round(box.maxX()) - std::round(box.x),
-                                                                std::round(box.maxY()) - std::round(box.y)}
-                                                   : box.integral();
-    const base::Rect common = limits.intersection(snapped);
+    const Rect snapped = alongGrid && onGrid
+                             ? Rect{std::round(box.x), std::round(box.y), std::round(box.maxX()) - std::round(box.x),
+                                    std::round(box.maxY()) - std::round(box.y)}
+                             : box.integral();
+    const Rect common = limits.intersection(snapped);
     state.clip = common.isNull() ? PixelRect{}
                                  : PixelRect{static_cast<int>(common.x), static_cast<int>(common.y),
                                              static_cast<int>(common.width), static_cast<int>(common.height)};
@@ -239,13 +255,15 @@ void BitmapContext::beginPath() {
     storage_->path.clear();
 }
 
-void BitmapContext::addRect(const base::Rect& rect) {
+void BitmapContext::addRect(const Rect& rect) {
     addRoundedRect(rect, 0, 0);
 }
 
-void BitmapContext::addRoundedRect(const base::Rect& rect, double cornerWidth, double cornerHeight) {
+void BitmapContext::addRoundedRect(const Rect& rect, double cornerWidth, double cornerHeight) {
     if (rect.isNull() || !isFinite(rect)) return;
-    storage_->path.push_back({storage_->deviceTransform(), standardized(rect), cornerWidth, cornerHeight});
+    const base::AffineTransform transform = storage_->deviceTransform();
+    const Rect visible = withinReach(standardized(rect), transform, storage_->bitmap);
+    if (!visible.isNull()) storage_->path.push_back({transform, visible, cornerWidth, cornerHeight});
 }
 
 void BitmapContext::fillPath() {
@@ -272,7 +290,8 @@ void BitmapContext::strokePath() {
     const auto path = std::move(storage_->path);
     storage_->path.clear();
     const auto& state = storage_->state;
-    if (path.empty() || !(state.lineWidth > 0) || !std::isfinite(state.lineWidth)) return;
+    if (path.empty() || !(state.lineWidth > 0)) return;
+    const double lineWidth = std::min(state.lineWidth, farthest);
     const base::AffineTransform transform = storage_->deviceTransform();
     const auto stroke = [&](cairo_t* cairo) {
         for (const auto& element : path)
@@ -280,17 +299,17 @@ void BitmapContext::strokePath() {
         setSource(cairo, state.stroke, state.alpha);
         cairo_save(cairo);
         applyTransform(cairo, transform);
-        cairo_set_line_width(cairo, state.lineWidth);
+        cairo_set_line_width(cairo, lineWidth);
         cairo_stroke(cairo);
         cairo_restore(cairo);
     };
     const double reach =
-        state.lineWidth * std::max(std::hypot(transform.a, transform.b), std::hypot(transform.c, transform.d));
+        lineWidth * std::max(std::hypot(transform.a, transform.b), std::hypot(transform.c, transform.d));
     ShadowCaster caster{boundsOfPath(path).inset(-reach, -reach), std::nullopt, false, state.stroke.alpha * state.alpha,
                         stroke};
     const auto rectangle = onlyRectangle(path);
     if (const auto scale = uniformScale(transform); rectangle && scale) {
-        const double half = state.lineWidth * *scale / 2;
+        const double half = lineWidth * *scale / 2;
         const TurnedRectangle hole = rectangle->grown(-half);
         caster.rectangle = RectangleShape{rectangle->grown(half), std::nullopt};
         if (hole.halfWidth > 0 && hole.halfHeight > 0) caster.rectangle->hole = hole;
@@ -299,17 +318,20 @@ void BitmapContext::strokePath() {
     stroke(CanvasDrawing(*storage_).cairo());
 }
 
-void BitmapContext::fillRect(const base::Rect& rect) {
+void BitmapContext::fillRect(const Rect& rect) {
     auto path = std::exchange(storage_->path, {});
     addRect(rect);
     fillPath();
     storage_->path = std::move(path);
 }
 
-void BitmapContext::clearRect(const base::Rect& rect) {
+void BitmapContext::clearRect(const Rect& rect) {
     if (rect.isNull() || !isFinite(rect)) return;
+    const base::AffineTransform transform = storage_->deviceTransform();
+    const Rect visible = withinReach(standardized(rect), transform, storage_->bitmap);
+    if (visible.isNull()) return;
     const CanvasDrawing drawing(*storage_);
-    addToPath(drawing.cairo(), {storage_->deviceTransform(), standardized(rect), 0, 0});
+    addToPath(drawing.cairo(), {transform, visible, 0, 0});
     if (storage_->bitmap.isOpaque())
         cairo_set_source_rgb(drawing.cairo(), 0, 0, 0);
     else
@@ -317,13 +339,18 @@ void BitmapContext::clearRect(const base::Rect& rect) {
     cairo_fill(drawing.cairo());
 }
 
-void BitmapContext::drawImage(const ImageRef& image, const base::Rect& rect) {
+void BitmapContext::drawImage(const ImageRef& image, const Rect& rect) {
     if (!image || rect.isNull() || !isFinite(rect) || rect.isEmpty()) return;
     const auto& state = storage_->state;
     const base::AffineTransform transform = storage_->deviceTransform();
     const ImageQuad quad = ImageQuad::from(standardized(rect), transform);
     const auto placement = state.turnedClips.empty() ? axisAlignedPlacement(quad) : std::nullopt;
 
+    if (!placement && (std::abs(quad.right.x) + std::abs(quad.right.y) > farthest ||
+                       std::abs(quad.down.x) + std::abs(quad.down.y) > farthest)) {
+        setDrawError({std::string(base::cocoaErrorDomain), 0, "a turned picture is too large to draw"});
+        return;
+    }
     std::optional<Bitmap> scaled; // the pixels themselves, where the straight way is not open
     const auto needPixels = [&] {
         if (scaled) return true;
@@ -352,14 +379,15 @@ void BitmapContext::drawImage(const ImageRef& image, const base::Rect& rect) {
             setDrawError(result.error());
         return;
     }
-    if (needPixels()) paintBitmap(CanvasDrawing(*storage_).cairo(), *scaled, quad, state.alpha);
+    if (touches(quad.bounds(), state.clip) && needPixels())
+        paintBitmap(CanvasDrawing(*storage_).cairo(), *scaled, quad, state.alpha);
 }
 
-void BitmapContext::drawText(const AttributedText& text, const base::Rect& rect) {
+void BitmapContext::drawText(const AttributedText& text, const Rect& rect) {
     if (rect.isNull() || !isFinite(rect)) return;
-    const base::Rect box = standardized(rect);
+    const Rect box = standardized(rect);
     const TextFrame frame(text, box.size());
-    const base::Rect ink = frame.inkBounds();
+    const Rect ink = frame.inkBounds();
     if (ink.isEmpty()) return;
     const auto& state = storage_->state;
     // Frame coordinates run down from the rectangle's top.
@@ -373,8 +401,9 @@ void BitmapContext::drawText(const AttributedText& text, const base::Rect& rect)
         frame.storage().drawGlyphs(cairo);
         cairo_restore(cairo);
     };
-    castShadow(*storage_, {toDevice.apply(ink.inset(-1, -1)), std::nullopt, false, 1, draw});
-    draw(CanvasDrawing(*storage_).cairo());
+    const Rect deviceInk = toDevice.apply(ink.inset(-1, -1));
+    castShadow(*storage_, {deviceInk, std::nullopt, false, 1, draw});
+    if (touches(deviceInk, state.clip)) draw(CanvasDrawing(*storage_).cairo());
 }
 
 ImageRef BitmapContext::makeImage() const {

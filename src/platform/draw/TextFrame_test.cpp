@@ -1,0 +1,158 @@
+#include "platform/draw/BitmapContext.h"
+#include "platform/draw/TextFrame.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace platform::draw;
+
+namespace {
+
+AttributedText text(std::string string, double size = 20, TextAlignment alignment = TextAlignment::left,
+                    std::string font = "DejaVu Sans") {
+    return {std::move(string), {std::move(font), size, Color(), alignment}};
+}
+
+std::vector<std::string> lineTexts(const TextFrame& frame) {
+    std::vector<std::string> texts;
+    for (const auto& line : frame.lines())
+        texts.push_back(line.string);
+    return texts;
+}
+
+} // namespace
+
+TEST(TextFrame, WrapsByWordsAndCutsWordsOnlyWhereTheyAloneAreTooWide) {
+    const TextFrame words(text("one two three four"), {120, 200});
+    EXPECT_EQ(lineTexts(words), (std::vector<std::string>{"one two ", "three four"}));
+    const TextFrame wide(text("a unbelievablylongword b"), {100, 200});
+    const auto lines = lineTexts(wide);
+    ASSERT_GE(lines.size(), 3u);
+    std::string together;
+    for (const auto& line : lines)
+        together += line;
+    EXPECT_EQ(together, "a unbelievablylongword b");
+    for (const auto& line : wide.lines())
+        EXPECT_LE(line.width, 100.5) << line.string;
+    EXPECT_EQ(lineTexts(TextFrame(text("first\nsecond\r\nthird"), {500, 200})),
+              (std::vector<std::string>{"first", "second", "third"}));
+}
+
+TEST(TextFrame, LeavesOutLinesThatDoNotFitWhole) {
+    const AttributedText two = text("one\ntwo");
+    const double lineHeight = sizeOfText(text("one"), 0).height;
+    const struct {
+        double height;
+        std::size_t lines;
+    } cases[] = {{lineHeight - 1, 0}, {lineHeight, 1}, {2 * lineHeight - 1, 1}, {2 * lineHeight, 2}, {-5, 0}};
+    for (const auto& row : cases) {
+        const TextFrame frame(two, {200, row.height});
+        EXPECT_EQ(frame.lines().size(), row.lines) << row.height;
+        EXPECT_EQ(frame.isComplete(), row.lines == 2) << row.height;
+    }
+    EXPECT_TRUE(TextFrame(text("x"), {0, 50}).lines().empty());
+    EXPECT_TRUE(TextFrame(text(""), {50, 50}).isComplete());
+}
+
+TEST(TextFrame, AlignsItsLines) {
+    const auto lineAt = [](TextAlignment alignment, std::string string) {
+        return TextFrame(text(std::move(string), 20, alignment), {300, 100}).lines().at(0);
+    };
+    const auto left = lineAt(TextAlignment::left, "word");
+    EXPECT_NEAR(left.x, 0, 0.01);
+    EXPECT_NEAR(lineAt(TextAlignment::center, "word").x, (300 - left.width) / 2, 0.51);
+    EXPECT_NEAR(lineAt(TextAlignment::right, "word").x, 300 - left.width, 0.51);
+    EXPECT_NEAR(lineAt(TextAlignment::natural, "word").x, 0, 0.01);
+    const std::string hebrew = "\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D";
+    EXPECT_NEAR(lineAt(TextAlignment::left, hebrew).x, 0, 0.51);
+    EXPECT_GT(lineAt(TextAlignment::natural, hebrew).x, 200);
+    EXPECT_GT(lineAt(TextAlignment::right, hebrew).x, 200);
+    const TextFrame justified(text("one two three four five six", 20, TextAlignment::justified), {130, 300});
+    EXPECT_NEAR(justified.lines().at(0).width, 130, 1);
+}
+
+TEST(TextFrame, FindsFontsByAnyOfTheirNames) {
+    const struct {
+        const char* name;
+        bool available;
+        const char* family;
+    } cases[] = {
+        {"DejaVuSans-Bold", true, "DejaVu Sans"},    {"dejavusans-bold", true, "DejaVu Sans"},
+        {"DejaVu Sans Bold", true, "DejaVu Sans"},   {"DejaVu Serif", true, "DejaVu Serif"},
+        {"LiberationMono", true, "Liberation Mono"}, {"Helvetica", true, "Liberation Sans"},
+        {"Helvetica-Bold", true, "Liberation Sans"}, {"No Such Font At All", false, nullptr},
+    };
+    for (const auto& row : cases) {
+        EXPECT_EQ(isFontAvailable(row.name), row.available) << row.name;
+        const std::string family =
+            TextFrame(text("x", 20, TextAlignment::left, row.name), {100, 100}).resolvedFontFamily();
+        if (row.family)
+            EXPECT_EQ(family, row.family) << row.name;
+        else
+            EXPECT_FALSE(family.empty()) << "something draws in its place";
+    }
+    const auto fonts = availableFonts();
+    EXPECT_TRUE(std::is_sorted(fonts.begin(), fonts.end()));
+    EXPECT_TRUE(std::binary_search(fonts.begin(), fonts.end(), "DejaVuSans-Bold"));
+    EXPECT_FALSE(std::binary_search(fonts.begin(), fonts.end(), "DejaVu Sans Bold"));
+    const auto width = [](const char* font) {
+        return sizeOfText(text("wide", 20, TextAlignment::left, font), 0).width;
+    };
+    EXPECT_GT(width("DejaVuSans-Bold"), width("DejaVu Sans") * 1.05);
+    EXPECT_EQ(width("DejaVuSans-Bold"), width("DejaVu Sans Bold"));
+}
+
+TEST(TextFrame, MeasuresInPixelsAndScalesLinearly) {
+    const base::Size small = sizeOfText(text("Measure", 20), 0);
+    const base::Size large = sizeOfText(text("Measure", 200), 0);
+    EXPECT_NEAR(large.width, 10 * small.width, 0.01 * large.width);
+    EXPECT_NEAR(large.height, 10 * small.height, 0.02 * large.height);
+    EXPECT_NEAR(small.height, 23.3, 0.5) << "ascent and descent of DejaVu Sans at 20 pixels";
+    const auto bounds = TextFrame(text("H", 100), {200, 200}).inkBounds();
+    EXPECT_NEAR(bounds.height, 72.9, 1) << "its capital height is 0.729";
+}
+
+TEST(TextFrame, BearsBrokenTextAndSizes) {
+    EXPECT_EQ(TextFrame(text("a\xFF\xFE b"), {300, 100}).lines().size(), 1u);
+    EXPECT_EQ(TextFrame(text(std::string("a\0b", 3)), {300, 100}).lines().size(), 1u);
+    for (const double size : {0.0, -3.0, 1e9, std::numeric_limits<double>::quiet_NaN()})
+        TextFrame(text("x", size), {300, 100}).lines();
+}
+
+TEST(TextFrame, DrawsFromTheTopOfItsRectangleInItsOwnColour) {
+    const auto canvas = BitmapContext::create(200, 100, ColorSpace::sRGB());
+    AttributedText words = text("HHH", 30);
+    words.attributes.color = Color(0, 0, 1);
+    canvas->setFillColor(Color(1, 0, 0)); // of no account
+    canvas->drawText(words, {0, 10, 200, 90});
+    const Bitmap bitmap = *canvas->makeImage()->bitmap();
+    int first = -1, last = -1;
+    for (int y = 0; y < 100; ++y)
+        for (int x = 0; x < 200; ++x) {
+            const std::uint8_t* pixel = bitmap.row(y) + 4 * x;
+            EXPECT_EQ(pixel[2], 0);
+            if (pixel[3] < 200) continue;
+            if (first < 0) first = y;
+            last = y;
+        }
+    EXPECT_NEAR(first, 6, 2);
+    EXPECT_NEAR(last - first, 22, 2);
+}
+
+TEST(TextFrame, IsLaidOutByManyThreadsAtOnce) {
+    std::vector<std::thread> threads;
+    std::vector<base::Size> sizes(6);
+    for (auto& size : sizes)
+        threads.emplace_back([&size] {
+            for (int round = 0; round < 20; ++round) {
+                const auto canvas = BitmapContext::create(300, 60, ColorSpace::sRGB());
+                canvas->drawText(text("threads " + std::to_string(round), 20 + round), {0, 0, 300, 60});
+                size = sizeOfText(text("The same for all", 31), 0);
+            }
+        });
+    for (auto& thread : threads)
+        thread.join();
+    for (const auto& size : sizes)
+        EXPECT_EQ(size, sizes.front());
+}
