@@ -86,19 +86,15 @@ TEST_F(OutputNaming, takesFolderAndExtensionFromThePath) {
 }
 
 TEST_F(OutputNaming, fallsBackWithoutAPath) {
-    const auto places = base::places();
-    base::setPlaces(base::Places::below(folder_ / "home"));
-    std::filesystem::create_directories(folder_ / "home/Settings");
     const auto nowhere = destination("");
     EXPECT_EQ(base::deletingLastPathComponent(output_.outputPathForDestination(*nowhere)),
-              folder_ / "home/Desktop/PrintToFileOutputs/Unknown");
+              base::places().home + "/Desktop/PrintToFileOutputs/Unknown");
     auto& defaults = UserDefaults::standard();
     for (const std::string& stored : {folder_ / "fallback", "file://" + (folder_ / "fallback")}) {
         (void)defaults.setObject(stored, key_velmFolderFallbackOutputPath);
         EXPECT_EQ(base::deletingLastPathComponent(output_.outputPathForDestination(*nowhere)), folder_ / "fallback");
     }
     (void)defaults.removeObject(key_velmFolderFallbackOutputPath);
-    base::setPlaces(places);
 }
 
 TEST_F(OutputNaming, givesNoNameTwiceWhateverTheClockSays) {

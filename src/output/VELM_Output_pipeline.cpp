@@ -5,12 +5,14 @@
 #include "base/Text.h"
 #include "folders/QueueHelpers.h"
 #include "imaging/KLARON_Image.h"
+#include "internal/NameInUse.h"
 #include "internal/WrittenFiles.h"
 #include "output/PrinterDestinationHandler.h"
 #include "output/VELM_PrintToFileSet.h"
 #include "platform/data/FileTypes.h"
 #include "template/VELM_Template.h"
 
+#include <functional>
 #include <limits>
 
 using platform::draw::BitmapContextRef;
@@ -184,6 +186,33 @@ FileSettings fileSettings(const VELM_Output& output, const VELM_Destination& des
     return settings;
 }
 
+// Where the writer puts a product: at the path, but with the type's own extension.
+base::URL writtenURL(const FileSettings& settings) {
+    const base::URL url = base::URL::fileURLWithPath(settings.path.value_or(""));
+    return platform::data::appendingPathExtensionForType(url.deletingPathExtension(), settings.type);
+}
+
+// The name that a file is going to get, held until it is written.
+class FileName {
+public:
+    FileName(const base::URL& wanted, bool overwrite)
+        : inUse_(wanted.path()), url_(overwrite ? wanted : KLARON_Image::URLWithoutOverwriting(wanted)) {}
+    const base::URL& url() const { return url_; }
+
+private:
+    output::NameInUse inUse_;
+    base::URL url_;
+};
+
+// Writes a file, tells those who observe files, and replies.
+void deliver(const VELM_Output& output, const FileName& name, const VELM_Output::Reply& reply,
+             const std::function<bool(ErrorPlace)>& write) {
+    std::optional<base::Error> error;
+    const bool isWritten = write(&error);
+    if (isWritten) output::announceWrittenFile(output, name.url());
+    if (reply) reply(isWritten, error);
+}
+
 void processFileDestination(const VELM_Output& output, const VELM_Destination& destination, const ImageRef& product,
                             const VELM_Output::Reply& reply) {
     const FileSettings settings = fileSettings(output, destination);
@@ -200,10 +229,8 @@ void processFileDestination(const VELM_Output& output, const VELM_Destination& d
         {std::string(klaronImageKey_utType), settings.type},
         {std::string(klaronImageKey_overwriteExistingFile), settings.overwrite},
     };
-    std::optional<base::Error> error;
-    const bool isWritten = KLARON_Image::writeImage(product, settings.path, options, &error);
-    if (isWritten) error.reset();
-    if (reply) reply(isWritten, error);
+    deliver(output, FileName(writtenURL(settings), settings.overwrite), reply,
+            [&](ErrorPlace error) { return KLARON_Image::writeImage(product, settings.path, options, error); });
 }
 
 void processPrinterDestination(const VELM_Output& output, const VELM_Destination& destination, const ImageRef& product,
@@ -257,8 +284,8 @@ void VELM_Output::processSaveOriginalDestination(const VELM_Destination& destina
     const std::optional<std::string> path = set ? outputPathForPTFS(set.get()) : outputPathForDestination(destination);
     const std::optional<std::string> site = set ? set->uploadFolder() : destination.uploadSite();
     const bool overwrite = set ? set->overwriteExisting() : true;
-    std::optional<base::Error> error;
-    const bool isWritten =
-        KLARON_Image::writeImageFile(urlOriginalImage(), path, uploadComment(path, site), overwrite, &error);
-    if (reply) reply(isWritten, error);
+    const FileName name(base::URL::fileURLWithPath(path.value_or("")), overwrite);
+    deliver(*this, name, reply, [&](ErrorPlace error) {
+        return KLARON_Image::writeImageFile(urlOriginalImage(), path, uploadComment(path, site), overwrite, error);
+    });
 }

@@ -99,14 +99,14 @@ TEST_F(OutputPipeline, placesEachNodeInItsFramesAndGoesOnWithoutAMissingTemplate
 }
 
 TEST_F(OutputPipeline, stylesTheImageAsTheNodeSays) {
-    // The upper half of a 40 by 60 page is 40 by 30: fitted, turned and cut.
+    // A page of 40 by 60 in a frame of 100 by 60.
     struct Case {
         std::string node;
         std::vector<std::pair<std::array<int, 2>, Pixel>> pixels;
     };
     const std::vector<Case> cases = {
         {"<gravity>resizeAspect</gravity><backgroundcolor>#00FF00</backgroundcolor>",
-         {{{10, 15}, red}, {{10, 45}, blue}, {{50, 30}, white}}},
+         {{{50, 15}, red}, {{50, 45}, blue}, {{10, 30}, white}}},
         {"<gravity>resize</gravity><tiffOrientation>3</tiffOrientation>", {{{30, 10}, blue}, {{30, 50}, red}}},
         {"<gravity>resize</gravity><tiffOrientation>6</tiffOrientation>", {{{90, 30}, red}, {{10, 30}, blue}}},
         {"<shadowcolor blur='0' offset='{0, 20}'>#00FF00FF</shadowcolor>", {{{50, 10}, red}}},
@@ -261,8 +261,17 @@ TEST_F(OutputPipeline, writesByTheSettingsOfAPrintToFileSet) {
     set->setProperty("webUploadMaxPixels", 12);
     const auto made = output("<output><destination type='filepath'><itempath>2</itempath></destination></output>",
                              {{"page", photographTemplate(40, 60)}});
+    std::vector<std::string> announced;
+    std::mutex mutex;
+    const auto token = VELM_Output::observeWrittenFiles([&](const VELM_Output&, const base::URL& file) {
+        const std::lock_guard lock(mutex);
+        announced.push_back(file.path());
+    });
+    platform::run::Group group;
     for (int turn = 0; turn < 3; ++turn)
-        run(*made);
+        group.async(folders::dispatchQueueSerial(), [&] { made->processToCompletion(nullptr); });
+    group.wait();
+    EXPECT_THAT(announced, testing::UnorderedElementsAreArray(filesIn(out())));
     EXPECT_THAT(filesIn(out()),
                 testing::ElementsAre(out() + "/photo 1.png", out() + "/photo 2.png", out() + "/photo.png"));
     EXPECT_EQ(Picture(out() + "/photo 2.png").size(), (std::array{8, 12}));

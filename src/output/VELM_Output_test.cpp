@@ -1,6 +1,7 @@
 #include "output/VELM_Output.h"
 
 #include "base/Log.h"
+#include "base/Places.h"
 #include "internal/OutputFixture.h"
 #include "output/VELM_OuputBarcode.h"
 #include "platform/data/KeyedArchive.h"
@@ -12,6 +13,19 @@ namespace {
 using namespace output_testing;
 using testing::ElementsAre;
 using testing::HasSubstr;
+
+// The tests of this module keep their settings to themselves.
+class OwnPlaces : public testing::Environment {
+public:
+    void SetUp() override {
+        std::filesystem::create_directory(folder_ / "Settings");
+        base::setPlaces(base::Places::below(folder_.path()));
+    }
+
+private:
+    support::TemporaryDirectory folder_;
+};
+[[maybe_unused]] const auto* const ownPlaces = testing::AddGlobalTestEnvironment(new OwnPlaces);
 
 class LogCapture {
 public:
