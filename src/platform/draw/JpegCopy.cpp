@@ -71,8 +71,8 @@ tl::unexpected<base::Error> noJPEG(const char* why) {
 
 base::Result<Bytes> exifSegment(View formerBlock, const base::Dictionary& dictionaries) {
     auto block = exifBlockMerging(formerBlock, dictionaries);
-    if (!block && !formerBlock.empty()) {
-        base::log("WARNING: unreadable EXIF metadata is replaced: %@", block.error());
+    if (!block && block.error().code == unreadableExifBlock) {
+        base::log("WARNING: unreadable EXIF metadata is replaced");
         block = exifBlockMerging({}, dictionaries);
     }
     if (!block) return block;

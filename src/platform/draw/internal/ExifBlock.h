@@ -28,7 +28,9 @@ struct ExifOfImage {
 base::Result<Bytes> exifBlock(const ExifOfImage& image);
 
 /// The block with the properties of `dictionaries` ({ "{Exif}": { "UserComment": ... } }) set, or removed where their
-/// value is an empty text; all else stays. An empty block counts as one without tags.
+/// value is an empty text; all else stays. An empty block counts as one without tags. One that can't be read fails with
+/// the code `unreadableExifBlock`.
+inline constexpr int unreadableExifBlock = 1;
 base::Result<Bytes> exifBlockMerging(std::span<const std::uint8_t> block, const base::Dictionary& dictionaries);
 
 } // namespace platform::draw

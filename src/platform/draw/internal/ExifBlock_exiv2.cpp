@@ -95,12 +95,26 @@ base::Result<Bytes> guarded(const Work& work) {
     }
 }
 
-Bytes encoded(const Exiv2::ExifData& exif, Exiv2::ByteOrder order, std::span<const std::uint8_t> former) {
+// The library drops large tags from a block that would be too large for a JPEG segment, without a word.
+void verify(const Exiv2::ExifData& wanted, const Bytes& block) {
+    constexpr const char* ownGroups[] = {"Image", "Photo", "GPSInfo", "Iop", "Thumbnail"}; // makers' tags travel in one
+    Exiv2::ExifData written;
+    if (!block.empty()) Exiv2::ExifParser::decode(written, block.data(), static_cast<std::uint32_t>(block.size()));
+    for (const Exiv2::Exifdatum& datum : wanted) {
+        const std::string group = datum.groupName();
+        const bool isOwn = std::find(std::begin(ownGroups), std::end(ownGroups), group) != std::end(ownGroups);
+        if (isOwn && datum.size() > 0 && written.findKey(Exiv2::ExifKey(datum.key())) == written.end())
+            throw std::runtime_error(datum.key() + " finds no room");
+    }
+}
+
+Bytes encoded(const Exiv2::ExifData& exif, Exiv2::ByteOrder order, Bytes former) {
     Exiv2::Blob blob;
     const auto method =
         Exiv2::ExifParser::encode(blob, former.data(), static_cast<std::uint32_t>(former.size()), order, exif);
     // Nothing in the blob: the tags found room in the former block, which was changed where it stands.
-    if (method == Exiv2::wmNonIntrusive) return Bytes(former.begin(), former.end());
+    if (method == Exiv2::wmNonIntrusive) blob = std::move(former);
+    verify(exif, blob);
     return blob;
 }
 
@@ -133,15 +147,20 @@ base::Result<Bytes> exifBlock(const ExifOfImage& image) {
 }
 
 base::Result<Bytes> exifBlockMerging(std::span<const std::uint8_t> block, const base::Dictionary& dictionaries) {
-    return guarded([&] {
-        Exiv2::ExifData exif;
-        Exiv2::ByteOrder order = Exiv2::littleEndian;
-        Bytes former(block.begin(), block.end()); // may be changed where it stands
+    Exiv2::ExifData exif;
+    Exiv2::ByteOrder order = Exiv2::littleEndian;
+    Bytes former(block.begin(), block.end()); // may be changed where it stands
+    try {
         if (!former.empty())
             order = Exiv2::ExifParser::decode(exif, former.data(), static_cast<std::uint32_t>(former.size()));
-        if (order == Exiv2::invalidByteOrder) throw std::runtime_error("the EXIF block is broken");
+    } catch (const std::exception&) {
+        order = Exiv2::invalidByteOrder;
+    }
+    if (order == Exiv2::invalidByteOrder)
+        return base::failure(imageMetadataErrorDomain, unreadableExifBlock, "the EXIF metadata can't be read");
+    return guarded([&] {
         setProperties(exif, dictionaries);
-        return encoded(exif, order, former);
+        return encoded(exif, order, std::move(former));
     });
 }
 

@@ -1,0 +1,332 @@
+#include "platform/draw/BitmapContext.h"
+#include "platform/draw/ImageDestination.h"
+#include "platform/draw/ImageSource.h"
+#include "support/TemporaryDirectory.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <optional>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+using namespace platform::draw;
+namespace fs = std::filesystem;
+
+namespace {
+
+ImageRef picture(AlphaInfo alpha = AlphaInfo::noneSkipLast, int width = 97, int height = 61) {
+    const auto canvas = BitmapContext::create(width, height, ColorSpace::sRGB(), alpha);
+    for (int index = 0; index < 60; ++index) {
+        canvas->setFillColor(Color(std::fmod(index * 0.37, 1), std::fmod(index * 0.73, 1), std::fmod(index * 0.11, 1),
+                                   alpha == AlphaInfo::noneSkipLast ? 1 : std::fmod(index * 0.21, 1)));
+        canvas->fillRect({double(index * 13 % width), double(index * 7 % height), 20, 15});
+    }
+    return canvas->makeImage();
+}
+
+base::Dictionary properties(double quality = 0.85) {
+    return {{std::string(kCGImageDestinationLossyCompressionQuality), quality},
+            {std::string(kCGImagePropertyOrientation), 1},
+            {std::string(kCGImagePropertyExifDictionary),
+             base::Dictionary{{std::string(kCGImagePropertyExifUserComment), "Gr\xC3\xBC\xC3\x9F"
+                                                                             "e <a/>\nline"},
+                              {std::string(kCGImagePropertyExifMakerNote), "VELM XML"},
+                              {std::string(kCGImagePropertyExifDateTimeOriginal), "2026:03:15 10:11:12"},
+                              {std::string(kCGImagePropertyExifDateTimeDigitized), "2026:03:15 10:11:13"}}}};
+}
+
+base::Data encoded(const ImageRef& image, std::string_view type, const base::Dictionary& with) {
+    auto destination = *ImageDestination::createWithData(type);
+    destination->addImage(image, with);
+    EXPECT_TRUE(destination->finalize());
+    return destination->takeData();
+}
+
+ImageRef decoded(const base::Data& data) {
+    const auto source = ImageSource::createWithData(data);
+    return source ? (*source)->imageAtIndex(0) : nullptr;
+}
+
+int largestDifference(const ImageRef& one, const ImageRef& other) {
+    const Bitmap left = *one->bitmap(), right = *other->bitmap();
+    int largest = 0;
+    for (int y = 0; y < left.height(); ++y)
+        for (int byte = 0; byte < 4 * left.width(); ++byte)
+            largest = std::max(largest, std::abs(left.row(y)[byte] - right.row(y)[byte]));
+    return largest;
+}
+
+// Where the entropy-coded data of a JPEG file begin: after the header of the first scan.
+std::size_t scanStart(const base::Data& jpeg) {
+    std::size_t position = 2;
+    while (position + 4 <= jpeg.size()) {
+        const std::size_t length = jpeg.bytes[position + 2] * 256u + jpeg.bytes[position + 3];
+        const bool isScan = jpeg.bytes[position + 1] == 0xDA;
+        position += 2 + length;
+        if (isScan) return position;
+    }
+    return jpeg.size();
+}
+
+// What exiftool prints for one tag; nothing when exiftool is not installed.
+std::optional<std::string> exiftool(const std::string& path, const std::string& tag) {
+    const std::string command = "exiftool -s3 -" + tag + " '" + path + "' 2>/dev/null";
+    std::FILE* pipe = ::popen(command.c_str(), "r");
+    if (!pipe) return std::nullopt;
+    std::string text;
+    std::array<char, 4096> buffer;
+    while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe))
+        text.append(buffer.data(), got);
+    constexpr int commandNotFound = 127;
+    const int status = ::pclose(pipe);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == commandNotFound) return std::nullopt;
+    while (text.ends_with('\n'))
+        text.pop_back();
+    return text;
+}
+
+std::vector<std::string> filesIn(const fs::path& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename());
+    return names;
+}
+
+} // namespace
+
+TEST(ImageDestination, LosslessFormatsBringTheSamePixelsBack) {
+    for (const char* type : {"public.png", "public.tiff"})
+        for (const AlphaInfo alpha : {AlphaInfo::noneSkipLast, AlphaInfo::premultipliedLast}) {
+            const ImageRef original = picture(alpha);
+            const ImageRef back = decoded(encoded(original, type, properties()));
+            ASSERT_TRUE(back) << type;
+            EXPECT_EQ(back->isOpaque(), original->isOpaque()) << type;
+            EXPECT_LE(largestDifference(original, back), 1) << type;
+            EXPECT_TRUE(back->colorSpace()->isSRGB());
+        }
+}
+
+TEST(ImageDestination, JPEGSubsamplesBelowNineTenthsAndLiesOnWhite) {
+    const auto samplingOf = [](const base::Data& jpeg) {
+        for (std::size_t at = 2; at + 12 < jpeg.size(); ++at)
+            if (jpeg.bytes[at] == 0xFF && jpeg.bytes[at + 1] == 0xC0) return int(jpeg.bytes[at + 11]);
+        return 0;
+    };
+    EXPECT_EQ(samplingOf(encoded(picture(), "public.jpeg", properties(0.89))), 0x22);
+    EXPECT_EQ(samplingOf(encoded(picture(), "public.jpeg", properties(0.9))), 0x11);
+    const base::Data best = encoded(picture(), "public.jpeg", properties(1)),
+                     poor = encoded(picture(), "public.jpeg", properties(0));
+    EXPECT_GT(best.size(), poor.size());
+    EXPECT_LE(largestDifference(picture(), decoded(best)), 4);
+
+    const auto canvas = BitmapContext::create(32, 16, ColorSpace::sRGB());
+    canvas->setFillColor(Color(1, 0, 0, 0.5));
+    canvas->fillRect({16, 0, 16, 16});
+    const Bitmap bitmap = *decoded(encoded(canvas->makeImage(), "public.jpeg", properties(1)))->bitmap();
+    EXPECT_NEAR(bitmap.row(8)[0], 255, 1);
+    EXPECT_NEAR(bitmap.row(8)[4 * 24 + 2], 255, 2);
+    EXPECT_NEAR(bitmap.row(8)[4 * 24 + 1], 127, 2);
+}
+
+TEST(ImageDestination, MetadataIsReadByOthers) {
+    const support::TemporaryDirectory folder;
+    for (const auto& [type, extension] :
+         {std::pair{"public.jpeg", "jpeg"}, {"public.png", "png"}, {"public.tiff", "tiff"}}) {
+        const base::Data data = encoded(picture(), type, properties());
+        const std::string path = folder.write(std::string("product.") + extension, data.asText());
+        const auto version = exiftool(path, "ExifToolVersion");
+        if (!version) GTEST_SKIP() << "exiftool is not installed";
+        EXPECT_EQ(exiftool(path, "IFD0:Orientation#"), "1") << type;
+        EXPECT_EQ(exiftool(path, "ExifIFD:DateTimeOriginal"), "2026:03:15 10:11:12") << type;
+        EXPECT_EQ(exiftool(path, "ExifIFD:CreateDate"), "2026:03:15 10:11:13") << type;
+        EXPECT_EQ(exiftool(path, "ICC_Profile:ProfileDescription"), "sRGB IEC61966-2.1") << type;
+        EXPECT_EQ(exiftool(path, "MakerNoteUnknownText"), "VELM XML") << type;
+        EXPECT_EQ(exiftool(path, "UserComment"), "Gr\xC3\xBC\xC3\x9F"
+                                                 "e <a/>.line")
+            << type << " (a line feed prints as a point)";
+    }
+}
+
+TEST(ImageDestination, OwnReaderFindsWhatWasWritten) {
+    const auto source = ImageSource::createWithData(encoded(picture(), "public.jpeg", properties()));
+    ASSERT_TRUE(source);
+    const base::Dictionary& found = (*source)->propertiesAtIndex(0);
+    EXPECT_EQ(base::valueForKey(found, kCGImagePropertyOrientation).integerValue(), 1);
+    EXPECT_EQ(base::valueForKey(found, kCGImagePropertyPixelWidth).integerValue(), 97);
+    const auto* exif = base::valueForKey(found, kCGImagePropertyExifDictionary).as<base::Dictionary>();
+    ASSERT_TRUE(exif);
+    EXPECT_EQ(base::valueForKey(*exif, kCGImagePropertyExifUserComment).textOr(""), "Gr\xC3\xBC\xC3\x9F"
+                                                                                    "e <a/>\nline");
+}
+
+TEST(ImageDestination, WideGamutPicturesKeepTheirProfile) {
+    const auto wide = support::readFile("/usr/share/color/icc/compatibleWithAdobeRGB1998.icc");
+    if (wide.empty()) GTEST_SKIP() << "no wide-gamut profile is installed";
+    const auto space = ColorSpace::fromICC(base::Data(wide).bytes);
+    ASSERT_TRUE(space);
+    const auto canvas = BitmapContext::create(8, 8, *space);
+    const ImageRef back = decoded(encoded(canvas->makeImage(), "public.jpeg", {}));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->colorSpace(), *space);
+}
+
+TEST(ImageDestination, FilesAppearWholeOrNotAtAll) {
+    const support::TemporaryDirectory folder;
+    const auto url = base::URL::fileURLWithPath(folder / "a.jpeg");
+    {
+        auto destination = *ImageDestination::createWithURL(url, "public.jpeg");
+        EXPECT_FALSE(fs::exists(url.path())) << "not before it is finalized";
+        destination->addImage(picture(), properties());
+        EXPECT_TRUE(destination->finalize());
+        EXPECT_FALSE(destination->finalize()) << "once only";
+    }
+    EXPECT_EQ(filesIn(folder.path()), std::vector<std::string>{"a.jpeg"});
+    EXPECT_TRUE(decoded(base::Data(support::readFile(url.path()))));
+    EXPECT_EQ(fs::status(url.path()).permissions() & fs::perms::owner_write, fs::perms::owner_write);
+    {
+        auto abandoned = *ImageDestination::createWithURL(url, "public.jpeg");
+        abandoned->addImage(picture(AlphaInfo::noneSkipLast, 10, 10), properties());
+    }
+    EXPECT_EQ(decoded(base::Data(support::readFile(url.path())))->width(), 97) << "the old file stays";
+
+    base::Data broken = encoded(picture(), "public.jpeg", properties(1));
+    broken.bytes.resize(broken.size() - broken.size() / 3);
+    auto failing = *ImageDestination::createWithURL(base::URL::fileURLWithPath(folder / "b.jpeg"), "public.jpeg");
+    failing->addImage(decoded(broken), properties());
+    EXPECT_FALSE(failing->finalize()) << "a cut-off picture is no product";
+    failing.reset();
+    EXPECT_EQ(filesIn(folder.path()), std::vector<std::string>{"a.jpeg"});
+}
+
+TEST(ImageDestination, SaysWhatItCanNotWrite) {
+    const support::TemporaryDirectory folder;
+    const auto url = [&](std::string_view name) { return base::URL::fileURLWithPath(folder / name); };
+    EXPECT_FALSE(ImageDestination::createWithURL(url("a.pdf"), "com.adobe.pdf"));
+    EXPECT_FALSE(ImageDestination::canWriteType("com.adobe.pdf"));
+    const auto missing = ImageDestination::createWithURL(url("none/a.jpeg"), "public.jpeg");
+    ASSERT_FALSE(missing);
+    EXPECT_NE(missing.error().localizedDescription.find("none/a.jpeg"), std::string::npos);
+    fs::create_directory(folder.path() / "b.jpeg");
+    EXPECT_FALSE(ImageDestination::createWithURL(url("b.jpeg"), "public.jpeg"));
+    auto empty = *ImageDestination::createWithURL(url("c.jpeg"), "public.jpeg");
+    EXPECT_FALSE(empty->finalize()) << "without an image";
+}
+
+TEST(ImageDestination, LeavesNothingWhenTheFileFindsNoRoom) {
+    const support::TemporaryDirectory folder;
+    const auto url = base::URL::fileURLWithPath(folder / "a.jpeg");
+    rlimit former;
+    ::getrlimit(RLIMIT_FSIZE, &former);
+    const auto formerHandler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small{1000, former.rlim_max}; // as a full disk does, writing fails
+    ::setrlimit(RLIMIT_FSIZE, &small);
+    auto destination = *ImageDestination::createWithURL(url, "public.jpeg");
+    destination->addImage(picture(), properties());
+    const auto result = destination->finalize();
+    destination.reset();
+    ::setrlimit(RLIMIT_FSIZE, &former);
+    std::signal(SIGXFSZ, formerHandler);
+    ASSERT_FALSE(result);
+    EXPECT_NE(result.error().localizedDescription.find("a.jpeg"), std::string::npos)
+        << result.error().localizedDescription;
+    EXPECT_TRUE(filesIn(folder.path()).empty());
+}
+
+TEST(ImageDestination, RefusesMetadataThatFindsNoRoom) {
+    base::Dictionary tooMuch = properties();
+    tooMuch[std::string(kCGImagePropertyExifDictionary)] =
+        base::Dictionary{{std::string(kCGImagePropertyExifUserComment), std::string(70000, 'x')}};
+    auto destination = *ImageDestination::createWithData("public.jpeg");
+    destination->addImage(picture(), tooMuch);
+    EXPECT_FALSE(destination->finalize());
+}
+
+// -- The lossless road
+// --------------------------------------------------------------------------------------------------
+
+namespace {
+
+ImageMetadata comment(const std::string& text) {
+    ImageMetadata metadata;
+    EXPECT_TRUE(
+        metadata.setValueMatchingImageProperty(kCGImagePropertyExifDictionary, kCGImagePropertyExifUserComment, text));
+    return metadata;
+}
+
+std::string commentOf(const base::Data& jpeg) {
+    const auto source = ImageSource::createWithData(jpeg);
+    if (!source) return "unreadable";
+    const auto* exif =
+        base::valueForKey((*source)->propertiesAtIndex(0), kCGImagePropertyExifDictionary).as<base::Dictionary>();
+    return exif ? base::textForKey(*exif, kCGImagePropertyExifUserComment).value_or("none") : "none";
+}
+
+} // namespace
+
+TEST(CopyOfJPEG, KeepsPictureDataAndOtherTags) {
+    base::Dictionary with = properties();
+    with[std::string(kCGImagePropertyOrientation)] = 6;
+    const base::Data original = encoded(picture(), "public.jpeg", with);
+    for (const std::string& text :
+         {std::string("short"), std::string(3000, 'l'), std::string("\xC3\xA4\xE2\x82\xAC")}) {
+        const auto copy = copyOfJPEGMergingMetadata(original, comment(text));
+        ASSERT_TRUE(copy);
+        EXPECT_EQ(commentOf(*copy), text);
+        EXPECT_TRUE(std::equal(original.bytes.begin() + scanStart(original), original.bytes.end(),
+                               copy->bytes.begin() + scanStart(*copy), copy->bytes.end()));
+        const auto source = *ImageSource::createWithData(*copy);
+        EXPECT_EQ(base::valueForKey(source->propertiesAtIndex(0), kCGImagePropertyOrientation).integerValue(), 6);
+        EXPECT_TRUE(source->imageAtIndex(0)->colorSpace()->isSRGB());
+        const auto* exif =
+            base::valueForKey(source->propertiesAtIndex(0), kCGImagePropertyExifDictionary).as<base::Dictionary>();
+        EXPECT_EQ(base::textForKey(*exif, "DateTimeOriginal"), "2026:03:15 10:11:12");
+    }
+    EXPECT_EQ(*copyOfJPEGMergingMetadata(original, {}), original) << "nothing to merge";
+    const auto removed = copyOfJPEGMergingMetadata(original, comment(""));
+    ASSERT_TRUE(removed);
+    EXPECT_EQ(commentOf(*removed), "none");
+}
+
+TEST(CopyOfJPEG, GivesFilesWithoutMetadataSome) {
+    base::Data bare = encoded(picture(), "public.jpeg", {});
+    const std::size_t exifStart = 2 + 2 + 16; // after SOI and the JFIF segment
+    ASSERT_EQ(bare.bytes[exifStart + 1], 0xE1);
+    const std::size_t length = bare.bytes[exifStart + 2] * 256u + bare.bytes[exifStart + 3];
+    bare.bytes.erase(bare.bytes.begin() + exifStart, bare.bytes.begin() + exifStart + 2 + length);
+    ASSERT_EQ(commentOf(bare), "none");
+    const auto copy = copyOfJPEGMergingMetadata(bare, comment("new"));
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(commentOf(*copy), "new");
+    EXPECT_TRUE(std::equal(bare.bytes.begin(), bare.bytes.begin() + exifStart, copy->bytes.begin()))
+        << "JFIF stays first";
+
+    base::Data rubbishExif = bare;
+    const std::string rubbish("\xFF\xE1\x00\x10"
+                              "Exif\0\0rubbish!",
+                              18);
+    rubbishExif.bytes.insert(rubbishExif.bytes.begin() + exifStart, rubbish.begin(), rubbish.end());
+    const auto mended = copyOfJPEGMergingMetadata(rubbishExif, comment("new"));
+    ASSERT_TRUE(mended);
+    EXPECT_EQ(commentOf(*mended), "new");
+}
+
+TEST(CopyOfJPEG, RefusesWhatIsNoWholeJPEG) {
+    const base::Data whole = encoded(picture(), "public.jpeg", properties());
+    for (std::size_t size = 0; size < whole.size(); size += 1 + size / 8) {
+        base::Data cut = whole;
+        cut.bytes.resize(size);
+        EXPECT_FALSE(copyOfJPEGMergingMetadata(cut, comment("x"))) << size;
+    }
+    EXPECT_FALSE(copyOfJPEGMergingMetadata(encoded(picture(), "public.png", {}), comment("x")));
+    base::Data trailing = whole; // pictures of some cameras carry more after their end
+    trailing.bytes.insert(trailing.bytes.end(), {1, 2, 3, 0xFF, 0xD8, 9});
+    const auto copy = copyOfJPEGMergingMetadata(trailing, comment("x"));
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(copy->bytes.back(), 9);
+    EXPECT_FALSE(copyOfJPEGMergingMetadata(whole, comment(std::string(70000, 'x')))) << "too much for a segment";
+}
