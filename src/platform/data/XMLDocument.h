@@ -1,5 +1,6 @@
 // XML documents as trees of nodes that keep everything: elements, attributes, namespaces, text, CDATA, comments,
-// processing instructions. Names compare ignoring case, as all files of this system are read.
+// processing instructions (of a document type only its name and identifiers). Names compare ignoring case, as all files
+// of this system are read.
 //
 // Nodes are shared: an element owns its children and attributes, and a child knows its parent only while that lives.
 // So whoever works on a tree keeps the document (or the topmost element). Not synchronized: a tree belongs to one

@@ -51,7 +51,10 @@ base::Result<base::Dictionary> DefaultsFile::read() const {
         return base::failure(bytes.error());
     }
     auto value = parsePropertyList(*bytes);
-    if (!value) return base::failure(value.error());
+    if (!value) {
+        return base::failure(value.error().domain, value.error().code,
+                             path_ + ": " + value.error().localizedDescription);
+    }
     base::Dictionary* contents = value->as<base::Dictionary>();
     if (!contents) return base::failure(base::cocoaErrorDomain, 3840, path_ + " holds no dictionary");
     return std::move(*contents);
