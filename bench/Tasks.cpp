@@ -1,0 +1,96 @@
+#include "Tasks.h"
+
+#include "SamplePhotographs.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace bench {
+
+namespace {
+
+std::string document(int width, int height, const std::string& layers) {
+    std::ostringstream text;
+    text << "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n"
+         << "<data type=\"VELM_Template\" version=\"1.0\">\n<layout name=\"bench\" size=\"{" << width << ", " << height
+         << "}\"><backgroundEnabled>yes</backgroundEnabled>\n"
+         << layers << "</layout>\n</data>\n";
+    return text.str();
+}
+
+std::string photographLayer(const Placed& placed, int level, const std::string& style = {}) {
+    std::ostringstream text;
+    text << "<layer type=\"graphic\" zindex=\"" << level << "\" frame=\"{{" << placed.x << ", " << placed.y << "}, {"
+         << placed.width << ", " << placed.height << "}}\"><filepath>" << placed.path
+         << "</filepath><gravity>resizeAspectFill</gravity>" << style << "</layer>\n";
+    return text.str();
+}
+
+std::string textLayer(const std::string& frame, const std::string& text, int size, const std::string& color) {
+    return "<layer type=\"textbox\" zindex=\"90\" frame=\"" + frame + "\"><string>" + text + "</string><font size=\"" +
+           std::to_string(size) + "\">DejaVu Sans</font><color>" + color + "</color></layer>\n";
+}
+
+} // namespace
+
+Photographs photographsIn(const std::string& folder) {
+    Photographs paths;
+    std::error_code ignored;
+    std::filesystem::create_directories(folder, ignored);
+    constexpr std::array scenes{samples::Scene::house, samples::Scene::lighthouse, samples::Scene::harbour,
+                                samples::Scene::house};
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        const std::string path = folder + "/" + std::to_string(i + 1) + ".jpg";
+        if (!std::filesystem::exists(path)) {
+            samples::Photograph photograph;
+            photograph.scene = scenes[i];
+            photograph.width = 6000;
+            photograph.height = 4000;
+            photograph.seed = static_cast<unsigned>(i + 21);
+            std::string error;
+            const auto bytes = samples::jpegOf(photograph, error);
+            std::ofstream(path, std::ios::binary)
+                .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+            if (bytes.empty()) {
+                std::fprintf(stderr, "%s\n", error.c_str());
+                return {};
+            }
+        }
+        paths[i] = path;
+    }
+    return paths;
+}
+
+std::array<Task, 3> tasksWith(const Photographs& photographs) {
+    const FloorTask single{1844, 1240, {{photographs[0], 0, 0, 1844, 1240}}};
+    const FloorTask four{2448,
+                         3036,
+                         {{photographs[0], 56, 56, 1140, 1380},
+                          {photographs[1], 1252, 56, 1140, 1380},
+                          {photographs[2], 56, 1492, 1140, 1380},
+                          {photographs[3], 1352, 1612, 940, 1140}}};
+    const FloorTask twice{1844, 2498, {{photographs[0], 0, 0, 1844, 1249}, {photographs[0], 0, 1249, 1844, 1249}}};
+    return {
+        Task{"T1", "one photograph aspect-filled into 1844 x 1240, border, a line of text",
+             document(1844, 1240,
+                      photographLayer(single.photographs[0], 1,
+                                      "<border color=\"#FFFFFF\" width=\"40\" clipsContent=\"yes\">yes</border>") +
+                          textLayer("{{80, 1110}, {1684, 70}}", "A day at the sea, summer 2026", 44, "#FFFFFF")),
+             single},
+        Task{"T2", "2448 x 3036 with four photographs, one turned 7 degrees with a soft shadow, text",
+             document(2448, 3036,
+                      photographLayer(four.photographs[0], 1) + photographLayer(four.photographs[1], 2) +
+                          photographLayer(four.photographs[2], 3) +
+                          photographLayer(four.photographs[3], 4,
+                                          "<rotation>0.122173</rotation><shadow blur=\"24\" color=\"#00000099\" "
+                                          "offset=\"{16, 16}\">yes</shadow>") +
+                          textLayer("{{56, 2900}, {2336, 100}}", "Four pictures of one day", 72, "#2E4A62")),
+             four},
+        Task{"T3", "one photograph placed twice on 1844 x 2498",
+             document(1844, 2498, photographLayer(twice.photographs[0], 1) + photographLayer(twice.photographs[1], 2)),
+             twice}};
+}
+
+} // namespace bench

@@ -1,0 +1,27 @@
+// The products that are measured: what they look like as templates, and what the floor program does for them. The
+// scripts in peers/ make the same pictures with other programs.
+#pragma once
+
+#include "Floor.h"
+
+#include <array>
+#include <string>
+
+namespace bench {
+
+/// The paths of four photographs of 24 megapixels.
+using Photographs = std::array<std::string, 4>;
+
+/// Makes the photographs in `folder` unless they are there. Answers no paths when that fails.
+Photographs photographsIn(const std::string& folder);
+
+struct Task {
+    std::string name;        ///< "T1"
+    std::string description; ///< One line for people.
+    std::string document;    ///< The template file.
+    FloorTask floor;
+};
+
+std::array<Task, 3> tasksWith(const Photographs& photographs);
+
+} // namespace bench
