@@ -1,0 +1,221 @@
+#include "base/Log.h"
+#include "imaging/KLARON_Image.h"
+#include "platform/data/Dates.h"
+#include "support/TemporaryDirectory.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <set>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using namespace platform::draw;
+namespace fs = std::filesystem;
+
+namespace {
+
+ImageRef picture(double width = 40, double height = 20) {
+    const auto canvas = BitmapContext::create(width, height, ColorSpace::sRGB(), AlphaInfo::noneSkipLast);
+    canvas->setFillColor(Color(0.8, 0.4, 0.1));
+    canvas->fillRect({0, 0, width / 2, height});
+    return canvas->makeImage();
+}
+
+std::set<std::string> filesBelow(const fs::path& folder) {
+    std::set<std::string> names;
+    for (const auto& entry : fs::recursive_directory_iterator(folder))
+        if (!entry.is_directory()) names.insert(entry.path().lexically_relative(folder));
+    return names;
+}
+
+using Names = std::set<std::string>;
+
+base::Dictionary option(std::string_view key, base::Value value) {
+    return {{std::string(key), std::move(value)}};
+}
+
+std::optional<std::string> exifText(const std::string& path, std::string_view property) {
+    const auto metadata = KLARON_Image::metaDataForImage(path);
+    if (!metadata) return std::nullopt;
+    const auto* exif = base::valueForKey(*metadata, kCGImagePropertyExifDictionary).as<base::Dictionary>();
+    return exif ? base::textForKey(*exif, property) : std::nullopt;
+}
+
+} // namespace
+
+TEST(KLARON_ImageWriting, ReplacesTheExtensionByThatOfTheType) {
+    const support::TemporaryDirectory folder;
+    std::optional<base::Error> error;
+    EXPECT_TRUE(KLARON_Image::writeImage(picture(), folder / "a.png", &error));
+    EXPECT_TRUE(KLARON_Image::writeImage(picture(), base::URL::fileURLWithPath(folder / "new/folder/b"),
+                                         option(klaronImageKey_utType, "public.png"), &error));
+    EXPECT_TRUE(
+        KLARON_Image::writeImage(picture(), folder / "c.d.jpg", option(klaronImageKey_utType, "public.tiff"), &error));
+    EXPECT_FALSE(error);
+    EXPECT_EQ(filesBelow(folder.path()), (Names{"a.jpeg", "new/folder/b.png", "c.d.tiff"}));
+}
+
+TEST(KLARON_ImageWriting, NumbersInsteadOfOverwritingWhenAsked) {
+    const support::TemporaryDirectory folder;
+    const auto keep = option(klaronImageKey_overwriteExistingFile, false);
+    for (int round = 0; round < 3; ++round)
+        EXPECT_TRUE(KLARON_Image::writeImage(picture(), folder / "a.jpg", keep, nullptr));
+    EXPECT_EQ(filesBelow(folder.path()), (Names{"a.jpeg", "a 1.jpeg", "a 2.jpeg"}));
+    EXPECT_TRUE(KLARON_Image::writeImage(picture(), folder / "a.jpg", nullptr)) << "overwriting is the default";
+    EXPECT_EQ(filesBelow(folder.path()).size(), 3u);
+
+    const struct {
+        const char *taken, *next;
+    } cases[] = {{"b 7.jpg", "b 8.jpg"},
+                 {"b 1 7.jpg", "b 1 8.jpg"},
+                 {"b7.jpg", "b7 1.jpg"},
+                 {"b .jpg", "b  1.jpg"},
+                 {"none", "none 1"}};
+    for (const auto& row : cases) {
+        const auto url = base::URL::fileURLWithPath(folder.write(row.taken, "x"));
+        EXPECT_EQ(KLARON_Image::URLWithoutOverwriting(url).lastPathComponent(), row.next);
+    }
+}
+
+TEST(KLARON_ImageWriting, ThreadsNeverChooseTheSameFreeName) {
+    const support::TemporaryDirectory folder;
+    std::vector<std::thread> threads;
+    for (int index = 0; index < 8; ++index)
+        threads.emplace_back([&] {
+            EXPECT_TRUE(KLARON_Image::writeImage(picture(), folder / "same.jpg",
+                                                 option(klaronImageKey_overwriteExistingFile, false), nullptr));
+        });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(filesBelow(folder.path()).size(), 8u);
+}
+
+TEST(KLARON_ImageWriting, WritesItsMetadata) {
+    const support::TemporaryDirectory folder;
+    const auto former = platform::data::setDateSource(
+        [] { return base::Date(std::chrono::sys_days{std::chrono::year{2026} / 3 / 15}); });
+    const std::string today = platform::data::stringWithUTSFormat(platform::data::now(), "yyyy:MM:dd HH:mm:ss");
+    KLARON_Image::writeImage(picture(), folder / "a", nullptr);
+    KLARON_Image::writeImage(
+        picture(), folder / "b",
+        {{std::string(kCGImagePropertyExifUserComment), "other"}, {std::string(kCGImagePropertyExifMakerNote), "note"}},
+        nullptr);
+    KLARON_Image::writeImage(
+        picture(), folder / "c",
+        {{std::string(klaronImageKey_exifComment), "own"}, {std::string(kCGImagePropertyExifUserComment), "other"}},
+        nullptr);
+    KLARON_Image::writeImage(picture(), folder / "d", option(klaronImageKey_exifComment, ""), nullptr);
+    platform::data::setDateSource(former);
+    EXPECT_EQ(KLARON_Image::getEXIFUserCommentForImage(folder / "a.jpeg"), "VELM comment");
+    EXPECT_EQ(exifText(folder / "a.jpeg", kCGImagePropertyExifMakerNote), "VELM XML");
+    EXPECT_EQ(exifText(folder / "a.jpeg", kCGImagePropertyExifDateTimeOriginal), today);
+    EXPECT_EQ(exifText(folder / "a.jpeg", kCGImagePropertyExifDateTimeDigitized), today);
+    EXPECT_EQ(KLARON_Image::orientationForImage(folder / "a.jpeg"), 1);
+    EXPECT_EQ(KLARON_Image::getEXIFUserCommentForImage(folder / "b.jpeg"), "other");
+    EXPECT_EQ(exifText(folder / "b.jpeg", kCGImagePropertyExifMakerNote), "note");
+    EXPECT_EQ(KLARON_Image::getEXIFUserCommentForImage(folder / "c.jpeg"), "own");
+    EXPECT_EQ(KLARON_Image::getEXIFUserCommentForImage(folder / "d.jpeg"), std::nullopt);
+}
+
+TEST(KLARON_ImageWriting, DownsamplesAndNeverEnlarges) {
+    const support::TemporaryDirectory folder;
+    const struct {
+        double maximum, width, height;
+    } cases[] = {{1000, 1000, 500}, {800, 800, 400}, {2147483647, 1000, 500}};
+    for (const auto& row : cases) {
+        EXPECT_TRUE(KLARON_Image::writeImage(
+            picture(1000, 500), folder / "a",
+            {{std::string(klaronImageKey_downsample), true}, {std::string(klaronImageKey_maxPixelLength), row.maximum}},
+            nullptr));
+        EXPECT_EQ(KLARON_Image::orientedSizeForImage(folder / "a.jpeg"), (base::Size{row.width, row.height}));
+    }
+    std::optional<base::Error> error;
+    EXPECT_FALSE(KLARON_Image::writeImage(picture(), folder / "b", option(klaronImageKey_downsample, true), &error))
+        << "to a maximum of 0";
+}
+
+TEST(KLARON_ImageWriting, ReportsEachFailureInItsWay) {
+    const support::TemporaryDirectory folder;
+    std::optional<base::Error> error;
+    EXPECT_FALSE(KLARON_Image::writeImage(nullptr, folder / "a", &error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain, "NSPOSIXErrorDomain");
+    EXPECT_EQ(error->code, 22);
+    EXPECT_EQ(
+        error->localizedDescription,
+        "+[KLARON_Image writeImage:toDestination:options:returningError:] ERROR: Bad input arguments src:(null) dst:" +
+            folder / "a");
+    EXPECT_FALSE(KLARON_Image::writeImage(picture(), base::Value(), &error));
+    EXPECT_EQ(error->code, 22);
+    EXPECT_FALSE(KLARON_Image::writeImage(picture(), base::Array{}, &error));
+    EXPECT_FALSE(error) << "no destination, no error";
+    EXPECT_FALSE(KLARON_Image::writeImage(picture(), 17, &error));
+    EXPECT_EQ(error->localizedDescription,
+              "Passed parameter to +[KLARON_Image writeImage:toDestination:options:returningError:] not a path or URL");
+    EXPECT_EQ(error->domain, "NSCocoaErrorDomain");
+    EXPECT_FALSE(
+        KLARON_Image::writeImage(picture(), folder / "a", option(klaronImageKey_utType, "com.adobe.pdf"), &error));
+    EXPECT_EQ(error->localizedDescription, "Failed to create CGImageDestination for " + folder / "a");
+
+    const std::string file = folder.write("file", "x");
+    EXPECT_FALSE(KLARON_Image::writeImage(picture(), file + "/a", &error));
+    EXPECT_EQ(error->domain, "NSPOSIXErrorDomain") << "the folder that can't be made";
+    EXPECT_TRUE(KLARON_Image::writeImage(picture(), base::Array{17, file + "/a", folder / "good"}, &error))
+        << "the last one counts";
+    EXPECT_TRUE(fs::exists(folder / "good.jpeg"));
+}
+
+TEST(KLARON_ImageWriting, NoCorruptPictureBecomesAProduct) {
+    const support::TemporaryDirectory folder;
+    ASSERT_TRUE(KLARON_Image::writeImage(picture(600, 400), folder / "whole",
+                                         option(klaronImageKey_lossyCompressionQuality, 1.0), nullptr));
+    const std::string bytes = support::readFile(folder / "whole.jpeg");
+    const std::string cut = folder.write("cut.jpeg", bytes.substr(0, bytes.size() - bytes.size() / 4));
+    const ImageRef image = KLARON_Image::createCGImageFromObject(cut);
+    ASSERT_TRUE(image) << "its header is whole";
+    std::optional<base::Error> error;
+    EXPECT_FALSE(KLARON_Image::writeImage(image, folder / "out", &error));
+    EXPECT_EQ(error->localizedDescription, "Failed to finalize image to " + folder / "out");
+    EXPECT_FALSE(KLARON_Image::writeImageFile(cut, folder / "copy.jpg", std::nullopt, true, &error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(filesBelow(folder.path()), (Names{"whole.jpeg", "cut.jpeg"}));
+}
+
+TEST(KLARON_ImageCopying, CopiesFilesAndMergesTheComment) {
+    const support::TemporaryDirectory folder;
+    KLARON_Image::writeImage(picture(), folder / "a", option(klaronImageKey_exifComment, "first"), nullptr);
+    const std::string source = folder / "a.jpeg";
+    std::optional<base::Error> error;
+    EXPECT_TRUE(KLARON_Image::writeImageFile(source, folder / "sub/plain.jpg", std::nullopt, true, &error));
+    EXPECT_EQ(support::readFile(folder / "sub/plain.jpg"), support::readFile(source));
+    EXPECT_TRUE(KLARON_Image::writeImageFile(base::URL::fileURLWithPath(source),
+                                             base::URL::fileURLWithPath(folder / "b.jpg"), "second", false, &error));
+    EXPECT_TRUE(
+        KLARON_Image::writeImageFile(base::Data(support::readFile(source)), folder / "b.jpg", "third", false, &error));
+    EXPECT_EQ(KLARON_Image::getEXIFUserCommentForImage(folder / "b.jpg"), "second");
+    EXPECT_EQ(KLARON_Image::getEXIFUserCommentForImage(folder / "b 1.jpg"), "third");
+    EXPECT_EQ(exifText(folder / "b.jpg", kCGImagePropertyExifMakerNote), "VELM XML") << "other tags stay";
+    EXPECT_TRUE(KLARON_Image::setEXIFUserComment("in place", source, &error));
+    EXPECT_EQ(KLARON_Image::getEXIFUserCommentForImage(source), "in place");
+    EXPECT_FALSE(error);
+}
+
+TEST(KLARON_ImageCopying, ReportsWhatItCanNotCopy) {
+    const support::TemporaryDirectory folder;
+    KLARON_Image::writeImage(picture(), folder / "a", option(klaronImageKey_utType, "public.png"), nullptr);
+    std::optional<base::Error> error;
+    EXPECT_FALSE(KLARON_Image::setEXIFUserComment("x", folder / "a.png", &error)) << "no JPEG";
+    ASSERT_TRUE(error);
+    EXPECT_FALSE(KLARON_Image::writeImageFile(folder / "missing", folder / "b", "x", true, &error));
+    EXPECT_EQ(error->code, 22);
+    EXPECT_EQ(error->localizedDescription,
+              "+[KLARON_Image writeImageFile:toDestination:addingEXIFUserComment:overwriteExisting:returningError:] "
+              "ERROR: Bad input arguments src:" +
+                  folder / "missing" + " dst:" + folder / "b");
+    KLARON_Image::writeImage(picture(), folder / "c", nullptr);
+    EXPECT_FALSE(KLARON_Image::writeImageFile(folder / "c.jpeg", 17, "x", true, &error));
+    EXPECT_EQ(error->code, 22);
+    EXPECT_FALSE(KLARON_Image::writeImageFile(folder / "c.jpeg", folder / "c.jpeg/d", "x", true, &error));
+    EXPECT_TRUE(error);
+}
