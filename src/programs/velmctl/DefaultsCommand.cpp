@@ -85,7 +85,7 @@ int deleteDefault(const Request& request) {
 
 void declareDefaults(CLI::App& app, const Chosen& chosen) {
     CLI::App* command = app.add_subcommand("defaults", "Read and change settings; running programs obey at once");
-    command->require_subcommand(1);
+    command->require_subcommand(0, 1);
     const auto request = std::make_shared<Request>();
     const auto declare = [&](const char* name, const char* description, int (*work)(const Request&)) {
         CLI::App* action = command->add_subcommand(name, description);

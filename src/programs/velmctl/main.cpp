@@ -2,6 +2,7 @@
 #include "Command.h"
 
 #include <filesystem>
+#include <iostream>
 #include <string>
 
 namespace {
@@ -15,7 +16,7 @@ int parseAndRun(int count, char** arguments) {
     app.add_option("--home", options.home, "Keep everything below DIR: DIR/VELM, DIR/Settings, DIR/Logs")
         ->type_name("DIR");
     app.add_flag("--verbose", options.verbose, "Show the log on standard error");
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1); // what is missing is told below: an unknown word has its own message then
     app.fallthrough();
     app.footer("Exit status: 0 success, 1 an order or a file failed, 2 wrong usage.\n"
                "velmctl COMMAND --help explains a command.");
@@ -33,6 +34,13 @@ int parseAndRun(int count, char** arguments) {
     } catch (const CLI::ParseError& error) {
         // Help and version come this way too, with a status of 0.
         return app.exit(error) == 0 ? velmctl::exitSuccess : velmctl::exitUsage;
+    }
+    if (!run) {
+        const CLI::App* last = &app;
+        while (!last->get_subcommands().empty())
+            last = last->get_subcommands().front();
+        std::cerr << "A command is required: " << last->get_name() << " --help lists them\n";
+        return velmctl::exitUsage;
     }
     if (!options.home.empty()) {
         std::error_code failed;
