@@ -48,12 +48,20 @@ void paintThrough(cairo_t* cairo, CoverageMask& mask, const PixelRect& area, dou
     cairo_surface_destroy(surface);
 }
 
-// Bands of rows, each cut in two where the caster itself will cover it.
+// Bands of rows, each cut in two where nothing of the shadow will show: under the caster itself, or in the middle of a
+// frame.
 void castRectangleShadow(cairo_t* cairo, const BitmapContext::Storage::Shadow& shadow, const ShadowCaster& caster,
                          const PixelRect& area) {
     constexpr int bandHeight = 64;
     RectangleShape shape{moved(caster.rectangle->outer, shadow.offset), std::nullopt};
     if (caster.rectangle->hole) shape.hole = moved(*caster.rectangle->hole, shadow.offset);
+    std::optional<TurnedRectangle> unseen;
+    if (caster.hidesItsInside)
+        unseen = caster.rectangle->outer;
+    else if (shape.hole)
+        unseen = shape.hole->grown(-blurReach(shadow.sigma) - 1);
+    if (unseen && (unseen->halfWidth <= 0 || unseen->halfHeight <= 0)) unseen.reset();
+
     const auto paint = [&](const PixelRect& part) {
         if (part.isEmpty()) return;
         CoverageMask mask = blurredRectangle(shape, shadow.sigma, part);
@@ -61,13 +69,13 @@ void castRectangleShadow(cairo_t* cairo, const BitmapContext::Storage::Shadow& s
     };
     for (int y = area.y; y < area.maxY(); y += bandHeight) {
         const PixelRect band{area.x, y, area.width, std::min(bandHeight, area.maxY() - y)};
-        if (!caster.hidesItsInside) {
+        if (!unseen) {
             paint(band);
             continue;
         }
         // What both the first and the last row have inside, all rows between have: the rectangle is convex.
-        const auto top = caster.rectangle->outer.coveredPixels(band.y);
-        const auto bottom = caster.rectangle->outer.coveredPixels(band.maxY() - 1);
+        const auto top = unseen->coveredPixels(band.y);
+        const auto bottom = unseen->coveredPixels(band.maxY() - 1);
         const int hiddenFrom = std::clamp(std::max(top.first, bottom.first), band.x, band.maxX());
         const int hiddenTo = std::clamp(std::min(top.last, bottom.last), band.x, band.maxX());
         if (hiddenFrom >= hiddenTo) {
