@@ -18,9 +18,7 @@ struct Difference {
     double share = 0;
     int largest = 0;
 
-    bool isWithin(const Limits& limits) const {
-        return sameSize && share <= limits.share && largest <= limits.largest;
-    }
+    bool isWithin(const Limits& limits) const { return sameSize && share <= limits.share && largest <= limits.largest; }
 };
 
 /// The pixels of the picture in a file, in sRGB.

@@ -99,6 +99,7 @@ TEST_P(Golden, picturesAreAsExpected) {
     fs::remove_all(failures);
     const support::TemporaryDirectory folder;
     fs::copy(original, folder.path(), fs::copy_options::recursive);
+    fs::create_directory(folder.path() / "order.velm_job");
     fs::copy(GOLDEN_PHOTOS, folder.path() / "order.velm_job/Images", fs::copy_options::recursive);
     fs::create_directory(folder.path() / "out");
 
@@ -125,8 +126,10 @@ TEST_P(Golden, picturesAreAsExpected) {
     for (const auto& [name, expected] : expectations) {
         SCOPED_TRACE(name);
         const auto product = products.extract(name);
-        if (product) checkPicture(product.mapped(), expected, failures / name, limitsOf(original));
-        else ADD_FAILURE() << "there is no such product";
+        if (product)
+            checkPicture(product.mapped(), expected, failures / name, limitsOf(original));
+        else
+            ADD_FAILURE() << "there is no such product";
     }
     for (const auto& [name, product] : products)
         ADD_FAILURE() << "unexpected product " << product;
