@@ -56,6 +56,14 @@ void writeRest(j_compress_ptr codec) {
 
 void keepQuiet(j_common_ptr, int) {}
 
+// Most rows of most products are: they need no copy.
+bool isOpaqueRow(const std::uint8_t* row, std::size_t count) {
+    std::uint8_t common = 255;
+    for (std::size_t pixel = 0; pixel < count; ++pixel)
+        common &= row[4 * pixel + 3];
+    return common == 255;
+}
+
 // Blue, green, red, anything: laid on white.
 void layOnWhite(const std::uint8_t* row, std::size_t count, std::uint8_t* target) {
     for (std::size_t byte = 0; byte < 4 * count; byte += 4) {
@@ -91,8 +99,9 @@ bool compress(Compression& compression, const Bitmap& bitmap, double quality, co
     writeMetadata(codec, bitmap, exifMarker);
     for (int y = 0; y < bitmap.height(); ++y) {
         const std::uint8_t* row = bitmap.row(y);
-        if (!bitmap.isOpaque()) {
-            layOnWhite(row, static_cast<std::size_t>(bitmap.width()), rowOnWhite);
+        const auto width = static_cast<std::size_t>(bitmap.width());
+        if (!bitmap.isOpaque() && !isOpaqueRow(row, width)) {
+            layOnWhite(row, width, rowOnWhite);
             row = rowOnWhite;
         }
         JSAMPROW rows[] = {const_cast<std::uint8_t*>(row)}; // only read
