@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <memory>
 
 #include <jpeglib.h>
@@ -25,7 +26,9 @@ struct Canvas {
     JSAMPLE* at(int x, int y) { return bytes.data() + 3 * (static_cast<std::size_t>(y) * width + x); }
 };
 
-bool decode(const Placed& photograph, Canvas& canvas) {
+/// Decodes the photograph of the first place into all places.
+bool decode(const std::vector<const Placed*>& places, Canvas& canvas) {
+    const Placed& photograph = *places.front();
     const File file = open(photograph.path, "rb");
     if (!file) return false;
     jpeg_decompress_struct jpeg{};
@@ -47,7 +50,8 @@ bool decode(const Placed& photograph, Canvas& canvas) {
         JSAMPROW row = line.data();
         const int y = static_cast<int>(jpeg.output_scanline);
         jpeg_read_scanlines(&jpeg, &row, 1);
-        if (y < photograph.height) std::memcpy(canvas.at(photograph.x, photograph.y + y), row, count);
+        for (const Placed* place : places)
+            if (y < place->height) std::memcpy(canvas.at(place->x, place->y + y), row, count);
     }
     jpeg_finish_decompress(&jpeg);
     jpeg_destroy_decompress(&jpeg);
@@ -83,12 +87,11 @@ bool encode(Canvas& canvas, const std::string& output) {
 bool renderFloor(const FloorTask& task, const std::string& output) {
     Canvas canvas{task.width, task.height, {}};
     canvas.bytes.resize(static_cast<std::size_t>(task.width) * static_cast<std::size_t>(task.height) * 3);
-    std::vector<std::string> seen;
-    for (const Placed& photograph : task.photographs) {
-        if (std::find(seen.begin(), seen.end(), photograph.path) != seen.end()) continue;
-        seen.push_back(photograph.path);
-        if (!decode(photograph, canvas)) return false;
-    }
+    std::map<std::string, std::vector<const Placed*>> placesOfPhotographs;
+    for (const Placed& place : task.photographs)
+        placesOfPhotographs[place.path].push_back(&place);
+    for (const auto& [path, places] : placesOfPhotographs)
+        if (!decode(places, canvas)) return false;
     return encode(canvas, output);
 }
 

@@ -20,7 +20,7 @@ struct Placed {
 struct FloorTask {
     int width = 0;
     int height = 0;
-    std::vector<Placed> photographs; ///< One that is used twice is decoded once.
+    std::vector<Placed> photographs; ///< One that is used twice, at one size, is decoded once.
 };
 
 /// Answers whether it worked; the product goes to `output`.
