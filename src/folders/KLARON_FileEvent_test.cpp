@@ -4,12 +4,13 @@
 #include "base/Log.h"
 #include "support/TemporaryDirectory.h"
 
-#include <atomic>
 #include <condition_variable>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <memory>
 #include <mutex>
 #include <set>
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -19,37 +20,57 @@ namespace {
 
 constexpr auto limit = 60s; // never reached unless something is broken
 
+// What was delivered. Shared with the event blocks: those that are queued when their object ends still run.
+struct Delivered {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::set<std::string> paths;
+    std::set<std::string> queueLabels;
+    int starts = 0;
+    bool hasEnded = false;
+};
+
 class FileEvent : public ::testing::Test {
 protected:
     KLARON_FileEvent::Ref make(const std::string& path) {
         const auto event = KLARON_FileEvent::initWithObservedPaths({path}, 0.005);
-        event->setEventBlock([this](const auto& paths, const auto& flags) {
-            std::lock_guard lock(mutex_);
-            labels_.insert(platform::run::currentQueueLabel());
-            if (flags.empty()) ++starts_;
-            seen_.insert(paths.begin(), paths.end());
-            changed_.notify_all();
+        event->setEventBlock([delivered = delivered_](const auto& paths, const auto& flags) {
+            std::lock_guard lock(delivered->mutex);
+            delivered->queueLabels.insert(platform::run::currentQueueLabel());
+            if (flags.empty()) ++delivered->starts;
+            delivered->paths.insert(paths.begin(), paths.end());
+            delivered->changed.notify_all();
         });
         return event;
     }
+    // Waits until `condition` holds, which is asked with the lock.
     template <class Condition>
     bool waitUntil(Condition condition) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, limit, condition);
+        std::unique_lock lock(delivered_->mutex);
+        return delivered_->changed.wait_for(lock, limit, condition);
+    }
+    bool waitForStarts(int count) {
+        return waitUntil([&] { return delivered_->starts == count; });
+    }
+    bool waitFor(const std::string& path) {
+        return waitUntil([&] { return delivered_->paths.contains(path); });
+    }
+    std::set<std::string> takePaths() {
+        std::lock_guard lock(delivered_->mutex);
+        return std::exchange(delivered_->paths, {});
     }
     bool take(const std::string& path) {
-        const bool found = waitUntil([&] { return seen_.contains(path); });
-        std::lock_guard lock(mutex_);
-        seen_.clear();
+        const bool found = waitFor(path);
+        takePaths();
         return found;
+    }
+    std::set<std::string> queueLabels() {
+        std::lock_guard lock(delivered_->mutex);
+        return delivered_->queueLabels;
     }
 
     support::TemporaryDirectory directory_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::set<std::string> seen_;
-    std::set<std::string> labels_;
-    int starts_ = 0;
+    const std::shared_ptr<Delivered> delivered_ = std::make_shared<Delivered>();
 };
 
 TEST_F(FileEvent, DeliversOneEventAtEachStart) {
@@ -58,16 +79,16 @@ TEST_F(FileEvent, DeliversOneEventAtEachStart) {
     const auto event = make(folder);
     EXPECT_FALSE(event->isRunning());
     event->setRun(true);
-    EXPECT_TRUE(waitUntil([&] { return starts_ == 1; }));
+    EXPECT_TRUE(waitForStarts(1));
     event->eventQueue()->sync([&] { EXPECT_TRUE(event->isRunning()); });
     EXPECT_EQ(event->eventQueue()->label(), "KLARON_FileEvent." + folder);
-    EXPECT_EQ(labels_, std::set<std::string>{"KLARON_FileEvent." + folder});
+    EXPECT_EQ(queueLabels(), std::set<std::string>{"KLARON_FileEvent." + folder});
 
     event->setRun(false);
     event->eventQueue()->sync([] {});
     EXPECT_FALSE(event->isRunning());
     event->setRun(true);
-    EXPECT_TRUE(waitUntil([&] { return starts_ == 2; }));
+    EXPECT_TRUE(waitForStarts(2));
     take(folder);
     directory_.write("in/a", "");
     EXPECT_TRUE(take(folder));
@@ -78,14 +99,14 @@ TEST_F(FileEvent, GoesOnOnAnotherQueue) {
     fs::create_directories(folder);
     const auto event = make(folder);
     event->setRun(true);
-    EXPECT_TRUE(waitUntil([&] { return starts_ == 1; }));
+    EXPECT_TRUE(waitForStarts(1));
     event->eventQueue()->sync([] {});
     event->setEventQueue(folders::dispatchQueueSerialWithDebugLabel("other"));
-    EXPECT_TRUE(waitUntil([&] { return starts_ == 2; }));
+    EXPECT_TRUE(waitForStarts(2));
     take(folder);
     directory_.write("in/a", "");
     EXPECT_TRUE(take(folder));
-    EXPECT_TRUE(labels_.contains("other"));
+    EXPECT_TRUE(queueLabels().contains("other"));
 }
 
 TEST_F(FileEvent, LooksAgainAtAFolderWhenADocumentInsideItChanges) {
@@ -96,16 +117,11 @@ TEST_F(FileEvent, LooksAgainAtAFolderWhenADocumentInsideItChanges) {
     event->setRun(true);
     EXPECT_TRUE(take(folder));
     directory_.write("in/plain/file", "");
-    EXPECT_TRUE(waitUntil([&] { return seen_.contains(folder + "/plain"); }));
-    {
-        std::lock_guard lock(mutex_);
-        EXPECT_EQ(seen_, std::set<std::string>{folder + "/plain"});
-        seen_.clear();
-    }
+    EXPECT_TRUE(waitFor(folder + "/plain"));
+    EXPECT_EQ(takePaths(), std::set<std::string>{folder + "/plain"});
     directory_.write("in/order7.velm_job/job.xml", "<job/>");
-    EXPECT_TRUE(waitUntil([&] { return seen_.contains(folder); }));
-    std::lock_guard lock(mutex_);
-    EXPECT_EQ(seen_, (std::set<std::string>{folder, folder + "/order7.velm_job"}));
+    EXPECT_TRUE(waitFor(folder));
+    EXPECT_EQ(takePaths(), (std::set<std::string>{folder, folder + "/order7.velm_job"}));
 }
 
 TEST_F(FileEvent, ReportsTheFileThatItObserves) {
@@ -138,15 +154,14 @@ TEST_F(FileEvent, MayEndAtAnyTime) {
         if (i % 3 == 0) event->eventQueue()->sync([] {});
     }
     auto last = make(folder);
-    std::atomic<bool> hasEnded = false;
-    last->setEventBlock([&](const auto&, const auto&) {
+    last->setEventBlock([&last, delivered = delivered_](const auto&, const auto&) {
         last.reset(); // inside its own callback
-        hasEnded = true;
-        std::lock_guard lock(mutex_);
-        changed_.notify_all();
+        std::lock_guard lock(delivered->mutex);
+        delivered->hasEnded = true;
+        delivered->changed.notify_all();
     });
     last->eventQueue()->async([&] { last->setRun(true); }); // from here on `last` belongs to the queue
-    EXPECT_TRUE(waitUntil([&] { return hasEnded.load(); }));
+    EXPECT_TRUE(waitUntil([&] { return delivered_->hasEnded; }));
 }
 
 } // namespace
