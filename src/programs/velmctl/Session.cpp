@@ -19,8 +19,10 @@ std::string logFilePath() {
     return base::appendingPathComponent(base::places().logs, base::appendingPathExtension("velmctl", "log"));
 }
 
+namespace {
+
 /// The log file, opened for adding: several processes may write to one file, a line each at a time.
-class Session::LogFile {
+class LogFile {
 public:
     explicit LogFile(bool verbose) : verbose_(verbose) {
         const std::string path = logFilePath();
@@ -33,18 +35,11 @@ public:
             report(reason);
         else if (descriptor_ = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644); descriptor_ < 0)
             report(std::strerror(errno));
-        previous_ = base::setLogSink([this](std::string_view message) { receive(message); });
-    }
-
-    ~LogFile() {
-        base::setLogSink(std::move(previous_));
-        if (descriptor_ >= 0) close(descriptor_);
     }
 
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
 
-private:
     void receive(std::string_view message) const {
         const std::string line = base::logLine(message);
         // A log that can't be written must not stop the work: there is nobody to tell.
@@ -52,14 +47,18 @@ private:
         if (verbose_) Console::shared().diagnostic(std::string_view(line).substr(0, line.size() - 1));
     }
 
+private:
     const bool verbose_;
     int descriptor_ = -1;
-    base::LogSink previous_;
 };
+
+} // namespace
 
 Session::Session(const Options& options) {
     if (!options.home.empty()) base::setPlaces(base::Places::below(options.home));
-    logFile_ = std::make_unique<LogFile>(options.verbose);
+    // The sink keeps the file: the engine's threads may log until the very end of the process.
+    const auto logFile = std::make_shared<LogFile>(options.verbose);
+    base::setLogSink([logFile](std::string_view message) { logFile->receive(message); });
 }
 
 Session::~Session() = default;

@@ -12,8 +12,8 @@ namespace velmctl {
 
 class Session {
 public:
-    /// Decides the places and turns the log to its file (with --verbose also to standard error). Must come before any
-    /// other thread runs.
+    /// Decides the places and turns the log to its file (with --verbose also to standard error), for the rest of the
+    /// process. Must come before any other thread runs.
     explicit Session(const Options& options);
     ~Session();
     Session(const Session&) = delete;
@@ -27,8 +27,6 @@ public:
     static int runBesideMainQueue(const std::function<int()>& work);
 
 private:
-    class LogFile;
-    std::unique_ptr<LogFile> logFile_;
     std::unique_ptr<AppDelegate> appDelegate_;
 };
 
