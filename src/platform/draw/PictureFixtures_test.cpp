@@ -52,21 +52,30 @@ double lanczos(double x) {
     return 3 * std::sin(angle) * std::sin(angle / 3) / (angle * angle);
 }
 
-/// weights[i][j] of sample j for output i.
-std::vector<std::vector<double>> referenceWeights(int size, int newSize) {
+/// The samples first, first + 1... with these weights make one output.
+struct Taps {
+    int first = 0;
+    std::vector<double> weights;
+};
+
+std::vector<Taps> referenceTaps(int size, int newSize) {
     const double step = static_cast<double>(size) / newSize;
     const double stretch = std::max(1.0, step);
-    std::vector<std::vector<double>> weights(static_cast<std::size_t>(newSize));
+    std::vector<Taps> all;
     for (int i = 0; i < newSize; ++i) {
+        const double center = (i + 0.5) * step;
+        Taps taps;
+        taps.first = std::max(0, static_cast<int>(center - 3 * stretch) - 1);
         double sum = 0;
-        for (int j = 0; j < size; ++j) {
-            weights[i].push_back(lanczos((j + 0.5 - (i + 0.5) * step) / stretch));
-            sum += weights[i].back();
+        for (int j = taps.first; j < std::min(size, static_cast<int>(center + 3 * stretch) + 2); ++j) {
+            taps.weights.push_back(lanczos((j + 0.5 - center) / stretch));
+            sum += taps.weights.back();
         }
-        for (double& weight : weights[i])
+        for (double& weight : taps.weights)
             weight /= sum;
+        all.push_back(std::move(taps));
     }
-    return weights;
+    return all;
 }
 
 } // namespace
@@ -304,21 +313,30 @@ base::Data tiffOf(const Pixels& pixels, const TiffOptions& options) {
 
 std::vector<double> reference(const Pixels& pixels, int left, int top, int width, int height, int newWidth,
                               int newHeight) {
-    const auto across = referenceWeights(width, newWidth);
-    const auto down = referenceWeights(height, newHeight);
-    std::vector<double> rows(static_cast<std::size_t>(newWidth) * height * 3);
+    const std::vector<Taps> across = referenceTaps(width, newWidth);
+    const std::vector<Taps> down = referenceTaps(height, newHeight);
+    const auto rowSize = static_cast<std::size_t>(newWidth) * 3;
+    std::vector<double> rows;
     for (int y = 0; y < height; ++y)
-        for (int x = 0; x < newWidth; ++x)
-            for (int j = 0; j < width; ++j)
-                for (int k = 0; k < 3; ++k)
-                    rows[3 * (static_cast<std::size_t>(y) * newWidth + x) + k] +=
-                        across[x][j] * pixels.at(left + j, top + y)[k];
-    std::vector<double> result(static_cast<std::size_t>(newWidth) * newHeight * 3);
-    for (int y = 0; y < newHeight; ++y)
-        for (int j = 0; j < height; ++j)
-            for (int i = 0; i < newWidth * 3; ++i)
-                result[static_cast<std::size_t>(y) * newWidth * 3 + i] +=
-                    down[y][j] * rows[static_cast<std::size_t>(j) * newWidth * 3 + i];
+        for (const Taps& taps : across)
+            for (int k = 0; k < 3; ++k) {
+                double sum = 0;
+                const std::uint8_t* sample = pixels.at(left + taps.first, top + y) + k;
+                for (const double weight : taps.weights) {
+                    sum += weight * *sample;
+                    sample += 3;
+                }
+                rows.push_back(sum);
+            }
+    std::vector<double> result;
+    for (const Taps& taps : down)
+        for (std::size_t i = 0; i < rowSize; ++i) {
+            double sum = 0;
+            const double* sample = rows.data() + static_cast<std::size_t>(taps.first) * rowSize + i;
+            for (std::size_t t = 0; t < taps.weights.size(); ++t)
+                sum += taps.weights[t] * sample[t * rowSize];
+            result.push_back(sum);
+        }
     return result;
 }
 

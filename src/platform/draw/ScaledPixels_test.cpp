@@ -292,7 +292,7 @@ TEST(PictureCache, DecodesOnceForAll) {
     std::vector<std::thread> threads;
     std::atomic<int> good{0};
     for (int i = 0; i < 6; ++i)
-        threads.emplace_back([&] {
+        threads.emplace_back([&, i] {
             Bitmap bitmap = canvas(300, 200);
             if (draw(*image, {{0, 0, 200, 150}, i % 2 * 2}, bitmap)) ++good;
         });
