@@ -2,8 +2,8 @@
 // Device coordinates: pixels, y down. Pure functions.
 #pragma once
 
-#include "base/Geometry.h"
 #include "ScaledPixels.h"
+#include "base/Geometry.h"
 
 #include <optional>
 
