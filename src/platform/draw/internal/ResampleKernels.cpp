@@ -62,22 +62,39 @@ void FilterColumns(const std::uint8_t* const* rows, const std::int16_t* weights,
     }
 }
 
+/// The four sums of the lanes of a, b, c and d.
+template <class D32, class V32>
+HWY_INLINE V32 sumsOfFour(D32 d32, V32 a, V32 b, V32 c, V32 d) {
+    const auto ab = hn::Add(hn::InterleaveLower(d32, a, b), hn::InterleaveUpper(d32, a, b));
+    const auto cd = hn::Add(hn::InterleaveLower(d32, c, d), hn::InterleaveUpper(d32, c, d));
+    return hn::Add(hn::ConcatLowerLower(d32, cd, ab), hn::ConcatUpperUpper(d32, cd, ab));
+}
+
 void FilterRow(const std::int16_t* in, const AxisWeights& axis, std::int16_t* out) {
-    const hn::CappedTag<std::int16_t, 8> d16;
-    const hn::RepartitionToWide<decltype(d16)> d32;
-    const std::size_t lanes = hn::Lanes(d16);
+    const hn::FixedTag<std::int16_t, 8> d16;
+    const hn::FixedTag<std::int32_t, 4> d32;
+    const hn::FixedTag<std::int16_t, 4> dOut;
     const std::int16_t* weights = axis.weights.data();
-    for (const AxisWeights::Position& position : axis.positions) {
+    const auto sumAt = [=](const AxisWeights::Position& position) HWY_ATTR {
         const std::int16_t* samples = in + position.start;
         const std::int16_t* weight = weights + position.offset;
         auto sum0 = hn::Zero(d32);
         auto sum1 = hn::Zero(d32);
-        for (int t = 0; t < position.count; t += static_cast<int>(lanes))
+        for (int t = 0; t < position.count; t += 8)
             sum0 =
                 hn::ReorderWidenMulAccumulate(d32, hn::LoadU(d16, samples + t), hn::LoadU(d16, weight + t), sum0, sum1);
-        const std::int32_t sum = hn::GetLane(hn::SumOfLanes(d32, hn::Add(sum0, sum1)));
-        const std::int32_t value = (sum + (1 << (rowShift - 1))) >> rowShift;
-        *out++ = static_cast<std::int16_t>(value < -32768 ? -32768 : value > 32767 ? 32767 : value);
+        return hn::Add(sum0, sum1);
+    };
+    // Four at a time: adding up the lanes of one vector costs as much as of four.
+    const auto rounding = hn::Set(d32, 1 << (rowShift - 1));
+    const std::size_t count = axis.positions.size();
+    const AxisWeights::Position* positions = axis.positions.data();
+    for (std::size_t i = 0; i < count; i += 4) {
+        const std::size_t last = count - 1;
+        const auto sums =
+            sumsOfFour(d32, sumAt(positions[i]), sumAt(positions[i + 1 < count ? i + 1 : last]),
+                       sumAt(positions[i + 2 < count ? i + 2 : last]), sumAt(positions[i + 3 < count ? i + 3 : last]));
+        hn::StoreU(hn::DemoteTo(dOut, hn::ShiftRight<rowShift>(hn::Add(sums, rounding))), dOut, out + i);
     }
 }
 
