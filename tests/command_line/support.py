@@ -130,10 +130,6 @@ class Home:
         found = [path for path in self.output.rglob("*") if path.is_file()] if self.output.is_dir() else []
         return sorted(found, key=lambda path: path.stat().st_mtime_ns)
 
-    def leftovers(self):
-        """What a writer may not leave behind: files under names that are no product's."""
-        return [path for path in self.products() if path.suffix not in (".jpeg", ".jpg")]
-
     def log(self):
         path = self.path / "Logs" / "velmctl.log"
         return path.read_text(errors="replace") if path.exists() else ""

@@ -89,7 +89,9 @@ void declareDefaults(CLI::App& app, const Chosen& chosen) {
     const auto request = std::make_shared<Request>();
     const auto declare = [&](const char* name, const char* description, int (*work)(const Request&)) {
         CLI::App* action = command->add_subcommand(name, description);
-        action->add_option("--suite", request->suite, "The suite of settings")->capture_default_str();
+        action->add_option("--suite", request->suite, "The suite of settings")
+            ->capture_default_str()
+            ->type_name("NAME");
         action->callback([request, work, chosen] {
             chosen([request, work](const Options& options) {
                 const Session session(options);
@@ -99,16 +101,17 @@ void declareDefaults(CLI::App& app, const Chosen& chosen) {
         return action;
     };
     CLI::App* reading = declare("read", "Print one setting, or all", readDefaults);
-    reading->add_option("KEY", request->key, "The setting; all of them without it");
+    reading->add_option("KEY", request->key, "The setting; all of them without it")->type_name("");
     CLI::App* writing = declare("write", "Store a setting", writeDefault);
-    writing->add_option("KEY", request->key, "The setting")->required();
+    writing->add_option("KEY", request->key, "The setting")->required()->type_name("");
     writing
         ->add_option("VALUE", request->value,
                      "yes, no, true or false, a number, an XML property list (begins with <), or a text")
-        ->required();
+        ->required()
+        ->type_name("");
     writing->add_flag("--text", request->asText, "Store the value as a text, whatever it looks like");
     CLI::App* removing = declare("delete", "Remove a setting", deleteDefault);
-    removing->add_option("KEY", request->key, "The setting")->required();
+    removing->add_option("KEY", request->key, "The setting")->required()->type_name("");
 }
 
 } // namespace velmctl

@@ -44,9 +44,11 @@ int processOrders(const std::vector<std::string>& orders) {
 void declareProcess(CLI::App& app, const Chosen& chosen) {
     CLI::App* command = app.add_subcommand("process", "Run orders now, without moving them");
     command->footer("Prints the path of each file that it writes, one a line, and on standard error\n"
-                    "`FAILED ORDER: reason` for each order that fails.");
+                    "`FAILED ORDER: reason` for each order that fails.\n");
     const auto orders = std::make_shared<std::vector<std::string>>();
-    command->add_option("ORDER", *orders, "A job bundle (*.velm_job), a ticket, or a Sorrel ticket")->required();
+    command->add_option("ORDER", *orders, "A job bundle (*.velm_job), a ticket, or a Sorrel ticket")
+        ->required()
+        ->type_name("");
     command->callback([orders, chosen] {
         chosen([orders](const Options& options) {
             Session session(options);

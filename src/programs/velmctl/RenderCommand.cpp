@@ -95,15 +95,22 @@ base::Result<void> render(const Request& request) {
 
 void declareRender(CLI::App& app, const Chosen& chosen) {
     CLI::App* command = app.add_subcommand("render", "Draw one template into one picture");
-    command->footer("Prints the path of the picture.");
+    command->footer("Prints the path of the picture.\n");
     const auto request = std::make_shared<Request>();
     command->add_option("TEMPLATE", request->templatePath, "A template file, or its name in the Templates folder")
-        ->required();
-    command->add_option("--order", request->order, "Fill the holes from this order's first package");
-    command->add_option("--image", request->image, "The photograph for the image holes")->check(CLI::ExistingFile);
-    command->add_option("--scale", request->scale, "Factor on all sizes")->check(CLI::PositiveNumber);
+        ->required()
+        ->type_name("");
+    command->add_option("--order", request->order, "Fill the holes from this order's first package")
+        ->type_name("ORDER");
+    command->add_option("--image", request->image, "The photograph for the image holes")
+        ->check(CLI::ExistingFile)
+        ->type_name("FILE");
+    command->add_option("--scale", request->scale, "Factor on all sizes")
+        ->check(CLI::PositiveNumber)
+        ->type_name("NUMBER");
     command->add_option("-o,--output", request->output, "The picture to write: *.png, *.jpg or *.jpeg")
         ->required()
+        ->type_name("FILE")
         ->check([](const std::string& path) {
             return typeForPath(path).empty() ? path + " ends neither in .png nor in .jpg or .jpeg" : std::string();
         });

@@ -154,7 +154,7 @@ void declareWatch(CLI::App& app, const Chosen& chosen) {
     command->footer("Prints `watching FOLDER` for each folder, then one line for each order:\n"
                     "`completed NAME -> PATH` or `failed NAME -> PATH: reason`.\n\n"
                     "Pause and resume from elsewhere: velmctl defaults write velmProcessorIsRunning no (or yes).\n"
-                    "SIGINT and SIGTERM end it after the running order, a second one at once.");
+                    "SIGINT and SIGTERM end it after the running order, a second one at once.\n");
     const auto paused = std::make_shared<bool>(false);
     command->add_flag("--paused", *paused, "List what arrives, but run nothing until it is resumed");
     command->callback(

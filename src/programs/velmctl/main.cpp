@@ -12,6 +12,7 @@ using velmctl::Options;
 int parseAndRun(int count, char** arguments) {
     CLI::App app("The photo-order processing system, for servers, scripts and tests.", "velmctl");
     app.set_version_flag("--version", "velmctl " VELM_VERSION);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     Options options;
     app.add_option("--home", options.home, "Keep everything below DIR: DIR/VELM, DIR/Settings, DIR/Logs")
         ->type_name("DIR");
@@ -19,7 +20,7 @@ int parseAndRun(int count, char** arguments) {
     app.require_subcommand(0, 1); // what is missing is told below: an unknown word has its own message then
     app.fallthrough();
     app.footer("Exit status: 0 success, 1 an order or a file failed, 2 wrong usage.\n"
-               "velmctl COMMAND --help explains a command.");
+               "velmctl COMMAND --help explains a command.\n");
 
     velmctl::Run run;
     const velmctl::Chosen chosen = [&](velmctl::Run work) { run = std::move(work); };
@@ -36,10 +37,12 @@ int parseAndRun(int count, char** arguments) {
         return app.exit(error) == 0 ? velmctl::exitSuccess : velmctl::exitUsage;
     }
     if (!run) {
-        const CLI::App* last = &app;
-        while (!last->get_subcommands().empty())
+        std::string words = app.get_name();
+        for (const CLI::App* last = &app; !last->get_subcommands().empty();) {
             last = last->get_subcommands().front();
-        std::cerr << "A command is required: " << last->get_name() << " --help lists them\n";
+            words += " " + last->get_name();
+        }
+        std::cerr << "A command is required: " << words << " --help lists them\n";
         return velmctl::exitUsage;
     }
     if (!options.home.empty()) {
