@@ -7,8 +7,10 @@
 
 #include <gmock/gmock.h>
 
+#include <latch>
 #include <mutex>
 #include <set>
+#include <thread>
 
 namespace {
 
@@ -313,15 +315,19 @@ TEST_F(OutputPipeline, keepsTheProductsOfOneMomentApart) {
         copy->setAllImagesPath(path);
         outputs.push_back(copy);
     }
-    platform::run::Group group;
     std::atomic<int> successes = 0;
+    std::latch start(2 * count);
+    std::vector<std::thread> threads;
     for (const auto& one : outputs) {
-        group.async(folders::dispatchQueueSerial(),
-                    [&, one] { one->processToCompletion([&](bool success, const auto&) { successes += success; }); });
+        threads.emplace_back([&, one] {
+            start.arrive_and_wait();
+            one->processToCompletion([&](bool success, const auto&) { successes += success; });
+        });
     }
     // A copy is made while the others render the same template.
     const auto late = sheet(out() + "/late")->copyWithZone();
-    group.wait();
+    for (auto& thread : threads)
+        thread.join();
     run(*late);
 
     EXPECT_EQ(successes, 2 * count);
