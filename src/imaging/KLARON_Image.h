@@ -21,6 +21,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 inline constexpr std::string_view kCAGravityResize = "resize";
 inline constexpr std::string_view kCAGravityResizeAspect = "resizeAspect";
@@ -38,6 +39,8 @@ inline constexpr std::string_view klaronImageKey_overwriteExistingFile = "klaron
 /// Where an operation puts its error; null when the caller has no place, and the error goes to the log. Cleared at the
 /// start of each operation that takes one.
 using ErrorPlace = std::optional<base::Error>*;
+/// Where an operation adds the files that it wrote, under the names that they got; null when nobody asks.
+using WrittenFiles = std::vector<base::URL>*;
 
 class KLARON_Image : public base::Object {
 public:
@@ -184,15 +187,16 @@ public:
 
     /// Encodes the image to each destination: a path text, a URL, or an array of these. Options stand under the keys
     /// above. The extension of each is replaced by that of the type. Answers the result of the last destination that
-    /// came to be encoded.
+    /// came to be encoded. Without overwriting, a file of any process that stands or appears at the name stays, and the
+    /// next number is taken.
     static bool writeImage(const ImageRef& image, const base::Value& destination, const base::Dictionary& options,
-                           ErrorPlace returningError);
+                           ErrorPlace returningError, WrittenFiles writtenFiles = nullptr);
     static bool writeImage(const ImageRef& image, const base::Value& destination, ErrorPlace returningError);
     /// Copies a JPEG file without touching its picture data and merges the comment into its metadata. `source` is a
     /// path, URL or data; `destination` a path or URL.
     static bool writeImageFile(const ImageObject& source, const base::Value& destination,
                                const std::optional<std::string>& addingEXIFUserComment, bool overwriteExisting,
-                               ErrorPlace returningError);
+                               ErrorPlace returningError, WrittenFiles writtenFiles = nullptr);
     /// In place.
     static bool setEXIFUserComment(const std::optional<std::string>& comment, const base::Value& image,
                                    ErrorPlace returningError);

@@ -194,10 +194,10 @@ KLARON_Image::ImageRef KLARON_Image::copyWithMaxDimension(double maximum) {
                                   ? base::Size{maximum, present.height / present.width * maximum}
                                   : base::Size{present.width / present.height * maximum, maximum};
     const BitmapContextRef context = drawingContextWithCanvasSize(wanted);
-    if (!context) return nullptr;
     setDestinationRect({0, 0, wanted.width, wanted.height});
     setContentsGravity(std::string(kCAGravityResizeAspect));
     draw();
+    if (!context) return nullptr;
     if (context->drawError()) {
         base::log("ERROR: %@", *context->drawError());
         return nullptr;

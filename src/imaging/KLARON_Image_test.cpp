@@ -372,7 +372,10 @@ TEST(KLARON_ImageDraw, CopiesToALargestDimension) {
     EXPECT_EQ(wrapped(cells({"r", "g", "b"}))->copyWithMaxDimension(60)->height(), 60) << "and to a larger one";
     CapturedLog log;
     EXPECT_EQ(wrapped(cells({"rg"}), 1)->copyWithMaxDimension(10), nullptr) << "with metadata its size is zero";
-    EXPECT_EQ(log.lines, (Rows{"ERROR: Both width and height must be > 0 ("}));
+    EXPECT_EQ(log.lines,
+              (Rows{"ERROR: Both width and height must be > 0 (",
+                    "ERROR: call drawingContextWithCanvasSize: to create a context before accessing this property!",
+                    "ERROR: set a drawing context before attempting to draw!"}));
 }
 
 TEST(KLARON_ImageDraw, CroppedImagesFollowTheOrientation) {

@@ -9,8 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <mutex>
-#include <set>
 #include <utility>
 
 using namespace platform::draw;
@@ -49,58 +47,27 @@ void reportBadArguments(const char* operation, const std::string& source, const 
            place);
 }
 
-// A path text or URL; nothing for anything else.
+// The file that a path text or URL names; nothing for anything else.
 std::optional<base::URL> destinationURL(const base::Value& item) {
-    if (const auto* path = item.as<std::string>()) return base::URL::fileURLWithPath(*path);
-    if (const auto* url = item.as<base::URL>()) return *url;
-    return std::nullopt;
+    return ImageObject(item).fileURL();
 }
 
-// "a.jpg" -> "a 1.jpg", "a 7.jpg" -> "a 8.jpg".
+// "a.jpg" -> "a 1.jpg", "a 7.jpg" -> "a 8.jpg". A number that has no next one is taken for a part of the name.
 base::URL nextNumbered(const base::URL& url) {
     const std::string name = url.deletingPathExtension().lastPathComponent();
     const std::size_t lastOther = name.find_last_not_of("0123456789");
-    const bool isNumbered = lastOther != std::string::npos && lastOther + 1 < name.size() && name[lastOther] == ' ';
-    const std::int64_t number = isNumbered ? base::integerValue(std::string_view(name).substr(lastOther + 1)) : 0;
+    const bool endsInNumber = lastOther != std::string::npos && lastOther + 1 < name.size() && name[lastOther] == ' ';
+    const std::int64_t number = endsInNumber ? base::integerValue(std::string_view(name).substr(lastOther + 1)) : 0;
+    const bool isNumbered = endsInNumber && number < INT64_MAX;
     const std::string stem = isNumbered ? name.substr(0, lastOther) : name;
-    const std::int64_t next = number == INT64_MAX ? number : number + 1;
     return url.deletingLastPathComponent()
-        .appendingPathComponent(stem + " " + std::to_string(next))
+        .appendingPathComponent(stem + " " + std::to_string(isNumbered ? number + 1 : 1))
         .appendingPathExtension(url.pathExtension());
 }
 
 bool exists(const base::URL& url) {
     return platform::data::conformsToType(url, platform::data::kUTTypeItem);
 }
-
-// A name that is free now and that no other thread of this process chooses until it is written or given up.
-class ReservedName {
-public:
-    explicit ReservedName(base::URL wanted) : url_(std::move(wanted)) {
-        const std::lock_guard lock(mutex());
-        while (exists(url_) || names().contains(url_.path()))
-            url_ = nextNumbered(url_);
-        names().insert(url_.path());
-    }
-    ~ReservedName() {
-        const std::lock_guard lock(mutex());
-        names().erase(url_.path());
-    }
-    ReservedName(const ReservedName&) = delete;
-    ReservedName& operator=(const ReservedName&) = delete;
-    const base::URL& url() const { return url_; }
-
-private:
-    static std::mutex& mutex() {
-        static std::mutex shared;
-        return shared;
-    }
-    static std::set<std::string>& names() {
-        static auto* shared = new std::set<std::string>; // outlives every user at exit
-        return *shared;
-    }
-    base::URL url_;
-};
 
 struct WriteOptions {
     explicit WriteOptions(const base::Dictionary& options) {
@@ -139,8 +106,10 @@ base::Dictionary propertiesFor(const WriteOptions& options) {
 }
 
 // One file. Answers the result of finalizing, or nothing when it did not come to that.
-std::optional<bool> writeItem(const ImageRef& image, const base::Value& item, base::URL url, std::string_view type,
-                              base::Dictionary& properties, ErrorPlace place) {
+std::optional<bool> writeItem(const ImageRef& image, const base::Value& item, const base::URL& wanted,
+                              const WriteOptions& options, base::Dictionary& properties, ErrorPlace place,
+                              WrittenFiles writtenFiles) {
+    const base::URL url = options.overwrite ? wanted : KLARON_Image::URLWithoutOverwriting(wanted);
     const auto failedToCreate = [&](const base::Error* why) -> std::optional<bool> {
         if (place && !*place) {
             *place = cocoaError(base::message("Failed to create CGImageDestination for %@", item));
@@ -149,7 +118,8 @@ std::optional<bool> writeItem(const ImageRef& image, const base::Value& item, ba
         return std::nullopt;
     };
     if (!KLARON_Image::makeEnclosingDirectoryForFileURL(url, place)) return failedToCreate(nullptr);
-    const auto destination = ImageDestination::createWithURL(url, type);
+    const auto destination =
+        ImageDestination::createWithURL(url, options.type, options.overwrite ? NextName() : nextNumbered);
     if (!destination) return failedToCreate(&destination.error());
     properties[std::string(kCGImagePropertyExifDictionary)].as<base::Dictionary>()->insert_or_assign(
         std::string(kCGImagePropertyExifDateTimeDigitized), presentTime());
@@ -158,6 +128,8 @@ std::optional<bool> writeItem(const ImageRef& image, const base::Value& item, ba
     if (!finalized) {
         base::log("ERROR: %@", finalized.error());
         report(cocoaError(base::message("Failed to finalize image to %@", item)), place);
+    } else if (writtenFiles) {
+        writtenFiles->push_back((*destination)->url());
     }
     return finalized.has_value();
 }
@@ -169,7 +141,7 @@ bool KLARON_Image::writeImage(const ImageRef& image, const base::Value& destinat
 }
 
 bool KLARON_Image::writeImage(const ImageRef& image, const base::Value& destination, const base::Dictionary& dictionary,
-                              ErrorPlace returningError) {
+                              ErrorPlace returningError, WrittenFiles writtenFiles) {
     clear(returningError);
     if (!image || !destination) {
         reportBadArguments(writeImageName, ImageObject(image).description(), destination, returningError);
@@ -195,21 +167,14 @@ bool KLARON_Image::writeImage(const ImageRef& image, const base::Value& destinat
         }
         const base::URL wanted =
             platform::data::appendingPathExtensionForType(given->deletingPathExtension(), options.type);
-        std::optional<bool> finalized;
-        if (options.overwrite) {
-            finalized = writeItem(written, item, wanted, options.type, properties, returningError);
-        } else {
-            const ReservedName reserved(wanted);
-            finalized = writeItem(written, item, reserved.url(), options.type, properties, returningError);
-        }
-        result = finalized.value_or(result);
+        result = writeItem(written, item, wanted, options, properties, returningError, writtenFiles).value_or(result);
     }
     return result;
 }
 
 bool KLARON_Image::writeImageFile(const ImageObject& source, const base::Value& destination,
                                   const std::optional<std::string>& comment, bool overwriteExisting,
-                                  ErrorPlace returningError) {
+                                  ErrorPlace returningError, WrittenFiles writtenFiles) {
     clear(returningError);
     const auto url = destinationURL(destination);
     if (!url || !createCGImageSourceFromObject(source)) {
@@ -234,15 +199,16 @@ bool KLARON_Image::writeImageFile(const ImageObject& source, const base::Value& 
         report(copy.error(), returningError);
         return false;
     }
-    const auto write = [&](const base::URL& target) {
-        const auto written = platform::data::writeFileAtomically(target.path(), *copy);
-        if (!written) report(written.error(), returningError);
-        return written.has_value();
-    };
     if (!makeEnclosingDirectoryForFileURL(*url, returningError)) return false;
-    if (overwriteExisting) return write(*url);
-    const ReservedName reserved(*url);
-    return write(reserved.url());
+    const auto written = overwriteExisting
+                             ? platform::data::writeFileAtomically(url->path(), *copy).map([&] { return *url; })
+                             : writeWithoutReplacing(*copy, URLWithoutOverwriting(*url), nextNumbered);
+    if (!written) {
+        report(written.error(), returningError);
+        return false;
+    }
+    if (writtenFiles) writtenFiles->push_back(*written);
+    return true;
 }
 
 bool KLARON_Image::setEXIFUserComment(const std::optional<std::string>& comment, const base::Value& image,

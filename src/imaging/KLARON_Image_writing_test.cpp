@@ -71,6 +71,7 @@ TEST(KLARON_ImageWriting, NumbersInsteadOfOverwritingWhenAsked) {
                  {"b 1 7.jpg", "b 1 8.jpg"},
                  {"b7.jpg", "b7 1.jpg"},
                  {"b .jpg", "b  1.jpg"},
+                 {"b 9223372036854775807.jpg", "b 9223372036854775807 1.jpg"},
                  {"none", "none 1"}};
     for (const auto& row : cases) {
         const auto url = base::URL::fileURLWithPath(folder.write(row.taken, "x"));
@@ -78,17 +79,43 @@ TEST(KLARON_ImageWriting, NumbersInsteadOfOverwritingWhenAsked) {
     }
 }
 
-TEST(KLARON_ImageWriting, ThreadsNeverChooseTheSameFreeName) {
+TEST(KLARON_ImageWriting, WritersAtTheSameMomentNeverTakeTheSameName) {
     const support::TemporaryDirectory folder;
+    ASSERT_TRUE(KLARON_Image::writeImage(picture(), folder / "source", nullptr));
+    const base::Data source(support::readFile(folder / "source.jpeg"));
+    std::vector<std::vector<base::URL>> written(8);
     std::vector<std::thread> threads;
-    for (int index = 0; index < 8; ++index)
+    for (std::vector<base::URL>& own : written)
         threads.emplace_back([&] {
             EXPECT_TRUE(KLARON_Image::writeImage(picture(), folder / "same.jpg",
-                                                 option(klaronImageKey_overwriteExistingFile, false), nullptr));
+                                                 option(klaronImageKey_overwriteExistingFile, false), nullptr, &own));
+            EXPECT_TRUE(KLARON_Image::writeImageFile(source, folder / "same.jpeg", std::nullopt, false, nullptr, &own));
         });
     for (auto& thread : threads)
         thread.join();
-    EXPECT_EQ(filesBelow(folder.path()).size(), 8u);
+    Names told = {"source.jpeg"};
+    for (const auto& own : written)
+        for (const auto& url : own)
+            told.insert(url.lastPathComponent());
+    EXPECT_EQ(told.size(), 17u);
+    EXPECT_EQ(filesBelow(folder.path()), told);
+}
+
+TEST(KLARON_ImageWriting, WritesNothingWhereNoFileIsNamed) {
+    const support::TemporaryDirectory folder;
+    ASSERT_TRUE(KLARON_Image::writeImage(picture(), folder / "a", nullptr));
+    const fs::path former = fs::current_path();
+    fs::current_path(folder.path());
+    for (const base::Value& nowhere : {base::Value(""), base::Value(base::URL::fromString("https://host/a.jpg"))}) {
+        std::optional<base::Error> error;
+        EXPECT_FALSE(KLARON_Image::writeImage(picture(), nowhere, &error));
+        EXPECT_TRUE(error);
+        EXPECT_FALSE(KLARON_Image::writeImageFile(folder / "a.jpeg", nowhere, std::nullopt, true, &error));
+        EXPECT_TRUE(error) << "a failure without an error would pass for none";
+    }
+    EXPECT_TRUE(KLARON_Image::writeImage(picture(), "sub/b", nullptr)) << "relative to the current folder";
+    fs::current_path(former);
+    EXPECT_EQ(filesBelow(folder.path()), (Names{"a.jpeg", "sub/b.jpeg"}));
 }
 
 TEST(KLARON_ImageWriting, WritesItsMetadata) {

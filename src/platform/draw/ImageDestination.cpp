@@ -51,6 +51,7 @@ public:
         return sink_->commit();
     }
 
+    base::URL url() const override { return sink_->url(); }
     base::Data takeData() override { return sink_->takeData(); }
 
 private:
@@ -73,11 +74,11 @@ bool ImageDestination::canWriteType(std::string_view typeIdentifier) {
     return writableType(typeIdentifier) != nullptr;
 }
 
-base::Result<std::unique_ptr<ImageDestination>> ImageDestination::createWithURL(const base::URL& url,
-                                                                                std::string_view typeIdentifier) {
+base::Result<std::unique_ptr<ImageDestination>>
+ImageDestination::createWithURL(const base::URL& url, std::string_view typeIdentifier, NextName nextName) {
     const auto type = findType(typeIdentifier);
     if (!type) return base::failure(type.error());
-    auto sink = makeFileSink(url);
+    auto sink = makeFileSink(url, std::move(nextName));
     if (!sink) return base::failure(sink.error());
     return std::make_unique<EncodingDestination>((*type)->encode, std::move(*sink));
 }
@@ -86,6 +87,14 @@ base::Result<std::unique_ptr<ImageDestination>> ImageDestination::createWithData
     const auto type = findType(typeIdentifier);
     if (!type) return base::failure(type.error());
     return std::make_unique<EncodingDestination>((*type)->encode, makeMemorySink());
+}
+
+base::Result<base::URL> writeWithoutReplacing(const base::Data& bytes, const base::URL& url, NextName nextName) {
+    auto sink = makeFileSink(url, std::move(nextName));
+    if (!sink) return base::failure(sink.error());
+    (*sink)->write(bytes.bytes.data(), bytes.size());
+    if (auto written = (*sink)->commit(); !written) return base::failure(written.error());
+    return (*sink)->url();
 }
 
 } // namespace platform::draw

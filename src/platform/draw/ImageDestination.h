@@ -7,10 +7,14 @@
 #include "platform/draw/Image.h"
 #include "platform/draw/ImageMetadata.h"
 
+#include <functional>
 #include <memory>
 #include <string_view>
 
 namespace platform::draw {
+
+/// The name to try when a file stands at this one; it never answers a name that it was asked for.
+using NextName = std::function<base::URL(const base::URL& taken)>;
 
 class ImageDestination {
 public:
@@ -18,9 +22,10 @@ public:
     static bool canWriteType(std::string_view typeIdentifier);
 
     /// Opens the file to write beside `url`. An error for a type that can't be written and for a place that can't be
-    /// written to; nothing is left behind.
-    static base::Result<std::unique_ptr<ImageDestination>> createWithURL(const base::URL& url,
-                                                                         std::string_view typeIdentifier);
+    /// written to; nothing is left behind. A file that stands there is replaced; with `nextName` none is, also not one
+    /// that appears meanwhile: the picture gets the first name that is free when it is finalized.
+    static base::Result<std::unique_ptr<ImageDestination>>
+    createWithURL(const base::URL& url, std::string_view typeIdentifier, NextName nextName = {});
     /// Collects the bytes in memory.
     static base::Result<std::unique_ptr<ImageDestination>> createWithData(std::string_view typeIdentifier);
     /// Without finalize() the file that was begun is removed.
@@ -32,6 +37,8 @@ public:
     virtual void addImage(ImageRef image, base::Dictionary properties) = 0;
     /// Encodes and writes. A picture that can't be decoded whole fails here and leaves no file.
     virtual base::Result<void> finalize() = 0;
+    /// The written file, after finalize(); no URL of a file for a destination in memory.
+    virtual base::URL url() const = 0;
     /// The written bytes, after finalize() of a destination in memory.
     virtual base::Data takeData() = 0;
 };
@@ -40,5 +47,8 @@ public:
 /// metadata; tags that are not named stay. An error for bytes that are no JPEG file. A zero-length value removes the
 /// tag.
 base::Result<base::Data> copyOfJPEGMergingMetadata(const base::Data& jpeg, const ImageMetadata& metadata);
+
+/// Writes the bytes of a picture file under the first free name, whole or not at all, and answers that name.
+base::Result<base::URL> writeWithoutReplacing(const base::Data& bytes, const base::URL& url, NextName nextName);
 
 } // namespace platform::draw

@@ -203,6 +203,25 @@ TEST(ImageDestination, FilesAppearWholeOrNotAtAll) {
     EXPECT_EQ(filesIn(folder.path()), std::vector<std::string>{"a.jpeg"});
 }
 
+TEST(ImageDestination, TakesTheNextNameWhenAnotherCameFirst) {
+    const support::TemporaryDirectory folder;
+    const auto named = [&](std::string_view name) { return base::URL::fileURLWithPath(folder / name); };
+    const auto next = [](const base::URL& taken) {
+        return taken.deletingPathExtension().appendingPathExtension("x" + taken.pathExtension());
+    };
+    auto destination = *ImageDestination::createWithURL(named("a.jpeg"), "public.jpeg", next);
+    destination->addImage(picture(), properties());
+    folder.write("a.jpeg", "of another process"); // after the name was found to be free
+    fs::create_directory(folder.path() / "a.xjpeg");
+    ASSERT_TRUE(destination->finalize());
+    EXPECT_EQ(destination->url(), named("a.xxjpeg"));
+    EXPECT_TRUE(decoded(base::Data(support::readFile(folder / "a.xxjpeg"))));
+    EXPECT_EQ(support::readFile(folder / "a.jpeg"), "of another process");
+    EXPECT_EQ(writeWithoutReplacing(base::Data("bytes"), named("a.jpeg"), next), named("a.xxxjpeg"));
+    EXPECT_EQ(support::readFile(folder / "a.xxxjpeg"), "bytes");
+    EXPECT_EQ(filesIn(folder.path()).size(), 4u) << "and no temporary file";
+}
+
 TEST(ImageDestination, SaysWhatItCanNotWrite) {
     const support::TemporaryDirectory folder;
     const auto url = [&](std::string_view name) { return base::URL::fileURLWithPath(folder / name); };

@@ -13,10 +13,25 @@
 namespace platform::draw {
 namespace {
 
+// Errno's value when it fails, EEXIST when something stands at `to`.
+int renameWithoutReplacing(const char* from, const char* to) {
+    if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return errno;
+    // A file system that can't (NFS, some FUSE ones) may know hard links.
+    if (::link(from, to) == 0) {
+        ::unlink(from);
+        return 0;
+    }
+    if (errno != EPERM && errno != ENOSYS && errno != EOPNOTSUPP) return errno;
+    struct stat status = {};
+    if (::lstat(to, &status) == 0) return EEXIST;
+    return ::rename(from, to) == 0 ? 0 : errno;
+}
+
 class FileSink : public ByteSink {
 public:
-    FileSink(std::FILE* file, std::string temporaryPath, std::string path)
-        : file_(file), temporaryPath_(std::move(temporaryPath)), path_(std::move(path)) {
+    FileSink(std::FILE* file, std::string temporaryPath, base::URL url, NextName nextName)
+        : file_(file), temporaryPath_(std::move(temporaryPath)), url_(std::move(url)), nextName_(std::move(nextName)) {
         constexpr std::size_t bufferSize = 1 << 18;
         std::setvbuf(file_, nullptr, _IOFBF, bufferSize);
     }
@@ -51,21 +66,33 @@ public:
         std::FILE* file = std::exchange(file_, nullptr);
         if (std::fclose(file) != 0 && !failure_) fail();
         if (failure_) return base::failure(*failure_);
-        if (::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
+        if (const int number = moveIntoPlace(); number != 0) {
+            errno = number;
             fail();
             return base::failure(*failure_);
         }
         temporaryPath_.clear();
         return {};
     }
+    base::URL url() const override { return url_; }
     base::Data takeData() override { return {}; }
 
 private:
-    void fail() { failure_ = base::systemError(errno, "cannot write " + path_); }
+    void fail() { failure_ = base::systemError(errno, "cannot write " + url_.path()); }
+    int moveIntoPlace() {
+        const char* from = temporaryPath_.c_str();
+        if (!nextName_) return ::rename(from, url_.path().c_str()) == 0 ? 0 : errno;
+        while (true) {
+            const int number = renameWithoutReplacing(from, url_.path().c_str());
+            if (number != EEXIST) return number;
+            url_ = nextName_(url_);
+        }
+    }
 
     std::FILE* file_;
     std::string temporaryPath_;
-    std::string path_;
+    base::URL url_;
+    NextName nextName_;
     std::uint64_t position_ = 0;
     std::uint64_t size_ = 0;
     std::optional<base::Error> failure_;
@@ -89,6 +116,7 @@ public:
     std::uint64_t position() const override { return position_; }
     std::uint64_t size() const override { return bytes_.size(); }
     base::Result<void> commit() override { return {}; }
+    base::URL url() const override { return {}; }
     base::Data takeData() override { return base::Data(std::move(bytes_)); }
 
 private:
@@ -98,12 +126,12 @@ private:
 
 } // namespace
 
-base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url) {
+base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url, NextName nextName) {
     static std::atomic<unsigned> counter = 0;
     const std::string& path = url.path();
     struct stat status = {};
     if (path.empty()) return base::failure(base::posixErrorDomain, EINVAL, "cannot write: no path of a file");
-    if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+    if (!nextName && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
         return base::failure(base::systemError(EISDIR, "cannot write " + path));
     // Hidden, and short whatever the length of the name.
     const std::string folder = url.deletingLastPathComponent().path();
@@ -122,7 +150,7 @@ base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url) {
         ::unlink(temporaryPath.c_str());
         return base::failure(base::systemError(number, "cannot write " + path));
     }
-    return std::make_unique<FileSink>(file, temporaryPath, path);
+    return std::make_unique<FileSink>(file, temporaryPath, url, std::move(nextName));
 }
 
 std::unique_ptr<ByteSink> makeMemorySink() {

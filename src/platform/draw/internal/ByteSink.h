@@ -4,6 +4,7 @@
 
 #include "base/Error.h"
 #include "base/Value.h"
+#include "platform/draw/ImageDestination.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -24,13 +25,15 @@ public:
     virtual std::uint64_t position() const = 0;
     virtual std::uint64_t size() const = 0;
     virtual base::Result<void> commit() = 0;
+    /// Where the bytes stand after commit(); no URL of a file for those in memory.
+    virtual base::URL url() const = 0;
     /// The bytes of a sink in memory.
     virtual base::Data takeData() = 0;
 };
 
 /// A file beside `url` under a name of its own; commit() brings it to the disk and renames it, destruction without it
-/// removes it.
-base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url);
+/// removes it. With `nextName` commit() replaces no file, whichever process made it, but takes the next free name.
+base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url, NextName nextName = {});
 std::unique_ptr<ByteSink> makeMemorySink();
 
 } // namespace platform::draw
