@@ -158,6 +158,12 @@ TEST_F(TemplateLoading, FilesThatIncludeThemselvesFailVisibly) {
         const auto actual = std::filesystem::canonical(files / ("Nodes/" + std::string(file)));
         EXPECT_EQ(error->localizedDescription, "template file " + actual.string() + " includes itself");
         EXPECT_THAT(log.lines(), testing::Contains("ERROR: " + error->localizedDescription));
+
+        // An output for each photograph draws copies.
+        const auto copy = node->copyWithZone();
+        copy->image();
+        ASSERT_TRUE(copy->renderError()) << file;
+        EXPECT_EQ(copy->renderError()->localizedDescription, error->localizedDescription);
     }
 }
 

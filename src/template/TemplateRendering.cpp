@@ -152,8 +152,8 @@ KLARON_ImageRef TemplateRenderer::imageOfContainer(VELM_Template& layer) {
     if (&layer == &drawn_) return nullptr;
     const ImageRef drawn = layer.image();
     if (const auto error = layer.renderError()) fail(*error);
-    // An empty frame shows nothing; one that is too large for a canvas must not pass for that.
-    else if (!drawn && !layer.frame().isEmpty())
+    // A frame that holds no pixel shows nothing; one that is too large for a canvas must not pass for that.
+    else if (!drawn && layer.width() >= 1 && layer.height() >= 1)
         fail(noCanvasError(layer));
     return drawn ? KLARON_Image::initWithCGImage(drawn) : nullptr;
 }

@@ -271,13 +271,42 @@ TEST(TemplateRendering, ContainersRenderOnceAndShowTheirTopLeft) {
 }
 
 TEST(TemplateRendering, AContainerTooLargeToDrawIsAnError) {
-    for (const double width : {0.0, 40000.0}) {
+    for (const double width : {0.0, 0.5, 40000.0}) {
         const auto inner = documentWith({}, "{30, 30}");
         inner->setFrame({0, 0, width, 30});
         const auto outer = documentWith({inner});
         EXPECT_TRUE(outer->image());
-        EXPECT_EQ(outer->renderError().has_value(), width > 0);
+        EXPECT_EQ(outer->renderError().has_value(), width > 1);
     }
+}
+
+TEST(TemplateRendering, ADocumentTakesAllThatItMadeAlong) {
+    const support::TemporaryDirectory files;
+    writePicture(files / "photo.png", plain("#F00"));
+    files.write("node.xml", fileOf("<layer type='image' key='a' frame='{{0, 0}, {9, 9}}'/>"));
+    const auto node = "<layer type='node' frame='{{0, 0}, {99, 99}}'><filepath>" + (files / "node.xml") + "</filepath>";
+    auto document = VELM_Template::instanceWithXMLObject(
+        files.write("t.xml", fileOf(node + "</layer><layer type='image' key='hole' frame='{{0, 0}, {9, 9}}'/>")));
+    const auto package = std::make_shared<TestPackage>();
+    package->order->values = {{{"key", "a"}, files / "photo.png"},
+                              {{"key", "hole"}, files / "photo.png"},
+                              {{"template", "hole"}, files / "node.xml"}};
+    document->setPackage(package);
+    document->replaceKeyValues();
+    auto image = document->image();
+    std::vector<std::weak_ptr<const void>> made{document, document->lastSaved(), image, document->renderingQueue()};
+    for (const auto& layer : document->layers()) {
+        made.emplace_back(layer);
+        made.emplace_back(layer->image());
+    }
+    made.emplace_back(document->layers()[0]->layers().at(0));
+    made.emplace_back(document->layers()[1]->graphicPath().object<ImageValue>());
+    for (const auto& thing : made)
+        EXPECT_FALSE(thing.expired());
+    document.reset();
+    image.reset();
+    for (std::size_t i = 0; i < made.size(); ++i)
+        EXPECT_TRUE(made[i].expired()) << i;
 }
 
 TEST(TemplateRendering, ManyThreadsAskAtOnce) {

@@ -1,4 +1,4 @@
-// The document: its layers and their order, equality, copies, type and geometry.
+// The document: equality, copies, type and geometry.
 #include "template/VELM_Template.h"
 
 #include "base/Log.h"
@@ -43,38 +43,6 @@ constexpr std::array typeNames{
     TypeName{"stamp", VELM_Template::LayerTypeStamp},
 };
 
-// What an archive would make of a value: nested templates become their own copies, one that stands in two places
-// stays one.
-class DeepCopy {
-public:
-    VELM_Template::Ref of(VELM_Template& source) {
-        if (const auto known = copies_.find(&source); known != copies_.end()) return known->second;
-        const auto copy = VELM_Template::initForCopy();
-        copies_.emplace(&source, copy);
-        auto archived = *source.encoded();
-        for (auto& entry : archived)
-            entry.second = of(std::move(entry.second));
-        copy->takeArchived(archived);
-        return copy;
-    }
-
-private:
-    Value of(Value value) {
-        if (auto* array = value.as<base::Array>()) {
-            for (Value& member : *array)
-                member = of(std::move(member));
-        } else if (auto* dictionary = value.as<base::Dictionary>()) {
-            for (auto& entry : *dictionary)
-                entry.second = of(std::move(entry.second));
-        } else if (const auto nested = value.object<VELM_Template>()) {
-            return of(*nested);
-        }
-        return value;
-    }
-
-    std::unordered_map<VELM_Template*, VELM_Template::Ref> copies_;
-};
-
 } // namespace
 
 VELM_Template::VELM_Template() = default;
@@ -107,52 +75,45 @@ bool VELM_Template::hasUnsavedChanges() const {
     return !lastSaved_ || !isEqualToTemplate(*lastSaved_);
 }
 
+// What an archive would make of a template: nested templates become their own copies, one that stands in two places
+// stays one.
+class VELM_Template::DeepCopy {
+public:
+    Ref of(VELM_Template& source) {
+        if (const auto known = copies_.find(&source); known != copies_.end()) return known->second;
+        const Ref copy = initForCopy();
+        copies_.emplace(&source, copy);
+        source.dropUncodedValues();
+        copy->valuesDict() = source.valuesDict();
+        for (auto& entry : copy->valuesDict())
+            copyTemplates(entry.second);
+        copy->setDocumentURL(source.documentURL());
+        copy->setXMLString(source.xmlString());
+        // What could not be read is missing in the copy too.
+        copy->loadError_ = source.loadError_;
+        return copy;
+    }
+
+private:
+    void copyTemplates(Value& value) {
+        if (auto* array = value.as<base::Array>()) {
+            for (Value& member : *array)
+                copyTemplates(member);
+        } else if (auto* dictionary = value.as<base::Dictionary>()) {
+            for (auto& entry : *dictionary)
+                copyTemplates(entry.second);
+        } else if (const auto nested = value.object<VELM_Template>()) {
+            value = of(*nested);
+        }
+    }
+
+    std::unordered_map<VELM_Template*, Ref> copies_;
+};
+
 VELM_Template::Ref VELM_Template::copyWithZone() {
     auto copy = DeepCopy().of(*this);
     copy->package_ = package();
     return copy;
-}
-
-// --- Layers
-
-VELM_Template::Layers VELM_Template::layers() {
-    const auto* stored = value(VELM_XML_Key_layers).as<base::Array>();
-    Layers layers;
-    if (!stored) {
-        setValue(VELM_XML_Key_layers, base::Array());
-        return layers;
-    }
-    layers.reserve(stored->size());
-    for (const Value& member : *stored) {
-        if (auto layer = member.object<VELM_Template>()) layers.push_back(std::move(layer));
-    }
-    return layers;
-}
-
-void VELM_Template::setLayers(const Layers& layers) {
-    observable_.change(VELM_XML_Key_layers,
-                       [&] { store(VELM_XML_Key_layers, base::Array(layers.begin(), layers.end())); });
-}
-
-void VELM_Template::sortLayers() {
-    Layers sorted = layers();
-    if (sorted.size() < 2) return;
-    std::stable_sort(sorted.begin(), sorted.end(), [](const Ref& left, const Ref& right) {
-        return left->value(VELM_XML_Key_zindex).integerValue() < right->value(VELM_XML_Key_zindex).integerValue();
-    });
-    observable_.change(VELM_XML_Key_layers, [&] {
-        std::int64_t level = 0;
-        for (const Ref& layer : sorted)
-            layer->setZLevelString(std::to_string(level += 100));
-        setValue(VELM_XML_Key_layers, base::Array(sorted.begin(), sorted.end()));
-    });
-}
-
-std::vector<std::optional<std::string>> VELM_Template::zLevelStrings() {
-    std::vector<std::optional<std::string>> levels;
-    for (const Ref& layer : layers())
-        levels.push_back(layer->zLevelString());
-    return levels;
 }
 
 std::shared_ptr<const PackageValues> VELM_Template::package() const {

@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -124,7 +125,7 @@ public:
     /// A token that changes when the document's file changes; none without a file.
     std::optional<std::string> generationID() const;
 
-    // --- The document and its place
+    // --- The document, its layers and its place (TemplateLayers.cpp)
 
     /// The template's coordinates count from the top: always true.
     static bool isFlipped() { return true; }
@@ -137,6 +138,23 @@ public:
     /// two layers stay as they are.
     void sortLayers();
     std::vector<std::optional<std::string>> zLevelStrings();
+    /// Adds layers in front of all others and selects them alone.
+    void addLayers(const Layers& layers);
+    void addLayer(const Ref& layer) { addLayers({layer}); }
+    /// A new layer of half the width and a fifth of the height of this template, which holds the type's word as text.
+    Ref addLayerOfType(LayerType type);
+    /// Deletes each layer that equals one of these, its twins too, and selects nothing.
+    void deleteLayers(const Layers& layers);
+    void deleteLayer(const Ref& layer);
+
+    /// The selection holds places in `layers`. A layer is looked for by equality: of twins the first is meant, and one
+    /// that is not found is passed over. Each change is announced under "layersSelected", before and after.
+    void selectLayers(const Layers& layers, bool byExtendingSelection);
+    void selectLayer(const Ref& layer, bool byExtendingSelection);
+    void deselectLayer(const Ref& layer);
+    /// In the order of `layers`.
+    Layers layersSelected();
+    const std::set<std::size_t>& indexSetLayersSelected() const { return indexSetLayersSelected_; }
 
     Ref parent() const { return parent_.lock(); }
     void setParent(const Ref& parent) { parent_ = parent; }
@@ -145,7 +163,7 @@ public:
     void setPackage(std::weak_ptr<const PackageValues> package) { package_ = std::move(package); }
     /// How often the setters of the layers were called.
     std::int64_t changeCount() const { return changeCount_; }
-    /// Announces "layers" and "changeCount", before and after.
+    /// Announces "layers", "layersSelected" and "changeCount", before and after.
     platform::run::Observable& observable() { return observable_; }
     /// As it was loaded or last saved.
     const Ref& lastSaved() const { return lastSaved_; }
@@ -320,6 +338,8 @@ private:
     friend class TemplateReader;
     friend class TemplateRenderer;
 
+    class DeepCopy;
+
     bool typeIs(std::string_view text) const;
     std::optional<std::string> textOf(std::string_view key) const { return value(key).stringValue(); }
     /// Stores and raises the parent's change count.
@@ -329,6 +349,7 @@ private:
     /// Puts another alpha into the code that is in force, and stores it under the key.
     void storeOpacity(std::string_view key, const std::string& code, double opacity,
                       std::optional<std::string_view> defaultKey);
+    void setIndexSetLayersSelected(std::set<std::size_t> indices);
     base::Point storedOffset() const;
     void storeOffset(base::Point offset);
     struct EnableFlag;
@@ -340,6 +361,7 @@ private:
     std::weak_ptr<const PackageValues> package_;
     Ref lastSaved_;
     std::int64_t changeCount_ = 0;
+    std::set<std::size_t> indexSetLayersSelected_;
     platform::run::Observable observable_;
     std::optional<double> scale_;
     base::Size shadowOffset_;

@@ -204,6 +204,26 @@ TEST(VELM_Template, CopiesAreWhatAnArchiveMakes) {
     EXPECT_EQ(document->layers()[0]->key(), "a");
 }
 
+TEST(VELM_Template, DocumentsComeOutOfTextsAndData) {
+    const struct {
+        Value object;
+        std::optional<std::string> text;
+    } cases[] = {
+        {"<data/>", "<data/>"},
+        {base::Data("<d>\xC3\xA9</d>"), "<d>\xC3\xA9</d>"},
+        {base::Data("<d>\xE9</d>"), {}}, // no UTF-8
+        {base::Data(), {}},
+        {"", {}},
+        {7, {}},
+        {{}, {}},
+    };
+    for (const auto& test : cases) {
+        const auto document = VELM_Template::initForCopy();
+        EXPECT_EQ(document->initWithObject(test.object), test.text.has_value()) << test.object.description();
+        EXPECT_EQ(document->xmlString().value_or(""), test.text.value_or("")) << test.object.description();
+    }
+}
+
 TEST(VELM_Template, CopyingDropsImagesFromTheLiveLayer) {
     const auto layer = templateFrom("<layer type='image'/>");
     layer->setValue("filepath", Value(std::make_shared<ImageValue>(halves(2, 2, "#FFF", "#FFF"))));

@@ -30,7 +30,7 @@ bool VELM_XML_object::initWithObject(const Value& object) {
             xmlString_ = std::move(*read);
         else
             base::log("%@", read.error());
-    } else if (const auto* data = object.as<base::Data>()) {
+    } else if (const auto* data = object.as<base::Data>(); data && platform::data::isValidUTF8(data->asText())) {
         xmlString_ = std::string(data->asText());
     }
     return xmlString_ && !xmlString_->empty();
