@@ -1,0 +1,195 @@
+// velm_bench_engine VELMCTL: the engine around the pixels, by the clock on the wall: orders a minute, the finding of a
+// package among ten thousand, and the time from the start until ten thousand tickets are listed.
+#include "Measure.h"
+
+#include "SamplePhotographs.h"
+#include "app/AppDelegate.h"
+#include "base/Log.h"
+#include "base/Places.h"
+#include "folders/DefaultsKeys.h"
+#include "jobs/VELM_JobFolders.h"
+#include "jobs/VELM_Package.h"
+#include "platform/data/UserDefaults.h"
+#include "platform/run/MainQueue.h"
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr int orderCount = 50;
+constexpr int fileCount = 10'000;
+
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+void write(const fs::path& path, const std::string& text) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+constexpr std::string_view prologue = "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n";
+
+std::string packageText(const std::string& name, const fs::path& output) {
+    return std::string(prologue) + "<data type=\"VELM_Package\" version=\"1.0\" name=\"" + name +
+           "\">\n<template name=\"print\"><filepath>Print.xml</filepath></template>\n"
+           "<output name=\"print\"><print type=\"node\"/><destination type=\"filepath\"><filepath>" +
+           output.string() + "</filepath></destination></output>\n</data>\n";
+}
+
+/// A folder tree with a template of 6 x 4 inches at 150 dpi and a package "SmallLS" for it. Answers the folder that is
+/// watched for job bundles.
+fs::path layOut(const fs::path& home, const std::string& velmctl) {
+    constexpr std::string_view mark = "watched (velm_job)";
+    const std::string places = bench::run({velmctl, "--home", home, "init"}).output;
+    const std::size_t line = places.find(mark);
+    const std::size_t path = line == std::string::npos ? line : places.find('/', line);
+    if (path == std::string::npos) {
+        std::fprintf(stderr, "velmctl init named no watched folder\n");
+        std::exit(1);
+    }
+    write(home / "VELM/Templates/Print.xml",
+          std::string(prologue) +
+              "<data type=\"VELM_Template\" version=\"1.0\"><layout name=\"Print\" size=\"{900, 600}\">"
+              "<layer type=\"image\" zindex=\"1\" frame=\"{{0, 0}, {900, 600}}\"><key>image1</key>"
+              "<gravity>resizeAspectFill</gravity></layer></layout></data>\n");
+    write(home / "VELM/Packages/SmallLS.xml", packageText("SmallLS", home / "Pictures"));
+    return places.substr(path, places.find('\n', path) - path);
+}
+
+void makeOrders(const fs::path& folder, const std::vector<std::uint8_t>& photograph) {
+    for (int i = 0; i < orderCount; ++i) {
+        const fs::path bundle = folder / ("order" + std::to_string(i) + ".velm_job");
+        write(bundle / "Images/photo.jpg", std::string(photograph.begin(), photograph.end()));
+        write(bundle / "job.xml", std::string(prologue) +
+                                      "<data type=\"VELM_Job\" version=\"1.0\"><package name=\"Small\">"
+                                      "<image1>photo.jpg</image1></package></data>\n");
+    }
+}
+
+/// Seconds until `velmctl process` has written the products of all orders; none when one failed.
+double processAll(const fs::path& home, const std::string& velmctl, const std::vector<std::uint8_t>& photograph) {
+    makeOrders(home / "Orders", photograph);
+    std::vector<std::string> command{velmctl, "--home", home, "process"};
+    for (int i = 0; i < orderCount; ++i)
+        command.push_back(home / "Orders" / ("order" + std::to_string(i) + ".velm_job"));
+    const auto start = Clock::now();
+    const bench::ProcessRun run = bench::run(command);
+    return run.succeeded ? secondsSince(start) : 0;
+}
+
+/// Seconds from the start of `velmctl watch` over a folder of orders to the last line that reports one.
+double watchAll(const fs::path& home, const std::string& velmctl, const std::vector<std::uint8_t>& photograph) {
+    makeOrders(layOut(home, velmctl), photograph);
+    int channel[2];
+    if (pipe(channel) != 0) return 0;
+    const auto start = Clock::now();
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(channel[1], STDOUT_FILENO);
+        close(channel[0]);
+        close(channel[1]);
+        alarm(300); // if orders don't come to an end
+        execl(velmctl.c_str(), velmctl.c_str(), "--home", home.c_str(), "watch", nullptr);
+        _exit(127);
+    }
+    close(channel[1]);
+    std::FILE* lines = fdopen(channel[0], "r");
+    char line[4096];
+    int completed = 0;
+    bool failed = false;
+    while (completed < orderCount && !failed && std::fgets(line, sizeof line, lines)) {
+        completed += std::string_view(line).starts_with("completed ");
+        failed = std::string_view(line).starts_with("failed ");
+    }
+    const double seconds = secondsSince(start);
+    kill(child, SIGTERM);
+    std::fclose(lines);
+    waitpid(child, nullptr, 0);
+    return completed == orderCount ? seconds : 0;
+}
+
+/// Seconds to find the one package that is asked for; every file has to be looked at.
+double findPackage(const fs::path& packages) {
+    for (int i = 0; i < fileCount; ++i)
+        write(packages / (std::to_string(i) + ".xml"), packageText("Product" + std::to_string(i) + "LS", "/nowhere"));
+    static_cast<void>(platform::data::UserDefaults::standard().setObject(packages.string(), key_velmFolderPackages));
+    const base::Dictionary reference{{"name", "Product" + std::to_string(fileCount / 2)}};
+    const auto start = Clock::now();
+    const VELM_Package::Ref found = VELM_Package::packageWithDictionary(reference);
+    return found ? secondsSince(start) : 0;
+}
+
+/// In a process of its own: starts the engine over a home and ends when all its tickets are listed.
+int listTickets(const std::string& home) {
+    base::setPlaces(base::Places::below(home));
+    AppDelegate application;
+    application.applicationDidFinishLaunching();
+    platform::run::RunLoop loop;
+    const bool listed =
+        loop.runUntil([] { return VELM_JobFolders::jobsPending().size() == static_cast<std::size_t>(fileCount); },
+                      std::chrono::minutes(5));
+    _exit(listed ? 0 : 1);
+}
+
+double startToListed(const fs::path& home, const std::string& velmctl) {
+    const fs::path pending = layOut(home, velmctl);
+    for (int i = 0; i < fileCount; ++i)
+        write(pending / ("order" + std::to_string(i) + ".velm_job") / "job.xml",
+              std::string(prologue) + "<data type=\"VELM_Job\" version=\"1.0\"><package name=\"Small\"/></data>\n");
+    const auto start = Clock::now();
+    return bench::run({"/proc/self/exe", "--list", home}).succeeded ? secondsSince(start) : 0;
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    base::setLogSink([](std::string_view) {});
+    if (count == 3 && std::string_view(arguments[1]) == "--list") return listTickets(arguments[2]);
+    if (count != 2) {
+        std::fprintf(stderr, "usage: velm_bench_engine VELMCTL\n");
+        return 2;
+    }
+    const std::string velmctl = fs::absolute(arguments[1]);
+    char pattern[] = "/tmp/velm-bench-XXXXXX";
+    if (!mkdtemp(pattern)) return 1;
+    const fs::path folder = pattern;
+
+    samples::Photograph small;
+    small.width = 1500;
+    small.height = 1000;
+    small.name = "small";
+    std::string error;
+    const std::vector<std::uint8_t> photograph = samples::jpegOf(small, error);
+    layOut(folder / "process", velmctl);
+    const auto report = [](const char* what, double value, const char* unit) {
+        if (value > 0)
+            std::printf("| %s | %.3g %s |\n", what, value, unit);
+        else
+            std::printf("| %s | failed |\n", what);
+        std::fflush(stdout);
+    };
+    std::printf("| the engine, by the clock on the wall | |\n|---|---|\n");
+    const double processed = processAll(folder / "process", velmctl, photograph);
+    report("50 small orders, velmctl process", processed > 0 ? 60 * orderCount / processed : 0, "orders a minute");
+    const double watched = watchAll(folder / "watch", velmctl, photograph);
+    report("50 small orders in a watched folder", watched > 0 ? 60 * orderCount / watched : 0, "orders a minute");
+    base::setPlaces(base::Places::below(folder / "find"));
+    report("a package among 10000 is found in", findPackage(folder / "find/packages"), "s");
+    report("10000 tickets are listed after the start in", startToListed(folder / "list", velmctl), "s");
+    std::error_code ignored;
+    fs::remove_all(folder, ignored);
+    return 0;
+}
