@@ -8,6 +8,7 @@
 #include "platform/run/MainQueue.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <string_view>
@@ -78,6 +79,11 @@ int Session::runBesideMainQueue(const std::function<int()>& work) {
     });
     loop.run();
     return result;
+}
+
+void Session::endProcess(int status) {
+    std::fflush(nullptr);
+    _exit(status);
 }
 
 } // namespace velmctl

@@ -26,6 +26,10 @@ public:
     /// An engine that waits for the main queue is never kept waiting by a command.
     static int runBesideMainQueue(const std::function<int()>& work);
 
+    /// Ends the process of a command that has started the engine. Its streams go on until the process ends, and would
+    /// meet the destruction of what they use if the process left by way of main().
+    [[noreturn]] static void endProcess(int status);
+
 private:
     std::unique_ptr<AppDelegate> appDelegate_;
 };

@@ -3,6 +3,7 @@
 #include "Console.h"
 #include "InstanceLock.h"
 #include "Session.h"
+#include "app/VELM.h"
 #include "base/Places.h"
 #include "folders/DefaultsKeys.h"
 #include "jobs/VELM_JobFolders.h"
@@ -69,26 +70,19 @@ public:
         sigemptyset(&signals_);
         sigaddset(&signals_, SIGINT);
         sigaddset(&signals_, SIGTERM);
-        sigaddset(&signals_, SIGUSR1); // ends the thread itself
         pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
         // A reader of the results that goes away must not end the engine.
         std::signal(SIGPIPE, SIG_IGN);
     }
 
-    ~Interruption() {
-        if (!thread_.joinable()) return;
-        pthread_kill(thread_.native_handle(), SIGUSR1);
-        thread_.join();
-    }
-
-    /// From now on a signal stops the loop.
+    /// From now on a signal stops the loop. Both must stay till the end of the process.
     void obey(run::RunLoop& loop) {
-        thread_ = std::thread([this, &loop] { wait(loop); });
+        std::thread([this, &loop] { wait(loop); }).detach();
     }
 
 private:
     void wait(run::RunLoop& loop) {
-        if (!received()) return;
+        receive();
         VELM_JobFolders::stopStartingJobs();
         // The flag changes on the main queue, so looked at from there it can't change between the two steps.
         run::mainQueue()->async([this, &loop] {
@@ -100,21 +94,19 @@ private:
             else
                 Console::shared().diagnostic("ending after the running order; interrupt again to end at once");
         });
-        if (!received()) return;
+        receive();
         // The running order stands where it was and runs again at the next start.
         Console::shared().diagnostic("ended in the middle of an order");
         _exit(exitFailure);
     }
 
-    bool received() {
+    void receive() {
         int signal = 0;
         while (sigwait(&signals_, &signal) != 0) {
         }
-        return signal != SIGUSR1;
     }
 
     sigset_t signals_{};
-    std::thread thread_;
     run::Observation ending_;
 };
 
@@ -136,15 +128,20 @@ int watch(const Options& options, bool paused) {
     const RunningJobDisplay display;
     VELM_JobFolders::jobsPending(); // the first use starts the engine
     const auto folders = VELM_JobFolders::enabledFolders();
-    for (const VELM_JobFolders::Ref& folder : folders)
-        Console::shared().result("watching " + folder->urlOfJobs().path());
+    for (const VELM_JobFolders::Ref& folder : folders) {
+        // The engine makes it too, some time later; who reads the line may put an order there at once.
+        const base::URL url = folder->urlOfJobs();
+        VELM::makeDirectory(url,
+                            [](const base::Error& error) { Console::shared().diagnostic(error.localizedDescription); });
+        Console::shared().result("watching " + url.path());
+    }
     if (folders.empty()) {
         Console::shared().diagnostic("no folder is enabled, so there is nothing to watch");
-        return exitFailure;
+        Session::endProcess(exitFailure);
     }
     interruption.obey(loop);
     loop.run();
-    return exitSuccess;
+    Session::endProcess(exitSuccess);
 }
 
 } // namespace
