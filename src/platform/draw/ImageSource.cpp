@@ -53,6 +53,8 @@ base::Dictionary propertiesOf(const Picture& picture) {
         properties.insert_or_assign(std::string(kCGImagePropertyProfileName), pixels.colorSpace()->name());
     if (picture.dpiWidth) properties.insert_or_assign(std::string(kCGImagePropertyDPIWidth), *picture.dpiWidth);
     if (picture.dpiHeight) properties.insert_or_assign(std::string(kCGImagePropertyDPIHeight), *picture.dpiHeight);
+    for (const auto& [key, value] : picture.properties)
+        properties.insert_or_assign(key, value);
     if (picture.orientation) properties.emplace(kCGImagePropertyOrientation, *picture.orientation);
     return properties;
 }

@@ -3,12 +3,15 @@
 #include "internal/PictureFixtures.h"
 #include "internal/ScaledPixels.h"
 #include "platform/draw/ColorSpace.h"
+#include "platform/draw/ImageDestination.h"
 #include "platform/draw/ImageMetadata.h"
 #include "support/TemporaryDirectory.h"
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <lcms2.h>
 #include <string>
 
 using namespace platform::draw;
@@ -342,8 +345,64 @@ TEST(ImageSource, FilesAreReadAnewAndMustBeTheSame) {
         EXPECT_FALSE(ImageSource::createWithURL(base::URL::fileURLWithPath(missing)));
 }
 
+TEST(ImageSource, ReadsBackTheMetadataOfProducts) {
+    const auto image = (*sourceOf(jpegOf(Pixels::of(20, 10, photographLike))))->imageAtIndex(0);
+    for (const std::string_view type : {"public.jpeg", "public.png", "public.tiff"}) {
+        for (const std::string comment : {"VELM comment", "Gr\u00FC\u00DFe, \u5199\u771F"}) {
+            SCOPED_TRACE(std::string(type) + " " + comment);
+            auto destination = ImageDestination::createWithData(type);
+            ASSERT_TRUE(destination);
+            const base::Dictionary exif{
+                {"UserComment", comment}, {"MakerNote", "VELM XML"}, {"DateTimeOriginal", "2026:03:15 10:11:12"}};
+            (*destination)->addImage(image, {{"Orientation", 1}, {"{Exif}", exif}});
+            ASSERT_TRUE((*destination)->finalize());
+            const auto source = sourceOf((*destination)->takeData());
+            ASSERT_TRUE(source);
+            EXPECT_EQ((*source)->typeIdentifier(), type);
+            const base::Dictionary& properties = (*source)->propertiesAtIndex(0);
+            EXPECT_EQ(base::valueForKey(properties, "Orientation"), base::Value(1));
+            const auto* read = base::valueForKey(properties, "{Exif}").as<base::Dictionary>();
+            ASSERT_TRUE(read);
+            for (const auto& [key, value] : exif)
+                EXPECT_EQ(base::valueForKey(*read, key).description(), value.description()) << key;
+        }
+    }
+}
+
+// Whether a picture's profile is applied to the reduced rows as they come, or to the whole reduced picture at once.
 TEST(ImageSource, ConvertsProfilesAfterReduction) {
-    // A profile whose red and blue are exchanged would be absurd; a grey one on an RGB picture is, and is passed over.
+    const auto exchanged = [] { // a profile with the primaries in another order: nobody can overlook it
+        const cmsCIExyY white{0.3127, 0.3290, 1};
+        const cmsCIExyYTRIPLE primaries{{0.30, 0.60, 1}, {0.64, 0.33, 1}, {0.15, 0.06, 1}};
+        cmsToneCurve* curve = cmsBuildGamma(nullptr, 2.2);
+        cmsToneCurve* const curves[]{curve, curve, curve};
+        cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
+        cmsUInt32Number size = 0;
+        cmsSaveProfileToMem(profile, nullptr, &size);
+        std::vector<std::uint8_t> bytes(size);
+        cmsSaveProfileToMem(profile, bytes.data(), &size);
+        cmsCloseProfile(profile);
+        cmsFreeToneCurve(curve);
+        return bytes;
+    };
+    JpegOptions options;
+    options.profile = exchanged();
+    const Pixels red = Pixels::of(64, 48, [](double, double) { return Color{230, 30, 20}; });
+    const auto source = sourceOf(jpegOf(red, options));
+    ASSERT_TRUE(source);
+    const ImageRef image = (*source)->imageAtIndex(0);
+    EXPECT_FALSE(image->colorSpace()->isSRGB());
+    const Bitmap converted = *scaledBitmap(*image, 30, 20, Quality::final, ColorSpace::sRGB());
+    EXPECT_GT(converted.row(5)[4 * 5 + 1], 200) << "their red is our green";
+    EXPECT_LT(converted.row(5)[4 * 5 + 2], 90);
+
+    const Bitmap own = *scaledBitmap(*image, 30, 20, Quality::final, image->colorSpace());
+    const Bitmap later = *scaledBitmap(*Image::fromBitmap(own), 30, 20, Quality::final, ColorSpace::sRGB());
+    for (int y = 0; y < 20; ++y)
+        EXPECT_TRUE(std::equal(converted.row(y), converted.row(y) + 120, later.row(y)));
+}
+
+TEST(ImageSource, PassesOverProfilesThatDoNotFit) {
     JpegOptions options;
     options.profile = ColorSpace::gray()->iccData().bytes;
     const Pixels pixels = Pixels::of(64, 64, photographLike);

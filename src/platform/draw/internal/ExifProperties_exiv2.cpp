@@ -47,8 +47,7 @@ base::Value propertyOf(const Exiv2::Exifdatum& datum) {
     case Exiv2::undefined: {
         std::vector<std::uint8_t> bytes(static_cast<std::size_t>(value.size()));
         value.copy(bytes.data(), Exiv2::invalidByteOrder);
-        if (isText(bytes)) return std::string(bytes.begin(), bytes.end());
-        return base::Data(std::move(bytes));
+        return exifBytes(std::move(bytes));
     }
     default:
         break;
@@ -61,6 +60,21 @@ base::Value propertyOf(const Exiv2::Exifdatum& datum) {
 }
 
 } // namespace
+
+std::string exifComment(const std::vector<std::uint8_t>& bytes, bool bigEndian) {
+    try {
+        Exiv2::CommentValue comment;
+        comment.read(bytes.data(), static_cast<long>(bytes.size()), bigEndian ? Exiv2::bigEndian : Exiv2::littleEndian);
+        return withoutPadding(comment.comment());
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
+base::Value exifBytes(std::vector<std::uint8_t> bytes) {
+    if (isText(bytes)) return std::string(bytes.begin(), bytes.end());
+    return base::Data(std::move(bytes));
+}
 
 base::Dictionary exifProperties(const std::vector<std::uint8_t>& exif) {
     base::Dictionary properties;

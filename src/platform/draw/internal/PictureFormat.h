@@ -23,6 +23,7 @@ struct Picture {
     std::optional<double> dpiWidth;
     std::optional<double> dpiHeight;
     std::optional<int> orientation; ///< Stated outside of `exif`.
+    base::Dictionary properties;    ///< What else is known: whole dictionaries, in place of those of `exif`.
 };
 
 struct PictureFormat {

@@ -1,6 +1,7 @@
 // TIFF by libtiff. Plain stripes of grey, RGB and CMYK with 8 or 16 bits come a row at a time, with all their colours;
 // everything else (tiles, palettes, planes, few bits) is decoded whole by the library's own conversion to RGB.
 #include "PictureFormat.h"
+#include "TiffProperties.h"
 #include "platform/draw/ColorSpace.h"
 
 #include <algorithm>
@@ -317,6 +318,7 @@ Picture pictureOf(const std::shared_ptr<const ByteSource>& bytes, const Decoder&
         picture.dpiWidth = density * perInch;
     if (const float density = decoder.field<float>(TIFFTAG_YRESOLUTION, 0); density > 0 && unit != RESUNIT_NONE)
         picture.dpiHeight = density * perInch;
+    picture.properties = tiffProperties(decoder.tiff());
     return picture;
 }
 
@@ -331,7 +333,8 @@ base::Result<std::vector<Picture>> openTiff(std::shared_ptr<const ByteSource> by
         const auto height = (*decoder)->field<std::uint32_t>(TIFFTAG_IMAGELENGTH, 0);
         if (!checkPictureSize(*bytes, width, height)) break; // the pages before it are good
         pictures.push_back(pictureOf(bytes, **decoder, pictures.size()));
-    } while (pictures.size() < maximumPages && TIFFReadDirectory((*decoder)->tiff()));
+    } while (pictures.size() < maximumPages &&
+             TIFFSetDirectory((*decoder)->tiff(), static_cast<tdir_t>(pictures.size())));
     return pictures;
 }
 
