@@ -13,6 +13,7 @@
 #include "platform/run/Progress.h"
 #include "template/RenderingContext.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -105,6 +106,10 @@ public:
     /// Called from the threads of the outputs.
     void recordWrittenFile(const std::string& path) const;
 
+    /// The job has ended and its file was moved away: what stands at its place now is another order. Any thread.
+    bool isDisposedOf() const { return isDisposedOf_; }
+    void setIsDisposedOf() { isDisposedOf_ = true; }
+
     // Writing ----------------------------------------------------------------------------------------------------
 
     using WriteResult = std::function<void(bool success, const std::optional<base::Error>& error)>;
@@ -171,6 +176,7 @@ private:
     std::vector<std::shared_ptr<VELM_Template>> templates_;
     std::vector<base::URL> images_;
 
+    std::atomic<bool> isDisposedOf_ = false;
     mutable std::mutex writtenFilesMutex_;
     mutable std::vector<std::string> writtenFiles_;
 };

@@ -209,7 +209,12 @@ void VELM_JobFolders::configureJobsFolder() {
         if (!dictJobs_) dictJobs_ = std::make_shared<FolderContainer>();
         container = dictJobs_;
     }
-    configureFolder(urlOfJobs(), container, std::string(key_jobs), jobFileUTType(), jobForItem, nullptr);
+    configureFolder(urlOfJobs(), container, std::string(key_jobs), jobFileUTType(), jobForItem, nullptr,
+                    [](const base::Object& object) { return static_cast<const VELM_Job&>(object).isDisposedOf(); });
+}
+
+void VELM_JobFolders::rescan() {
+    if (const auto stream = fileEvent()) stream->handleFileEventpaths(stream->observedPaths(), {});
 }
 
 /// All that a scan needs to know.
@@ -222,12 +227,14 @@ struct VELM_JobFolders::Watch {
     std::string utType;
     ObjectInit objectInit;
     Reload reload;
+    IsSpent isSpent;
 };
 
 void VELM_JobFolders::configureFolder(const base::URL& url, const std::shared_ptr<FolderContainer>& containerProperty,
                                       const std::string& keyPath, const std::string& utType, ObjectInit objectInit,
-                                      Reload reload) {
+                                      Reload reload, IsSpent isSpent) {
     if (!url.isFileURL() || keyPath.empty() || !objectInit || !containerProperty) return;
+    setFileEvent(nullptr); // first, or its scans would fill the container again
     folders::performSyncOnMainQueue([&] { observable().change(keyPath, [&] { containerProperty->removeAll(); }); });
     if (!conformsToType(url, kUTTypeFolder)) {
         if (const auto made = makeFolder(url); !made) {
@@ -236,8 +243,9 @@ void VELM_JobFolders::configureFolder(const base::URL& url, const std::shared_pt
         }
     }
     const auto stream = KLARON_FileEvent::initWithObservedPaths({url.path()}, streamLatency);
-    auto watch = std::make_shared<const Watch>(Watch{weak_from_this(), stream, url.standardized(), containerProperty,
-                                                     keyPath, utType, std::move(objectInit), std::move(reload)});
+    auto watch =
+        std::make_shared<const Watch>(Watch{weak_from_this(), stream, url.standardized(), containerProperty, keyPath,
+                                            utType, std::move(objectInit), std::move(reload), std::move(isSpent)});
     stream->setEventBlock(
         [watch](const KLARON_FileEvent::Paths& paths, const KLARON_FileEvent::Flags&) { scan(*watch, paths); });
     // Stored first: a scan counts only while its stream is the folder's.
@@ -257,7 +265,12 @@ void VELM_JobFolders::scan(const Watch& watch, const KLARON_FileEvent::Paths& pa
         watch.url.path(), jobs::Depth::oneLevel,
         [&](const jobs::FolderItem& item) {
             const base::URL url = base::URL::fileURLWithPath(item.path);
-            if (!conformsToType(url, watch.utType) || removals.erase(item.path) > 0) return true;
+            if (!conformsToType(url, watch.utType)) return true;
+            const auto held = removals.find(item.path);
+            if (held != removals.end() && !(watch.isSpent && watch.isSpent(*held->second))) {
+                removals.erase(held);
+                return true;
+            }
             if (base::ObjectRef object = watch.objectInit(url)) additions.emplace(item.path, std::move(object));
             return true;
         },
@@ -265,6 +278,8 @@ void VELM_JobFolders::scan(const Watch& watch, const KLARON_FileEvent::Paths& pa
             base::log("%@:%@", base::URL::fileURLWithPath(path), error);
             return true;
         });
+    for (const auto& [path, object] : additions)
+        removals.erase(path); // of a spent object, which the new one replaces
     if (removals.empty() && additions.empty()) return;
 
     folders::performSyncOnMainQueue([&] {

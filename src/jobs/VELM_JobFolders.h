@@ -99,16 +99,21 @@ public:
     KLARON_FileEvent::Ref fileEvent() const;
     /// Forgets the folder's jobs and starts its stream anew; the stream's first event makes the first scan.
     void configureJobsFolder();
+    /// Looks at the folder soon, as if it had changed.
+    void rescan();
     /// Ends the stream; the jobs stay.
     void stopWatching() { setFileEvent(nullptr); }
 
     using ObjectInit = std::function<base::ObjectRef(const base::URL& item)>;
+    /// Whether an object is done with: an item that stands at its path is a new one.
+    using IsSpent = std::function<bool(const base::Object& object)>;
     using Reload =
         std::function<void(const jobs::FolderContainer::Items& removed, const jobs::FolderContainer::Items& added)>;
     /// Keeps `container` equal to what the folder holds of that type, from now on. Items of which `objectInit` makes
     /// nothing are tried again at each scan. Notifies on `keyPath`, then calls `reload`, on the main queue.
     void configureFolder(const base::URL& url, const std::shared_ptr<jobs::FolderContainer>& containerProperty,
-                         const std::string& keyPath, const std::string& utType, ObjectInit objectInit, Reload reload);
+                         const std::string& keyPath, const std::string& utType, ObjectInit objectInit, Reload reload,
+                         IsSpent isSpent = nullptr);
 
     std::string className() const override { return "VELM_JobFolders"; }
     std::string description() const override;

@@ -51,6 +51,7 @@ protected:
         finishedToken_ = VELM_JobFolders::observeFinishedJobs([this](const VELM_JobFolders::FinishedJob& finished) {
             std::unique_lock lock(mutex_);
             finished_.push_back(finished);
+            if (whenFinished_) whenFinished_(finished_.size());
             released_.wait(lock, [this] { return !isHeld_; });
         });
         ASSERT_TRUE(pump([this] { return folder_->fileEvent() && folder_->fileEvent()->isRunning(); }));
@@ -115,6 +116,7 @@ protected:
     std::condition_variable released_;
     bool isHeld_ = false;
     std::vector<VELM_JobFolders::FinishedJob> finished_;
+    std::function<void(std::size_t count)> whenFinished_; ///< Called on the job's thread once its file is moved.
     platform::run::Observation finishedToken_;
 };
 
@@ -202,6 +204,49 @@ TEST_F(JobFolders, AJobThatCannotBeMovedBlocksTheQueueUntilItsFileGoes) {
     ASSERT_TRUE(finished(2));
     EXPECT_EQ(finishedJobs()[1].job->name(), "next");
     EXPECT_FALSE(finishedJobs()[1].moveError);
+}
+
+TEST_F(JobFolders, RunsAnOrderThatComesUnderTheNameOfOneThatHasJustEnded) {
+    watch();
+    whenFinished_ = [](std::size_t count) {
+        if (count == 2) { // or the third would have the first one's name, if all end within one second
+            fs::rename(home() / "engine/Completed", home() / "engine/CompletedBefore");
+            fs::create_directories(home() / "engine/Completed");
+        }
+        if (count < 3) drop("same.velm_job", count == 1 ? "<package name='Nowhere'/>" : goodOrder);
+    };
+    setRunning(true);
+    drop("same.velm_job", goodOrder);
+    ASSERT_TRUE(finished(3));
+    const auto ended = finishedJobs();
+    EXPECT_TRUE(ended[0].success);
+    EXPECT_FALSE(ended[1].success); // read anew, not the ticket before it again
+    EXPECT_TRUE(ended[2].success);
+    ASSERT_TRUE(listed(0));
+    EXPECT_TRUE(namesIn("Watched").empty());
+
+    VELM_JobFolders::processJob(ended[0].job); // its file is another's now, or nobody's
+    settle();
+    EXPECT_EQ(finishedJobs().size(), 3U);
+}
+
+TEST_F(JobFolders, MovesNothingToAPlaceThatIsNoPath) {
+    watch();
+    LogCapture log;
+    ASSERT_TRUE(defaults().setObject("", key_velmFolderJobsCompleted));
+    ASSERT_TRUE(defaults().setObject("relative/folder", key_velmFolderJobsFailed));
+    setRunning(true);
+    drop("good.velm_job", goodOrder);
+    ASSERT_TRUE(finished(1));
+    EXPECT_TRUE(log.has("Failed to get (null) for jobfile:file://"));
+    fs::remove_all(home() / "engine/Watched/good.velm_job");
+    drop("bad.velm_job", "<package name='Nowhere'/>");
+    ASSERT_TRUE(finished(2));
+    EXPECT_EQ(namesIn("Watched"), std::vector<std::string>{"bad.velm_job"});
+    for (const auto& ended : finishedJobs()) {
+        EXPECT_TRUE(ended.moveError);
+        EXPECT_FALSE(ended.destination);
+    }
 }
 
 TEST_F(JobFolders, OneThreadOfManyWinsTheSlot) {
@@ -305,6 +350,19 @@ TEST_F(JobFolders, ADisabledFolderHasNoJobs) {
     folder_->configureJobsFolder();
     EXPECT_TRUE(VELM_JobFolders::jobsPending().empty());
     EXPECT_TRUE(fs::is_directory(home() / "engine/Watched/Jobs/Pending"));
+}
+
+TEST_F(JobFolders, AFolderThatCannotBeMadeIsNotWatchedAndNeitherIsTheOneBefore) {
+    watch();
+    LogCapture log;
+    drop("a.velm_job", goodOrder);
+    ASSERT_TRUE(listed(1));
+    folder_->setURL(URL::fileURLWithPath(home().write("engine/File", "") + "/inside"));
+    EXPECT_FALSE(folder_->fileEvent());
+    EXPECT_TRUE(log.has("ERROR: "));
+    drop("b.velm_job", goodOrder);
+    settle();
+    EXPECT_TRUE(VELM_JobFolders::jobsPending().empty());
 }
 
 TEST_F(JobFolders, TakesJobFilesFromOutside) {

@@ -56,6 +56,7 @@ private:
         candidate->setValue("urlJobContainer", jobContainer_);
 
         bool isFound = false;
+        bool isFallback = false;
         bool isSkipped = false;
         std::optional<std::string> name;
         candidate->parseXML([&](VELM_Package& package, const std::optional<base::Error>&, bool& stop) {
@@ -68,7 +69,7 @@ private:
                 isSkipped = true;
                 stop = true;
             } else {
-                fallback_ = candidate;
+                isFallback = true;
                 base::log("Found fallback package named %@ at %@", name, url);
             }
         });
@@ -76,7 +77,12 @@ private:
             base::log("Skipping package named %@ at %@", name, url);
             return false;
         }
-        if (!isFound) return false;
+        // The name was read off the start of the text; a file that can't be parsed beyond that is no package.
+        if (!(isFound || isFallback) || !candidate->xmlDoc()) return false;
+        if (!isFound) {
+            fallback_ = candidate;
+            return false;
+        }
         base::log("Found package named %@ at %@", name, url);
         found_ = candidate;
         return true;

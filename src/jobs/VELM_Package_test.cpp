@@ -1,3 +1,4 @@
+#include "base/Text.h"
 #include "internal/TestBed.h"
 #include "jobs/VELM_Job.h"
 #include "jobs/VELM_Package.h"
@@ -125,6 +126,13 @@ TEST_F(PackageSearch, LooksTwice) {
         {"no package at all", false, "Scanning package file"},
         {"", false, "Scanning package file"},
     };
+    std::string tooDeep = "<data type='VELM_Package' version='1.0' name='ABC'>";
+    for (std::size_t level = 0; level <= platform::data::maximumXMLDepth; ++level)
+        tooDeep += "<a>";
+    for (const std::string_view name : {"ABC", "ABCLS"}) {
+        shared("candidate.xml", base::replacingAll(tooDeep, "ABC", name));
+        EXPECT_EQ(find("ABC", landscape), "(none)") << name; // a name, but nothing that can be parsed
+    }
     for (const auto& c : cases) {
         shared("candidate.xml", c.content);
         LogCapture log;

@@ -27,7 +27,7 @@ VELM_JobFolders::FinishedJob disposeOfJob(const VELM_Job::Ref& job, const std::o
 
     const auto folder =
         UserDefaults::standard().stringForKey(success ? key_velmFolderJobsCompleted : key_velmFolderJobsFailed);
-    if (!folder) {
+    if (!folder || !folder->starts_with('/')) { // nothing else names a place of its own
         const std::string words = base::message("Failed to get %@ for jobfile:%@", nullptr, job->documentURL());
         base::log("%@", words);
         finished.moveError = base::Error{std::string(base::cocoaErrorDomain), 4, words};
@@ -42,6 +42,7 @@ VELM_JobFolders::FinishedJob disposeOfJob(const VELM_Job::Ref& job, const std::o
         finished.moveError = moved.error();
         return finished;
     }
+    job->setIsDisposedOf();
     const auto counted = UserDefaults::standard().addToInteger(
         success ? key_velmProcessorJobsCompleted : key_velmProcessorJobsFailed, 1);
     if (!counted) base::log("%@", counted.error());

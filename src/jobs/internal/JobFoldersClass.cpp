@@ -263,7 +263,8 @@ void JobFoldersClass::processJob(const VELM_Job::Ref& job) {
     base::log("%s%@", "+[VELM_JobFolders processJob:]", job);
     // Also what keeps a job that has ended, but could not be moved away, from running again.
     if (!job || job == currentJob()) return;
-    while (conformsToType(job->documentURL(), kUTTypeXML) && isPending(*job) && startsJobs_ && !isRetired_) {
+    while (!job->isDisposedOf() && conformsToType(job->documentURL(), kUTTypeXML) && isPending(*job) && startsJobs_ &&
+           !isRetired_) {
         platform::run::GroupRef running;
         if (claimSlot(job, running) == Claim::claimed) {
             job->processJob([this, &job](bool, const std::optional<base::Error>& error) { jobDidEnd(job, error); });
@@ -279,6 +280,7 @@ void JobFoldersClass::processJob(const VELM_Job::Ref& job) {
 void JobFoldersClass::jobDidEnd(const VELM_Job::Ref& job, const std::optional<base::Error>& error) {
     if (error) base::log("%@", *error);
     const VELM_JobFolders::FinishedJob finished = disposeOfJob(job, error);
+    if (job->isDisposedOf() && platform::data::typeIdentifierOfFile(job->documentURL())) rescanFolderOfJob(job);
     std::vector<VELM_JobFolders::FinishedCallback> callbacks;
     {
         std::lock_guard lock(finishedObservers_->mutex);
@@ -300,6 +302,15 @@ void JobFoldersClass::jobDidEnd(const VELM_Job::Ref& job, const std::optional<ba
         group_ = nullptr;
     });
     announceChange();
+}
+
+/// For an order that came under the name of a job just as that was moved away: the scan that saw it come may have
+/// taken it for the job itself.
+void JobFoldersClass::rescanFolderOfJob(const VELM_Job::Ref& job) {
+    for (const FolderRef& folder : enabledFolders()) {
+        const Jobs jobs = folder->jobs();
+        if (std::find(jobs.begin(), jobs.end(), job) != jobs.end()) folder->rescan();
+    }
 }
 
 void JobFoldersClass::announceChange() {

@@ -54,6 +54,7 @@ private:
     enum class Claim { claimed, slotTaken, alreadyCurrent };
     Claim claimSlot(const VELM_Job::Ref& job, platform::run::GroupRef& running);
     void jobDidEnd(const VELM_Job::Ref& job, const std::optional<base::Error>& error);
+    void rescanFolderOfJob(const VELM_Job::Ref& job);
     void setIsProcessing(bool isProcessing);
     void waitForChange();
     void announceChange();
