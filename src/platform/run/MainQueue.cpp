@@ -72,11 +72,12 @@ public:
         for (; count > 0; --count) {
             std::unique_lock lock(mutex_);
             if (items_.empty()) return; // work that serves the queue itself has run the rest
-            const Work work = std::move(items_.front());
+            Work work = std::move(items_.front());
             items_.pop_front();
             lock.unlock();
             const QueueContext context(*this);
             work();
+            work = nullptr; // what it holds may end with a word to this queue
         }
     }
 

@@ -121,6 +121,7 @@ private:
             lock.unlock();
             const QueueContext context(*this);
             work();
+            work = nullptr; // what it holds may end with a word to this queue
         }
         std::lock_guard lock(mutex_);
         passOn();

@@ -95,6 +95,20 @@ TEST(SerialQueue, OutlivesItsHolderWhileItHasWork) {
     EXPECT_EQ(count, 100);
 }
 
+/// Work that holds something whose end asks whether it is on the queue.
+Work workThatEndsOn(const QueueRef& queue, std::atomic<bool>& endedOnQueue) {
+    const std::shared_ptr<void> held(nullptr, [&endedOnQueue, queue](void*) { endedOnQueue = queue->isCurrent(); });
+    return [held] {};
+}
+
+TEST(SerialQueue, LetsGoOfItsWorkInItsTurn) {
+    const QueueRef queue = Queue::serial();
+    std::atomic<bool> endedOnQueue = false;
+    queue->async(workThatEndsOn(queue, endedOnQueue));
+    queue->sync([] {});
+    EXPECT_TRUE(endedOnQueue);
+}
+
 TEST(GlobalQueue, GrowsWhenItsThreadsBlock) {
     // Each piece waits for the next one: without growth none but the last ones would ever run.
     constexpr int depth = 60;
