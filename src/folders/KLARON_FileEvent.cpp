@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <unordered_set>
 #include <utility>
 
 using platform::run::FileEventStream;
@@ -129,10 +130,12 @@ void KLARON_FileEvent::streamDidReport(Paths paths, Flags flags) {
                 return base::standardizingPath(observed) == base::standardizingPath(path);
             });
         };
-        for (std::size_t index = 0; index < paths.size(); ++index) {
+        std::unordered_set<std::string> reported(paths.begin(), paths.end());
+        for (std::size_t index = 0, count = paths.size(); index < count; ++index) {
             if (base::pathExtension(paths[index]).empty() || isObserved(paths[index])) continue;
             const std::string folder = base::deletingLastPathComponent(paths[index]);
-            if (!isObserved(folder) || std::find(paths.begin(), paths.end(), folder) != paths.end()) continue;
+            if (reported.contains(folder) || !isObserved(folder)) continue;
+            reported.insert(folder);
             paths.push_back(folder);
             flags.push_back(platform::run::fileEventFlags::none);
         }

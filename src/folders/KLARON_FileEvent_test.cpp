@@ -4,13 +4,18 @@
 #include "base/Log.h"
 #include "support/TemporaryDirectory.h"
 
+#include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
 #include <set>
+#include <string>
+#include <thread>
 #include <utility>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -122,6 +127,43 @@ TEST_F(FileEvent, LooksAgainAtAFolderWhenADocumentInsideItChanges) {
     directory_.write("in/order7.velm_job/job.xml", "<job/>");
     EXPECT_TRUE(waitFor(folder));
     EXPECT_EQ(takePaths(), (std::set<std::string>{folder, folder + "/order7.velm_job"}));
+}
+
+TEST_F(FileEvent, NamesAFolderOnceForManyDocumentsInsideIt) {
+    const std::string folder = directory_ / "in";
+    constexpr int count = 300;
+    for (int i = 0; i < count; ++i)
+        fs::create_directories(folder + "/" + std::to_string(i) + ".velm_job");
+    const auto event = make(folder);
+    struct Seen {
+        std::mutex mutex;
+        std::set<std::string> documents;
+        std::vector<std::size_t> countsOfFolder; // in each event that names a document
+    };
+    const auto seen = std::make_shared<Seen>();
+    event->setEventBlock([seen, folder](const auto& paths, const auto& flags) {
+        std::lock_guard lock(seen->mutex);
+        if (flags.empty()) return;
+        EXPECT_EQ(paths.size(), flags.size());
+        seen->documents.insert(paths.begin(), paths.end());
+        seen->countsOfFolder.push_back(static_cast<std::size_t>(std::count(paths.begin(), paths.end(), folder)));
+    });
+    event->setRun(true);
+    event->eventQueue()->sync([] {});
+    for (int i = 0; i < count; ++i)
+        directory_.write("in/" + std::to_string(i) + ".velm_job/job.xml", "<job/>");
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    for (;;) {
+        {
+            std::lock_guard lock(seen->mutex);
+            if (seen->documents.size() == count + 1) break;
+        }
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+        std::this_thread::sleep_for(1ms);
+    }
+    std::lock_guard lock(seen->mutex);
+    for (const std::size_t countOfFolder : seen->countsOfFolder)
+        EXPECT_EQ(countOfFolder, 1U);
 }
 
 TEST_F(FileEvent, ReportsTheFileThatItObserves) {
