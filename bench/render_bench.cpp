@@ -23,9 +23,9 @@
 namespace {
 
 struct Settings {
-    std::string photographs = "bench-photographs";
-    std::string peers; // folder of the peers' scripts; none without it
-    std::string once;  // the task to render once in this process, for its peak of memory
+    std::string photographs; // folder; they are made there when they are missing
+    std::string peers;       // folder of the peers' scripts; none without it
+    std::string once;        // the task to render once in this process, for its peak of memory
     int rounds = 7;
 };
 
@@ -129,6 +129,10 @@ Settings settingsFrom(int count, char** arguments) {
 
 int main(int count, char** arguments) {
     const Settings settings = settingsFrom(count, arguments);
+    if (settings.photographs.empty()) {
+        std::fprintf(stderr, "usage: velm_bench_render --photographs FOLDER [--peers FOLDER] [--rounds N]\n");
+        return 2;
+    }
     char pattern[] = "/tmp/velm-bench-XXXXXX";
     if (!mkdtemp(pattern)) return 1;
     const std::string folder = pattern;
