@@ -50,6 +50,10 @@ public:
     void setEventBlock(EventBlock block);
     void handleFileEventpaths(const Paths& paths, const Flags& flags);
 
+    /// Whether an entry of an observed folder, by its path below the observed one, is a folder that is still being made
+    /// or written to. It is delivered, again, once it is quiet.
+    bool isSettling(const std::string& path) const { return eventStream_->isSettling(path); }
+
     const Paths& observedPaths() const { return observedPaths_; }
     std::string className() const override { return "KLARON_FileEvent"; }
 

@@ -259,6 +259,8 @@ void VELM_JobFolders::scan(const Watch& watch, const KLARON_FileEvent::Paths& pa
     });
     if (!concernsFolder) return;
 
+    const auto stream = watch.stream.lock();
+    const std::string folderPath = stream ? stream->observedPaths().front() : std::string();
     FolderContainer::Items removals = watch.container->items();
     FolderContainer::Items additions;
     jobs::enumerateFolder(
@@ -271,6 +273,9 @@ void VELM_JobFolders::scan(const Watch& watch, const KLARON_FileEvent::Paths& pa
                 removals.erase(held);
                 return true;
             }
+            // What is still being copied in is left until it is whole: the stream tells of it once it is quiet.
+            if (stream && stream->isSettling(base::appendingPathComponent(folderPath, url.lastPathComponent())))
+                return true;
             if (base::ObjectRef object = watch.objectInit(url)) additions.emplace(item.path, std::move(object));
             return true;
         },

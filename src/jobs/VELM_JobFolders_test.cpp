@@ -7,6 +7,7 @@
 #include "platform/run/MainQueue.h"
 
 #include <condition_variable>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
 #include <thread>
@@ -306,6 +307,30 @@ TEST_F(JobFolders, TriesWhatItCouldNotReadAgainWhenItChanges) {
     EXPECT_TRUE(listed(1));
     home().write("engine/Watched/cut.velm_job/job.xml", ticket);
     EXPECT_TRUE(listed(2));
+}
+
+TEST_F(JobFolders, LeavesABundleThatIsBeingCopiedInUntilItIsWhole) {
+    watch();
+    setRunning(true);
+    home().write("engine/Watched/slow.velm_job/job.xml", nativeTicket(goodOrder));
+    const std::string images = home() / "engine/Watched/slow.velm_job/Images";
+    fs::create_directories(images);
+    std::ofstream picture(images + "/a.jpg");
+    for (std::size_t part = 1; part <= 8; ++part) {
+        // Another order ends meanwhile, which makes the folder be looked at.
+        const std::string other = "other" + std::to_string(part) + ".velm_job";
+        picture << "more" << std::flush;
+        drop(other, goodOrder);
+        ASSERT_TRUE(pump([&] {
+            picture << "more" << std::flush;
+            return finishedJobs().size() >= part && !fs::exists(home() / ("engine/Watched/" + other));
+        })) << part;
+        EXPECT_EQ(finishedJobs().back().job->name(), base::deletingPathExtension(other));
+    }
+    picture.close();
+    ASSERT_TRUE(finished(9));
+    EXPECT_EQ(finishedJobs().back().job->name(), "slow");
+    EXPECT_FALSE(finishedJobs().back().moveError);
 }
 
 TEST_F(JobFolders, ReadsSingleTicketsAndCopiesForeignOnes) {

@@ -1,9 +1,9 @@
 // Streams of file-system events with the granularity of folders, grouped by a latency.
 //
 // A stream observes paths. For a folder it reports a change among its entries under the folder's own path, and a change
-// inside one of its subfolders (one level down) under that subfolder's path. For a file, or in per-file mode, it
-// reports the path of the file. Paths are reported as they were given, followed by the entry's name: links are not
-// resolved.
+// inside one of its subfolders, or in a folder inside that, under that subfolder's path; what lies deeper is not seen.
+// For a file it reports the path of the file, and so in per-file mode for the files in a folder and in its subfolders.
+// Paths are reported as they were given, followed by the entry's name: links are not resolved.
 //
 // An observed path need not exist: its appearance is reported, as are its removal and its return. Where the system
 // brings no events (network volumes) or has no watches left, the folder is polled. When events were lost, the observed
@@ -40,8 +40,9 @@ public:
         std::chrono::nanoseconds latency{std::chrono::milliseconds(500)};
         /// The first change after a quiet time is delivered at once and those that follow are grouped; without it the
         /// first one waits for the latency too. What is still being made waits in either case: a new entry until its
-        /// file is closed or the latency has passed, and changes inside a subfolder until it has been quiet there for
-        /// the latency, though never longer than `patience` latencies.
+        /// file is closed or the latency has passed, though never longer than `patience` latencies; and changes inside
+        /// a subfolder until it has been quiet there for the latency (where it is polled: for a look), however long
+        /// that takes and whatever else is delivered meanwhile.
         bool noDefer = true;
         int patience = 5;
         /// Report changed files, not the folders that they are in.
@@ -67,6 +68,10 @@ public:
     bool start();
     /// No call of the callback begins after this has returned on the stream's own queue.
     void stop();
+    /// Whether the subfolder, by the path under which it is reported, is still being made: something changed inside it
+    /// that waits for it to be quiet there, and will be delivered. Knows all that has happened before the call where
+    /// events come. Never in per-file mode.
+    bool isSettling(const std::string& subfolder);
 
 private:
     class Implementation;

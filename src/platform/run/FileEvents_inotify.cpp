@@ -26,10 +26,12 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-// Entries come and go, files are closed after writing, modes and times change. Not each single write: what is still
-// open is still being made.
+// Entries come and go, files are closed after writing, modes and times change. Not each single write: a file that is
+// still open is still being made.
 constexpr std::uint32_t entryMask =
     IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE | IN_ATTRIB | IN_EXCL_UNLINK;
+// Inside a subfolder each write counts: it is what tells a document that is still being copied.
+constexpr std::uint32_t insideMask = entryMask | IN_MODIFY;
 constexpr std::uint32_t selfMask = IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr std::uint32_t arrivalMask = IN_CREATE | IN_MOVED_TO;
 constexpr std::uint32_t placeMask = arrivalMask | IN_DELETE | IN_MOVED_FROM;
@@ -104,12 +106,13 @@ public:
 
     void descriptorIsReadable() override {
         std::lock_guard lock(mutex_);
-        if (!watches_) return;
-        changes_.clear();
-        needsRebuild_ = false;
-        watches_->read([this](const InotifyWatches::Record& record) { handle(record); });
-        if (needsRebuild_) rebuildAndReport();
-        collector_->add(changes_);
+        readRecords();
+    }
+
+    bool isSettling(const std::string& subfolder) {
+        std::lock_guard lock(mutex_);
+        readRecords();
+        return collector_->isSettling(subfolder);
     }
 
     void mountsDidChange() override {
@@ -196,7 +199,14 @@ private:
     }
 
     void watchSubfolder(Root& root, const std::string& path) {
-        check(root, watches_->add(path, entryMask | IN_DONT_FOLLOW));
+        watchInside(root, path);
+        if (options_.fileEvents) return;
+        for (const FolderEntry& entry : folderEntries(path))
+            if (entry.isFolder) watchInside(root, pathOfEntry(path, entry.name));
+    }
+
+    void watchInside(Root& root, const std::string& path) {
+        check(root, watches_->add(path, (options_.fileEvents ? entryMask : insideMask) | IN_DONT_FOLLOW));
     }
 
     void check(Root& root, int error) {
@@ -210,8 +220,21 @@ private:
 
     // Handling -------------------------------------------------------------------------------------------------------
 
+    void readRecords() {
+        if (!watches_) return;
+        changes_.clear();
+        needsRebuild_ = false;
+        watches_->read([this](const InotifyWatches::Record& record) { handle(record); });
+        if (needsRebuild_) rebuildAndReport();
+        collector_->add(changes_);
+    }
+
     void report(std::string path, std::uint32_t flags = fileEventFlags::none, bool isSettling = false) {
         changes_.push_back({std::move(path), flags, isSettling});
+    }
+
+    void reportInside(std::string subfolder, nanoseconds quietTime) {
+        changes_.push_back({std::move(subfolder), fileEventFlags::none, true, std::max(quietTime, nanoseconds(1))});
     }
 
     // Whatever was lost with the old watches is covered: each path is reported as a whole.
@@ -238,7 +261,10 @@ private:
             } else if (record.folder == root.path) {
                 rootFolderDidChange(root, record);
             } else if (isEntryOf(root.path, record.folder)) {
-                subfolderDidChange(record);
+                subfolderDidChange(root, record);
+            } else if (!options_.fileEvents && isEntryOf(root.path, base::deletingLastPathComponent(record.folder))) {
+                if (!record.name.empty())
+                    reportInside(base::deletingLastPathComponent(record.folder), options_.latency);
             } else if (record.folder == base::deletingLastPathComponent(root.path)) {
                 parentDidChange(root, record);
             }
@@ -257,23 +283,33 @@ private:
         report(options_.fileEvents ? entry : root.path, fileEventFlags::none, isSettling);
         if (!(record.mask & IN_ISDIR)) return;
         if (record.mask & IN_MOVED_FROM) {
-            watches_->remove(entry); // the watch would follow it to its new place
+            watches_->removeTree(entry); // the watches would follow it to its new place
         } else if (isArrival) {
             watchSubfolder(root, entry);
             // What was put into it before it was watched.
-            if (!options_.fileEvents)
-                report(entry, fileEventFlags::none, isSettling);
+            if (!options_.fileEvents && isSettling)
+                reportInside(entry, options_.latency);
+            else if (!options_.fileEvents)
+                report(entry);
             else
                 for (const FolderEntry& inside : folderEntries(entry))
                     if (!inside.isFolder) report(pathOfEntry(entry, inside.name), fileEventFlags::none, isSettling);
         }
     }
 
-    void subfolderDidChange(const InotifyWatches::Record& record) {
+    void subfolderDidChange(Root& root, const InotifyWatches::Record& record) {
         if (record.name.empty()) return; // its own coming and going is told of its parent
-        std::string path = record.folder;
-        if (options_.fileEvents) path = pathOfEntry(path, std::string(record.name));
-        report(std::move(path), fileEventFlags::none, true);
+        const std::string entry = pathOfEntry(record.folder, std::string(record.name));
+        if (options_.fileEvents) {
+            report(entry, fileEventFlags::none, true);
+            return;
+        }
+        reportInside(record.folder, options_.latency);
+        if (!(record.mask & IN_ISDIR)) return;
+        if (record.mask & IN_MOVED_FROM)
+            watches_->remove(entry);
+        else if (record.mask & arrivalMask)
+            watchInside(root, entry);
     }
 
     // Of the folder in which the observed path, or what leads to it, stands or is to come.
@@ -325,14 +361,19 @@ private:
         if (generation != generation_) return;
         Root& root = roots_[index];
         changes_.clear();
+        constexpr int rarity = 10; // a look never takes more than a tenth of the time
+        const nanoseconds delay = std::max<nanoseconds>(options_.pollInterval, duration * rarity);
         if (standing != root.standing) report(path, fileEventFlags::rootChanged);
-        for (std::string& changed : root.snapshot.changesTo(snapshot))
-            report(std::move(changed));
+        for (std::string& changed : root.snapshot.changesTo(snapshot)) {
+            if (changed == path || options_.fileEvents)
+                report(std::move(changed));
+            else // until the next look finds it as it is
+                reportInside(std::move(changed), delay + duration + options_.latency);
+        }
         root.standing = standing;
         root.snapshot = std::move(snapshot);
         collector_->add(changes_);
-        constexpr int rarity = 10; // a look never takes more than a tenth of the time
-        schedulePoll(index, std::max(options_.pollInterval, duration * rarity));
+        schedulePoll(index, delay);
     }
 
     Options options_;
@@ -365,6 +406,10 @@ bool FileEventStream::start() {
 
 void FileEventStream::stop() {
     implementation_->stop();
+}
+
+bool FileEventStream::isSettling(const std::string& subfolder) {
+    return implementation_->isSettling(subfolder);
 }
 
 } // namespace platform::run

@@ -118,15 +118,76 @@ TEST_F(FileEvents, ReportsFoldersUnderTheirOwnPath) {
 
 TEST_F(FileEvents, SaysNothingOfWhatLiesDeeperOrBeside) {
     const std::string folder = directory_ / "in";
-    fs::create_directories(folder + "/sub/deep");
+    fs::create_directories(folder + "/sub/deep/deeper");
     const auto stream = start({folder});
-    directory_.write("in/sub/deep/file", "x");
+    directory_.write("in/sub/deep/deeper/file", "x");
     directory_.write("beside/file", "x");
     directory_.write("in2", "x");
     directory_.write("in/last", "x");
     EXPECT_TRUE(reports_.take(folder));
     for (const auto& paths : reports_.deliveries())
         EXPECT_THAT(paths, ElementsAre(folder));
+}
+
+TEST_F(FileEvents, ReportsWhatChangesInAFolderInsideASubfolderUnderTheSubfolder) {
+    const std::string order = directory_ / "in/order.velm_job";
+    fs::create_directories(order + "/Images");
+    for (const bool alwaysPoll : {false, true}) {
+        const std::string suffix = alwaysPoll ? "polled" : "";
+        const auto stream = start({directory_ / "in"}, {.alwaysPoll = alwaysPoll});
+        directory_.write("in/order.velm_job/Images/a.jpg" + suffix, "x");
+        EXPECT_TRUE(reports_.take(order)) << suffix;
+        fs::create_directories(order + "/Packages" + suffix);
+        EXPECT_TRUE(reports_.take(order)) << suffix;
+        directory_.write("in/order.velm_job/Packages" + suffix + "/p.xml", "x");
+        EXPECT_TRUE(reports_.take(order)) << suffix;
+        EXPECT_FALSE(reports_.hasSeen(order + "/Images"));
+    }
+    // One that is moved out is not followed by what is inside it either.
+    const auto stream = start({directory_ / "in"});
+    fs::rename(order, directory_ / "away");
+    EXPECT_TRUE(reports_.take(directory_ / "in"));
+    reports_.forget();
+    directory_.write("away/Images/b.jpg", "x");
+    directory_.write("in/last", "x");
+    EXPECT_TRUE(reports_.take(directory_ / "in"));
+    EXPECT_FALSE(reports_.hasSeen(order));
+}
+
+TEST_F(FileEvents, KnowsWhatIsStillBeingWritten) {
+    const std::string folder = directory_ / "in";
+    fs::create_directories(folder + "/old/Images");
+    const auto clock = std::make_shared<ManualClock>();
+    FileEventStream stream({folder}, {.latency = 1s, .clock = clock}, reports_.callback());
+    const QueueRef queue = Queue::serial();
+    stream.setQueue(queue);
+    ASSERT_TRUE(stream.start());
+    EXPECT_FALSE(stream.isSettling(folder + "/old"));
+    fs::create_directories(folder + "/new/Images");
+    EXPECT_TRUE(stream.isSettling(folder + "/new"));
+    std::ofstream picture(folder + "/old/Images/a.jpg");
+    // Ten seconds of writing into one file, with others coming and going beside it.
+    for (int second = 0; second < 10; ++second) {
+        fs::rename(directory_.write("ticket", ""), folder + "/ticket" + std::to_string(second));
+        for (int step = 0; step < 11; ++step) {
+            picture << "more" << std::flush;
+            EXPECT_TRUE(stream.isSettling(folder + "/old")) << second;
+            clock->advance(100ms);
+            queue->sync([] {});
+        }
+        EXPECT_TRUE(reports_.take(folder)) << second;
+        EXPECT_FALSE(reports_.hasSeen(folder + "/old")) << second;
+        EXPECT_FALSE(stream.isSettling(folder + "/new")) << second;
+    }
+    picture.close();
+    EXPECT_TRUE(stream.isSettling(folder + "/old"));
+    clock->advance(1s);
+    EXPECT_TRUE(reports_.take(folder + "/old"));
+    EXPECT_FALSE(stream.isSettling(folder + "/old"));
+
+    fs::create_directories(directory_ / "aside/Images");
+    fs::rename(directory_ / "aside", folder + "/whole");
+    EXPECT_FALSE(stream.isSettling(folder + "/whole")); // moved in
 }
 
 TEST_F(FileEvents, ReportsAFileThatIsWrittenOrReplaced) {
@@ -298,6 +359,7 @@ struct Step {
     std::string change;    // empty: none
     bool isSettling;       // of the change
     std::string delivered; // after this step, each delivery in brackets
+    int quietTime = 0;     // of the change, in milliseconds
 };
 
 struct GroupingCase {
@@ -336,7 +398,8 @@ TEST_P(EventGrouping, Delivers) {
             clock->advance(50ms);
             queue->sync([] {});
         }
-        if (!step.change.empty()) collector->add({{step.change, 0, step.isSettling}});
+        if (!step.change.empty())
+            collector->add({{step.change, 0, step.isSettling, std::chrono::milliseconds(step.quietTime)}});
         queue->sync([&] { EXPECT_EQ(delivered, step.delivered) << "at " << step.milliseconds; });
     }
 }
@@ -382,7 +445,26 @@ INSTANTIATE_TEST_SUITE_P(
         GroupingCase{
             "what is finished takes along what is being made",
             true,
-            {{0, "a", true, ""}, {300, "b", false, "[ab]"}, {400, "c", true, "[ab]"}, {1400, "", false, "[ab][c]"}}}),
+            {{0, "a", true, ""}, {300, "b", false, "[ab]"}, {400, "c", true, "[ab]"}, {1400, "", false, "[ab][c]"}}},
+        GroupingCase{"but not what changes inside a folder",
+                     true,
+                     {{0, "f", true, "", 1000},
+                      {300, "b", false, "[b]"},
+                      {900, "f", true, "[b]", 1000},
+                      {1850, "g", true, "[b]", 3000},
+                      {1900, "", false, "[b][f]"},
+                      {4800, "", false, "[b][f]"},
+                      {4850, "", false, "[b][f][g]"}}},
+        GroupingCase{"which waits as long as it takes",
+                     true,
+                     {{0, "f", true, "", 1000},
+                      {900, "f", true, "", 1000},
+                      {1800, "f", true, "", 1000},
+                      {2700, "f", true, "", 1000},
+                      {3600, "f", true, "", 1000},
+                      {4500, "f", true, "", 1000},
+                      {5400, "f", true, "", 1000},
+                      {6400, "", false, "[f]"}}}),
     [](const auto& test) {
         std::string name = test.param.name;
         std::erase_if(name, [](char character) { return !std::isalnum(static_cast<unsigned char>(character)); });

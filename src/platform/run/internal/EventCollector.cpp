@@ -28,6 +28,7 @@ void EventCollector::stop() {
     paths_.clear();
     flags_.clear();
     indexes_.clear();
+    quietAt_.clear();
     lastDelivery_.reset();
     firstSettling_.reset();
     due_.reset();
@@ -43,7 +44,16 @@ void EventCollector::add(const std::vector<CollectedChange>& changes) {
     scheduleLocked(now);
 }
 
+bool EventCollector::isSettling(const std::string& path) {
+    std::lock_guard lock(mutex_);
+    return quietAt_.contains(path);
+}
+
 void EventCollector::addLocked(const CollectedChange& change, Nanoseconds now) {
+    if (change.quietTime > Nanoseconds(0)) {
+        quietAt_[change.path] = now + change.quietTime;
+        return;
+    }
     const auto [place, isNew] = indexes_.try_emplace(change.path, paths_.size());
     if (isNew) {
         paths_.push_back(change.path);
@@ -63,16 +73,26 @@ void EventCollector::addLocked(const CollectedChange& change, Nanoseconds now) {
     }
 }
 
+std::optional<EventCollector::Nanoseconds> EventCollector::nextDueLocked() const {
+    std::optional<Nanoseconds> next = due_;
+    for (const auto& [path, quietAt] : quietAt_) {
+        const Nanoseconds wanted = lastDelivery_ ? std::max(quietAt, *lastDelivery_ + latency_) : quietAt;
+        next = next ? std::min(*next, wanted) : wanted;
+    }
+    return next;
+}
+
 void EventCollector::scheduleLocked(Nanoseconds now) {
-    if (!due_ || !queue_ || (nextLook_ && *nextLook_ <= *due_)) return;
-    nextLook_ = due_;
+    const std::optional<Nanoseconds> due = nextDueLocked();
+    if (!due || !queue_ || (nextLook_ && *nextLook_ <= *due)) return;
+    nextLook_ = due;
     auto look = [weak = weak_from_this(), run = run_] {
         if (const auto self = weak.lock()) self->deliverIfDue(run);
     };
-    if (*due_ <= now)
+    if (*due <= now)
         queue_->async(std::move(look));
     else
-        clock_->after(*due_ - now, queue_, std::move(look));
+        clock_->after(*due - now, queue_, std::move(look));
 }
 
 void EventCollector::deliverIfDue(std::uint64_t run) {
@@ -84,18 +104,33 @@ void EventCollector::deliverIfDue(std::uint64_t run) {
         const Nanoseconds now = clock_->now();
         // Of several looks under way the earliest one comes first; a later one finds nothing or what came meanwhile.
         if (nextLook_ && *nextLook_ <= now) nextLook_.reset();
-        if (!due_) return;
-        if (now < *due_) {
+        const std::optional<Nanoseconds> due = nextDueLocked();
+        if (!due) return;
+        if (now < *due) {
             scheduleLocked(now);
             return;
         }
-        paths.swap(paths_);
-        flags.swap(flags_);
-        indexes_.clear();
-        firstSettling_.reset();
-        due_.reset();
-        isDueForGood_ = false;
+        if (due_ && now >= *due_) {
+            paths.swap(paths_);
+            flags.swap(flags_);
+            indexes_.clear();
+            firstSettling_.reset();
+            due_.reset();
+            isDueForGood_ = false;
+        }
+        for (auto place = quietAt_.begin(); place != quietAt_.end();) {
+            if (place->second > now) {
+                ++place;
+                continue;
+            }
+            if (std::find(paths.begin(), paths.end(), place->first) == paths.end()) {
+                paths.push_back(place->first);
+                flags.push_back(fileEventFlags::none);
+            }
+            place = quietAt_.erase(place);
+        }
         lastDelivery_ = now;
+        scheduleLocked(now);
     }
     callback_(paths, flags);
 }

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -15,11 +16,13 @@
 
 namespace platform::run {
 
-/// One change. `isSettling`: more of the same is to be expected.
+/// One change. `isSettling`: more of the same is to be expected. `quietTime`, when it is above 0: a change inside a
+/// folder, which is handed on by itself once there has been none there for that long, however long it takes.
 struct CollectedChange {
     std::string path;
     std::uint32_t flags = fileEventFlags::none;
     bool isSettling = false;
+    std::chrono::nanoseconds quietTime{0};
 };
 
 class EventCollector : public std::enable_shared_from_this<EventCollector> {
@@ -31,11 +34,14 @@ public:
     /// Drops what was collected.
     void stop();
     void add(const std::vector<CollectedChange>& changes);
+    /// Whether a change inside the folder waits for it to be quiet there.
+    bool isSettling(const std::string& path);
 
 private:
     using Nanoseconds = std::chrono::nanoseconds;
 
     void addLocked(const CollectedChange& change, Nanoseconds now);
+    std::optional<Nanoseconds> nextDueLocked() const;
     void scheduleLocked(Nanoseconds now);
     void deliverIfDue(std::uint64_t run);
 
@@ -52,6 +58,7 @@ private:
     std::vector<std::string> paths_; // in the order of their first change
     std::vector<std::uint32_t> flags_;
     std::unordered_map<std::string, std::size_t> indexes_;
+    std::map<std::string, Nanoseconds> quietAt_; // folders inside which something changes
     std::optional<Nanoseconds> lastDelivery_;
     std::optional<Nanoseconds> firstSettling_;
     std::optional<Nanoseconds> due_;      // when all that is collected is delivered

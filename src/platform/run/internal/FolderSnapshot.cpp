@@ -42,11 +42,25 @@ public:
                 atFolder(entryPath, levels - 1);
             else if (ofFiles_)
                 digests_[entryPath] = one;
+            else if (S_ISDIR(status.st_mode))
+                digest += digestInside(entryPath);
         }
         if (!ofFiles_) digests_[path] = digest;
     }
 
 private:
+    static std::uint64_t digestInside(const std::string& path) {
+        std::uint64_t digest = std::hash<std::string>()(path);
+        for (const FolderEntry& entry : folderEntries(path)) {
+            struct stat status {};
+            if (lstat(pathOfEntry(path, entry.name).c_str(), &status) != 0) continue;
+            std::uint64_t one = std::hash<std::string>()(entry.name);
+            mix(one, digestOf(status));
+            digest += one;
+        }
+        return digest;
+    }
+
     std::map<std::string, std::uint64_t>& digests_;
     const bool ofFiles_;
 };

@@ -13,7 +13,8 @@ struct FolderSnapshot {
     /// files), for a file its size and time. Absent things have no entry.
     std::map<std::string, std::uint64_t> digests;
 
-    /// Looks at the path, and one level into it when it is a folder. `ofFiles`: files are reported on their own.
+    /// Looks at the path, and when it is a folder one level into it; what lies one level deeper counts as a change of
+    /// the subfolder. `ofFiles`: files are reported on their own, and nothing that lies deeper counts.
     static FolderSnapshot of(const std::string& path, bool ofFiles);
 
     /// The paths that differ between two looks.

@@ -41,6 +41,16 @@ void InotifyWatches::remove(const std::string& folder) {
     inotify_rm_watch(descriptor_, watch);
 }
 
+void InotifyWatches::removeTree(const std::string& folder) {
+    remove(folder);
+    const std::string start = folder + "/";
+    std::vector<std::string> below;
+    for (auto place = watches_.lower_bound(start); place != watches_.end() && place->first.starts_with(start); ++place)
+        below.push_back(place->first);
+    for (const std::string& path : below)
+        remove(path);
+}
+
 void InotifyWatches::read(const std::function<void(const Record&)>& handle) {
     alignas(inotify_event) std::array<char, 65536> buffer;
     for (;;) {

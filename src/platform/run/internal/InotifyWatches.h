@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -31,6 +32,8 @@ public:
     /// Watches a folder, besides what it is watched for already. Answers 0 or errno's value.
     int add(const std::string& folder, std::uint32_t mask);
     void remove(const std::string& folder);
+    /// The folder and all that are watched below it.
+    void removeTree(const std::string& folder);
 
     /// Hands on all records that are waiting, without waiting for more.
     void read(const std::function<void(const Record&)>& handle);
@@ -40,7 +43,7 @@ public:
 private:
     int descriptor_ = -1;
     std::unordered_map<int, std::vector<std::string>> folders_; // several paths may lead to one folder
-    std::unordered_map<std::string, int> watches_;
+    std::map<std::string, int> watches_;
 };
 
 } // namespace platform::run
