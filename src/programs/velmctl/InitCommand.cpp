@@ -56,10 +56,10 @@ int makeFolders() {
 void declareInit(CLI::App& app, const Chosen& chosen) {
     CLI::App* command = app.add_subcommand("init", "Make the folder tree and print where each folder is");
     command->callback([chosen] {
-        chosen([](const Options& options) -> int {
+        chosen([](const Options& options) {
             Session session(options);
             session.launch();
-            Session::endProcess(Session::runBesideMainQueue(makeFolders));
+            return Session::runBesideMainQueue(makeFolders);
         });
     });
 }

@@ -12,11 +12,13 @@
 
 #include <atomic>
 #include <csignal>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <pthread.h>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unistd.h>
 
@@ -36,9 +38,13 @@ void printFinishedJob(const VELM_JobFolders::FinishedJob& finished) {
     else
         Console::shared().result("failed " + name + " -> " + place + ": " +
                                  (finished.error ? finished.error->localizedDescription : "no reason was given"));
-    if (finished.moveError)
-        Console::shared().diagnostic("the order " + place + " stays where it is and blocks the queue until it is " +
-                                     "removed: " + finished.moveError->localizedDescription);
+    if (!finished.moveError) return;
+    std::error_code failed;
+    const bool isGone = !std::filesystem::exists(place, failed) && !failed;
+    Console::shared().diagnostic(isGone ? "the order " + place + " was removed while it ran"
+                                        : "the order " + place +
+                                              " stays where it is and blocks the queue until it is removed: " +
+                                              finished.moveError->localizedDescription);
 }
 
 /// The progress line of whatever job runs.
@@ -95,8 +101,10 @@ private:
                 Console::shared().diagnostic("ending after the running order; interrupt again to end at once");
         });
         receive();
-        // The running order stands where it was and runs again at the next start.
-        Console::shared().diagnostic("ended in the middle of an order");
+        // The running order stands where it was and runs again at the next start. Nothing here may wait: the results'
+        // reader may be what is stuck.
+        constexpr std::string_view farewell = "ended in the middle of an order\n";
+        static_cast<void>(!write(STDERR_FILENO, farewell.data(), farewell.size()));
         _exit(exitFailure);
     }
 
@@ -131,9 +139,8 @@ int watch(const Options& options, bool paused) {
     for (const VELM_JobFolders::Ref& folder : folders) {
         // The engine makes it too, some time later; who reads the line may put an order there at once.
         const base::URL url = folder->urlOfJobs();
-        VELM::makeDirectory(url,
-                            [](const base::Error& error) { Console::shared().diagnostic(error.localizedDescription); });
-        Console::shared().result("watching " + url.path());
+        const auto report = [](const base::Error& error) { Console::shared().diagnostic(error.localizedDescription); };
+        if (VELM::makeDirectory(url, report)) Console::shared().result("watching " + url.path());
     }
     if (folders.empty()) {
         Console::shared().diagnostic("no folder is enabled, so there is nothing to watch");

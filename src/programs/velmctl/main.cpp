@@ -1,5 +1,6 @@
 // velmctl: the engine without a window. Reads the command line and runs the chosen command.
 #include "Command.h"
+#include "Session.h"
 
 #include <filesystem>
 #include <iostream>
@@ -57,5 +58,5 @@ int parseAndRun(int count, char** arguments) {
 } // namespace
 
 int main(int count, char** arguments) {
-    return parseAndRun(count, arguments);
+    velmctl::Session::endProcess(parseAndRun(count, arguments));
 }
