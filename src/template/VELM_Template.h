@@ -17,13 +17,16 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace platform::data {
 class XMLNode;
-}
+using XMLNodeRef = std::shared_ptr<XMLNode>;
+} // namespace platform::data
 namespace platform::draw {
 class Image;
 struct TextAttributes;
@@ -175,6 +178,24 @@ public:
     /// can't be archived are left behind; the latter is dropped here too.
     Ref copyWithZone();
     std::string className() const override { return "VELM_Template"; }
+
+    // --- Writing (TemplateWriting.cpp)
+
+    static constexpr std::string_view xmlElementName = "template";
+    /// The element by which a job ticket refers to this template: its name, and the file name of its document.
+    platform::data::XMLNodeRef asXMLElement() const;
+    std::vector<std::pair<std::string, std::string>> xmlElementAttributes() const;
+    std::vector<platform::data::XMLNodeRef> xmlElementChildren() const;
+    /// How keys are named in a file; what is not in the tables is itself.
+    static std::string_view translatedChildName(std::string_view key);
+    static std::string_view translatedAttributeName(std::string_view key);
+    static std::string_view translatedAttributeValue(std::string_view value);
+    /// An attribute node of both translations.
+    static platform::data::XMLNodeRef xmlAttributeTranslatedName(std::string_view key, std::string_view value);
+    /// The keys that stand as attributes of a child, in order; empty for most.
+    static std::span<const std::string_view> attributesForChild(std::string_view key);
+    /// The keys that a layer of this type writes as children, in order.
+    std::span<const std::string_view> availableChildren() const;
 
     // --- Type
 
