@@ -22,19 +22,19 @@ constexpr std::array<std::string_view, 15> valueKeys = {
     "papersize", "gravity",   "itempath",
 };
 
-const char* textOfKind(VELM_Destination::Kind kind) {
+} // namespace
+
+const char* VELM_Destination::textOfKind(Kind kind) {
     switch (kind) {
-    case VELM_Destination::Kind::file:
+    case Kind::file:
         return "filepath";
-    case VELM_Destination::Kind::printer:
+    case Kind::printer:
         return "printer";
-    case VELM_Destination::Kind::unknown:
+    case Kind::unknown:
         break;
     }
     return "unknown";
 }
-
-} // namespace
 
 std::shared_ptr<VELM_Destination> VELM_Destination::initWithNode(const XMLNode& element) {
     auto destination = std::make_shared<VELM_Destination>();

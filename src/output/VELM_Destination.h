@@ -11,10 +11,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace platform::data {
 class XMLNode;
-}
+using XMLNodeRef = std::shared_ptr<XMLNode>;
+} // namespace platform::data
 
 class VELM_Destination : public base::Object {
 public:
@@ -28,6 +31,8 @@ public:
     /// From the archived form.
     static base::Result<base::ObjectRef> initWithCoder(const base::Dictionary& values);
 
+    /// As tickets call it: "filepath", "printer", "unknown".
+    static const char* textOfKind(Kind kind);
     Kind kind() const { return kind_; }
     const base::Dictionary& valuesDict() const { return valuesDict_; }
     void setValue(std::string_view key, base::Value value);
@@ -54,6 +59,12 @@ public:
     /// The name, or the number from 1, of a print-to-file set.
     std::optional<std::string> printToFileSetPathIndex() const { return text("itempath"); }
     std::optional<std::string> destinationLabel() const { return text("destinationLabel"); }
+
+    /// The element of a ticket: the kind, and a child for each setting.
+    static constexpr std::string_view xmlElementName = "destination";
+    std::vector<std::pair<std::string, std::string>> xmlElementAttributes() const;
+    std::vector<platform::data::XMLNodeRef> xmlElementChildren() const;
+    platform::data::XMLNodeRef asXMLElement() const;
 
     std::string className() const override { return "VELM_Destination"; }
     std::string description() const override;

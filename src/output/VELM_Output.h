@@ -19,6 +19,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 class PackageValues;
@@ -27,7 +28,8 @@ class VELM_Template;
 
 namespace platform::data {
 class XMLNode;
-}
+using XMLNodeRef = std::shared_ptr<XMLNode>;
+} // namespace platform::data
 
 class VELM_Output : public base::Object {
 public:
@@ -107,6 +109,13 @@ public:
     /// Called with each file that any output writes, on the run's thread, before the reply. Ends when the token goes.
     using FileCallback = std::function<void(const VELM_Output& output, const base::URL& file)>;
     [[nodiscard]] static platform::run::Observation observeWrittenFiles(FileCallback callback);
+
+    /// The element of a ticket: thinner than what is read. Its name and barcodes are left out, and it always runs for
+    /// all pictures.
+    static constexpr std::string_view xmlElementName = "output";
+    std::vector<std::pair<std::string, std::string>> xmlElementAttributes() const;
+    std::vector<platform::data::XMLNodeRef> xmlElementChildren() const;
+    platform::data::XMLNodeRef asXMLElement() const;
 
     std::string className() const override { return "VELM_Output"; }
     std::string description() const override;

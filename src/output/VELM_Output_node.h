@@ -13,11 +13,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace platform::data {
 class XMLNode;
-}
+using XMLNodeRef = std::shared_ptr<XMLNode>;
+} // namespace platform::data
 
 class VELM_Output_node : public base::Object {
 public:
@@ -56,6 +58,12 @@ public:
     /// canvas's drawing coordinates (pixels, y up from the bottom left). Frames outside the canvas are not left out.
     using FrameCallback = std::function<void(std::size_t index, bool& stop, const base::Rect& frame)>;
     void canvasSize(base::Size canvasSize, base::Size nodeSize, const FrameCallback& enumerateOutputFrames) const;
+
+    /// The element of a ticket: the name and the frames alone.
+    const std::string& xmlElementName() const { return name_; }
+    std::vector<std::pair<std::string, std::string>> xmlElementAttributes() const;
+    std::vector<platform::data::XMLNodeRef> xmlElementChildren() const;
+    platform::data::XMLNodeRef asXMLElement() const;
 
     std::string className() const override { return "VELM_Output_node"; }
     std::string description() const override;

@@ -5,7 +5,6 @@
 #include "base/Text.h"
 #include "folders/QueueHelpers.h"
 #include "imaging/KLARON_Image.h"
-#include "internal/NameInUse.h"
 #include "internal/WrittenFiles.h"
 #include "output/PrinterDestinationHandler.h"
 #include "output/VELM_PrintToFileSet.h"
@@ -186,30 +185,14 @@ FileSettings fileSettings(const VELM_Output& output, const VELM_Destination& des
     return settings;
 }
 
-// Where the writer puts a product: at the path, but with the type's own extension.
-base::URL writtenURL(const FileSettings& settings) {
-    const base::URL url = base::URL::fileURLWithPath(settings.path.value_or(""));
-    return platform::data::appendingPathExtensionForType(url.deletingPathExtension(), settings.type);
-}
-
-// The name that a file is going to get, held until it is written.
-class FileName {
-public:
-    FileName(const base::URL& wanted, bool overwrite)
-        : inUse_(wanted.path()), url_(overwrite ? wanted : KLARON_Image::URLWithoutOverwriting(wanted)) {}
-    const base::URL& url() const { return url_; }
-
-private:
-    output::NameInUse inUse_;
-    base::URL url_;
-};
-
 // Writes a file, tells those who observe files, and replies.
-void deliver(const VELM_Output& output, const FileName& name, const VELM_Output::Reply& reply,
-             const std::function<bool(ErrorPlace)>& write) {
+void deliver(const VELM_Output& output, const VELM_Output::Reply& reply,
+             const std::function<bool(ErrorPlace, WrittenFiles)>& write) {
     std::optional<base::Error> error;
-    const bool isWritten = write(&error);
-    if (isWritten) output::announceWrittenFile(output, name.url());
+    std::vector<base::URL> files;
+    const bool isWritten = write(&error, &files);
+    for (const base::URL& file : files)
+        output::announceWrittenFile(output, file);
     if (reply) reply(isWritten, error);
 }
 
@@ -229,8 +212,9 @@ void processFileDestination(const VELM_Output& output, const VELM_Destination& d
         {std::string(klaronImageKey_utType), settings.type},
         {std::string(klaronImageKey_overwriteExistingFile), settings.overwrite},
     };
-    deliver(output, FileName(writtenURL(settings), settings.overwrite), reply,
-            [&](ErrorPlace error) { return KLARON_Image::writeImage(product, settings.path, options, error); });
+    deliver(output, reply, [&](ErrorPlace error, WrittenFiles files) {
+        return KLARON_Image::writeImage(product, settings.path, options, error, files);
+    });
 }
 
 void processPrinterDestination(const VELM_Output& output, const VELM_Destination& destination, const ImageRef& product,
@@ -284,8 +268,8 @@ void VELM_Output::processSaveOriginalDestination(const VELM_Destination& destina
     const std::optional<std::string> path = set ? outputPathForPTFS(set.get()) : outputPathForDestination(destination);
     const std::optional<std::string> site = set ? set->uploadFolder() : destination.uploadSite();
     const bool overwrite = set ? set->overwriteExisting() : true;
-    const FileName name(base::URL::fileURLWithPath(path.value_or("")), overwrite);
-    deliver(*this, name, reply, [&](ErrorPlace error) {
-        return KLARON_Image::writeImageFile(urlOriginalImage(), path, uploadComment(path, site), overwrite, error);
+    deliver(*this, reply, [&](ErrorPlace error, WrittenFiles files) {
+        return KLARON_Image::writeImageFile(urlOriginalImage(), path, uploadComment(path, site), overwrite, error,
+                                            files);
     });
 }

@@ -140,6 +140,29 @@ TEST(OutputReading, logsWhatItDoesNotKnow) {
                             "Found unexpected XML element \"price\" while parsing barcode"));
 }
 
+TEST(OutputWriting, writesSizeFramesAndSettingsAlone) {
+    const auto output = outputFrom(
+        "<output name='sheet' size='{1800, 1200}'><front type='node' croprect='{{0, 0}, {1, 1}}'>"
+        "<frame>{{0, 0}, {900, 1200}}</frame><origin>{900, "
+        "0}</origin><backgroundcolor>#123456</backgroundcolor></front>"
+        "<barcode type='aztec'/><destination type='printer' name='LabPrinter'><Copies>2</Copies></destination>"
+        "<destination type='filepath'><filepath>/p/a &amp; b</filepath></destination><destination/></output>");
+    EXPECT_EQ(output->asXMLElement()->xmlString(),
+              "<output size=\"{1800, 1200}\"><front type=\"node\"><frame>{{0, 0}, {900, 1200}}</frame>"
+              "<frame>{{900, 0}, {0, 0}}</frame></front><whattoprint>all</whattoprint>"
+              "<destination type=\"printer\"><copies>2</copies><queue>LabPrinter</queue></destination>"
+              "<destination type=\"filepath\"><filepath>/p/a &amp; b</filepath></destination>"
+              "<destination type=\"unknown\"/></output>");
+
+    const auto whole = outputFrom("<output/>");
+    EXPECT_EQ(whole->asXMLElement()->xmlString(), "<output><whattoprint>all</whattoprint></output>");
+    const auto page = VELM_Template::initForCopy();
+    page->setDocumentURL(base::URL::fileURLWithPath("/t/page.xml"));
+    whole->setTemplates({{"page", page}});
+    EXPECT_EQ(whole->asXMLElement()->xmlString(),
+              "<output><template><filepath>page.xml</filepath></template><whattoprint>all</whattoprint></output>");
+}
+
 TEST(OutputAttributes, ignoresTemplatesWhenNoDestinationWantsAProduct) {
     const std::string save =
         "<destination type='filepath'><saveoriginalfileasis>1</saveoriginalfileasis></destination>";
