@@ -2,12 +2,14 @@
 
 #include "base/Log.h"
 #include "base/Text.h"
+#include "imaging/KLARON_Image.h"
 #include "internal/FolderEnumeration.h"
 #include "platform/data/Dates.h"
 #include "platform/data/FileAttributes.h"
 #include "platform/data/FileTypes.h"
 
 #include <algorithm>
+#include <functional>
 #include <set>
 
 using base::equalIgnoringCase;
@@ -228,6 +230,11 @@ bool VELM_Job::isEqual(const base::Object& other) const {
     return job && documentURL_.isFileURL() && documentURL_ == job->documentURL_;
 }
 
+std::size_t VELM_Job::hash() const {
+    const std::size_t ofPath = documentURL_.isFileURL() ? std::hash<std::string>()(documentURL_.path()) : 0;
+    return ofPath != 0 ? ofPath : std::hash<const VELM_Job*>()(this);
+}
+
 std::string VELM_Job::description() const {
     const base::URL& url = urlJobContainer_ ? *urlJobContainer_ : documentURL_;
     return "<" + className() + " " + url.path() + ">";
@@ -262,6 +269,10 @@ void VELM_Job::makePreviewItems() {
                 items.push_back(fileURLForPath(path.textOr("")));
     }
     previewItems_ = std::move(items);
+}
+
+std::shared_ptr<KLARON_Image> VELM_Job::previewImage() const {
+    return KLARON_Image::imageWithObject(graphicPath().value_or(""));
 }
 
 std::int64_t VELM_Job::previewItemIndex() {

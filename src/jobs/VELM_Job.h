@@ -19,11 +19,14 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+class KLARON_Image;
+class VELM_Package;
 class VELM_Template;
 
 class VELM_Job final : public base::Object,
@@ -92,6 +95,8 @@ public:
 
     std::string className() const override { return "VELM_Job"; }
     bool isEqual(const base::Object& other) const override;
+    /// Of the path of documentURL; never 0.
+    std::size_t hash() const;
     std::string description() const override;
 
     // Running ----------------------------------------------------------------------------------------------------
@@ -119,6 +124,12 @@ public:
     std::vector<platform::data::XMLNodeRef> xmlElementChildren() const;
     platform::data::XMLNodeRef asXMLElement() const;
     platform::data::XMLDocumentRef asXMLDocument() const;
+    /// How keys are named in a ticket: as in a template (VELM_Template).
+    static std::string_view translatedChildName(std::string_view key);
+    static std::string_view translatedAttributeName(std::string_view key);
+    static std::string_view translatedAttributeValue(std::string_view value);
+    static platform::data::XMLNodeRef xmlAttributeTranslatedName(std::string_view key, std::string_view value);
+    static std::span<const std::string_view> attributesForChild(std::string_view key);
     /// Saving a ticket back is not offered: reports that no URL is there when there is none, and else does nothing.
     void filePath(const std::optional<base::URL>& url, const WriteResult& saveChanges);
 
@@ -126,6 +137,10 @@ public:
 
     void addReplacements(const base::Dictionary& replacements);
     void addTemplates(const std::vector<std::shared_ptr<VELM_Template>>& templates);
+    /// The job's run and its ticket take them; each gets a package reference.
+    void addPackages(const std::vector<std::shared_ptr<VELM_Package>>& packages);
+    /// Those that were added in code.
+    const std::vector<std::shared_ptr<VELM_Package>>& packages() const { return packages_; }
     /// Keeps the outputs among the objects.
     void addOutputs(const base::Array& outputs);
     struct JobImage {
@@ -144,6 +159,8 @@ public:
     /// -1 while no item is chosen.
     std::int64_t previewItemIndex();
     void setPreviewItemIndex(std::int64_t index);
+    /// The picture at graphicPath; null when there is none. Opens the file.
+    std::shared_ptr<KLARON_Image> previewImage() const;
     const std::optional<base::URL>& previewItemURL() const { return previewItemURL_; }
 
 private:
@@ -171,6 +188,7 @@ private:
     std::optional<base::URL> urlJobContainer_;
     platform::data::XMLDocumentRef xmlDoc_;
     std::optional<base::URL> previewItemURL_;
+    std::vector<std::shared_ptr<VELM_Package>> packages_;
     base::Dictionary valuesDict_;
     std::vector<std::optional<base::URL>> previewItems_;
     std::vector<std::shared_ptr<VELM_Template>> templates_;

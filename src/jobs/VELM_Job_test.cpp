@@ -373,6 +373,40 @@ TEST(Job, WritesItselfAsABundleThatReadsBack) {
     EXPECT_FALSE(success);
 }
 
+TEST(Job, WritesItsPackagesInline) {
+    const std::string page = home().write("packing/page.xml", "<data><layout size='{30, 20}'/></data>");
+    const std::string file =
+        home().write("packing/p.xml", packageFile("type='VELM_Package' version='1.0' name='Prints'",
+                                                  "<template id='front'><filepath>" + page +
+                                                      "</filepath></template><layout name='back' size='{1, 1}'/>"
+                                                      "<output size='{30, 20}'><front type='node'/></output>"));
+    const auto job = VELM_Job::init();
+    const auto unread = VELM_Package::instanceWithXMLObject(base::URL::fileURLWithPath(file));
+    job->addPackages({VELM_Package::init()});
+    job->addPackages({unread});
+    ASSERT_EQ(job->jobPackages().size(), 2U);
+    EXPECT_EQ(job->packageName(), "inlinePkg");
+
+    const base::URL target = base::URL::fileURLWithPath(home() / "packing/new.velm_job");
+    job->writeToURL(target, [](bool written, const std::optional<base::Error>&) { EXPECT_TRUE(written); });
+    EXPECT_TRUE(std::filesystem::exists(target.path() + "/templates/page.xml"));
+    EXPECT_EQ(unread->asXMLElement()->xmlString(),
+              "<package type=\"inline\" id=\"Prints\"><template id=\"front\"><filepath>page.xml</filepath></template>"
+              "<output size=\"{30, 20}\"><front type=\"node\"/><whattoprint>all</whattoprint></output></package>");
+    const auto readBack = VELM_Job::instanceWithXMLObject(target);
+    ASSERT_TRUE(readBack);
+    ASSERT_EQ(readBack->jobPackages().size(), 2U);
+    EXPECT_EQ(valueAt(*readBack->jobPackages()[1].as<Dictionary>(), "name"), "Prints");
+    const auto inlined = readBack->jobPackages()[1].as<Dictionary>()->at("package").object<VELM_Package>();
+    ASSERT_TRUE(inlined);
+    ASSERT_EQ(inlined->outputs().size(), 1U);
+    EXPECT_EQ(inlined->outputs()[0]->nodeNames(), std::vector<std::string>{"front"});
+    EXPECT_NE(job->hash(), 0U);
+    EXPECT_NE(job->hash(), VELM_Job::init()->hash());
+    EXPECT_EQ(readBack->hash(), VELM_Job::instanceWithXMLObject(target)->hash());
+    EXPECT_FALSE(job->previewImage());
+}
+
 TEST(Job, NotifiesOfChangedValuesOnly) {
     const auto job = VELM_Job::init();
     int changes = 0;

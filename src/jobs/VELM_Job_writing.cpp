@@ -5,9 +5,11 @@
 #include "base/Text.h"
 #include "internal/BundleWriter.h"
 #include "internal/XMLReading.h"
+#include "jobs/VELM_Package.h"
 #include "output/VELM_Output.h"
 #include "platform/data/Collation.h"
 #include "platform/data/FileTypes.h"
+#include "template/ElementWriting.h"
 #include "template/VELM_Template.h"
 
 #include <algorithm>
@@ -89,6 +91,18 @@ void VELM_Job::addTemplates(const std::vector<std::shared_ptr<VELM_Template>>& t
     templates_.insert(templates_.end(), templates.begin(), templates.end());
 }
 
+void VELM_Job::addPackages(const std::vector<std::shared_ptr<VELM_Package>>& packages) {
+    packages_.insert(packages_.end(), packages.begin(), packages.end());
+    base::Array references;
+    for (const auto& package : packages_) {
+        base::Dictionary reference{{"package", package}};
+        if (urlJobContainer_) reference.emplace("job", *urlJobContainer_);
+        if (const auto name = package->name()) reference.emplace("name", *name);
+        references.emplace_back(std::move(reference));
+    }
+    setObject(std::move(references), "package");
+}
+
 void VELM_Job::addOutputs(const base::Array& added) {
     base::Array all = outputs();
     const std::size_t before = all.size();
@@ -123,6 +137,8 @@ std::vector<XMLNodeRef> VELM_Job::xmlElementChildren() const {
     std::vector<XMLNodeRef> children;
     for (const auto& [key, value] : replacements())
         if (XMLNodeRef element = elementForReplacement(key, value)) children.push_back(std::move(element));
+    for (const auto& package : packages_)
+        children.push_back(package->asXMLElement());
     if (!images_.empty()) {
         std::vector<std::string> names;
         for (const base::URL& image : images_)
@@ -139,11 +155,7 @@ std::vector<XMLNodeRef> VELM_Job::xmlElementChildren() const {
 }
 
 XMLNodeRef VELM_Job::asXMLElement() const {
-    const XMLNodeRef element = XMLNode::element(xmlElementName);
-    for (const auto& [name, value] : xmlElementAttributes())
-        element->setAttribute(name, value);
-    element->addChildren(xmlElementChildren());
-    return element;
+    return xmlElement(xmlElementName, xmlElementAttributes(), xmlElementChildren());
 }
 
 XMLDocumentRef VELM_Job::asXMLDocument() const {
@@ -157,16 +169,42 @@ void VELM_Job::writeToURL(const base::URL& url, const WriteResult& result) {
     files["job.xml"] = std::string(asXMLDocument()->xmlData(XMLFormat::prettyPrinted).asText());
     for (const base::URL& image : images_)
         files["images/" + image.lastPathComponent()] = jobs::FileCopy{image.path()};
-    for (const auto& jobTemplate : templates_)
-        if (const auto& document = jobTemplate->documentURL();
-            document && platform::data::conformsToType(*document, platform::data::kUTTypeData))
+    const auto addFileOf = [&files](const VELM_Template& written) {
+        const auto& document = written.documentURL();
+        if (document && platform::data::conformsToType(*document, platform::data::kUTTypeData))
             files["templates/" + document->lastPathComponent()] = jobs::FileCopy{document->path()};
+    };
+    for (const auto& package : packages_)
+        for (const auto& [name, node] : package->velmNodes())
+            addFileOf(*node);
+    for (const auto& jobTemplate : templates_)
+        addFileOf(*jobTemplate);
     const auto written = jobs::writeBundle(url.path(), files);
     if (!result) return;
     if (written)
         result(true, std::nullopt);
     else
         result(false, written.error());
+}
+
+std::string_view VELM_Job::translatedChildName(std::string_view key) {
+    return VELM_Template::translatedChildName(key);
+}
+
+std::string_view VELM_Job::translatedAttributeName(std::string_view key) {
+    return VELM_Template::translatedAttributeName(key);
+}
+
+std::string_view VELM_Job::translatedAttributeValue(std::string_view value) {
+    return VELM_Template::translatedAttributeValue(value);
+}
+
+XMLNodeRef VELM_Job::xmlAttributeTranslatedName(std::string_view key, std::string_view value) {
+    return VELM_Template::xmlAttributeTranslatedName(key, value);
+}
+
+std::span<const std::string_view> VELM_Job::attributesForChild(std::string_view key) {
+    return VELM_Template::attributesForChild(key);
 }
 
 void VELM_Job::filePath(const std::optional<base::URL>& url, const WriteResult& saveChanges) {

@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 class VELM_Job;
@@ -72,6 +73,15 @@ public:
     platform::run::Observable& observable() { return observable_; }
     /// Each under its name; one without a name under a name that the next nameless one takes over.
     void addTemplates(const std::vector<std::shared_ptr<VELM_Template>>& templates);
+
+    // Writing
+
+    static constexpr std::string_view xmlElementName = "package";
+    /// The element of a ticket, always inline: the templates that have files by their file names, and the outputs.
+    /// Reads the package's file first when it has not been read.
+    platform::data::XMLNodeRef asXMLElement();
+    std::vector<std::pair<std::string, std::string>> xmlElementAttributes() const;
+    std::vector<platform::data::XMLNodeRef> xmlElementChildren() const;
 
     std::vector<std::string> auditedProductKeys() const { return {"thumbnail"}; }
     std::string className() const override { return "VELM_Package"; }
