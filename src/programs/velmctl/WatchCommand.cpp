@@ -157,6 +157,7 @@ void declareWatch(CLI::App& app, const Chosen& chosen) {
     CLI::App* command = app.add_subcommand("watch", "Watch the job folders and run every order that arrives");
     command->footer("Prints `watching FOLDER` for each folder, then one line for each order:\n"
                     "`completed NAME -> PATH` or `failed NAME -> PATH: reason`.\n\n"
+                    "Move bundles in whole; one that is copied in is taken when it has been still for a second.\n"
                     "Pause and resume from elsewhere: velmctl defaults write velmProcessorIsRunning no (or yes).\n"
                     "SIGINT and SIGTERM end it after the running order, a second one at once.\n");
     const auto paused = std::make_shared<bool>(false);
