@@ -8,7 +8,6 @@
 #include "platform/data/UserDefaults.h"
 #include "support/TemporaryDirectory.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <string>
@@ -54,82 +53,46 @@ public:
     std::vector<std::pair<std::string, base::Value>> pairs;
 };
 
-TEST_F(App, treeHasItsFoldersUnderTheirNames) {
-    const std::vector<std::pair<base::URL, std::string>> expected = {
-        {VELM::velmDirectoryTemplates(), "Templates"},
-        {VELM::velmDirectoryGraphics(), "Graphics"},
-        {VELM::velmDirectoryPackages(), "Packages"},
-        {VELM::velmDirectoryNodes(), "Nodes"},
-        {VELM::velmDirectoryJobs(), "Jobs"},
-        {VELM::velmDirectoryJobsCompleted(), "Jobs/Completed"},
-        {VELM::velmDirectoryJobsFailed(), "Jobs/Failed"},
-        {VELM::velmDirectoryJobsPending(), "Jobs/Pending"},
-        {VELM::velmDirectorySubdirectory("velmDirectory"), ""},
-        {VELM::velmDirectorySubdirectory("directoryTemplates"), ""},
-    };
-    for (const auto& [url, relative] : expected)
-        EXPECT_EQ(url, base::URL::fileURLWithPath(path(relative))) << relative;
-}
-
-TEST_F(App, makingTheTreeIsRepeatableAndKeepsWhatIsThere) {
-    ASSERT_TRUE(VELM::makeVELMFolder());
-    home().write("VELM/Jobs/Failed/kept.xml", "<data/>");
-    ASSERT_TRUE(VELM::makeVELMFolder());
-    for (const VELM::Folder& folder : VELM::folders())
-        EXPECT_TRUE(fs::is_directory(folder.url().path())) << folder.name;
-    EXPECT_EQ(support::readFile(path("Jobs/Failed/kept.xml")), "<data/>");
-}
-
-TEST_F(App, aFileInAFoldersPlaceIsAnError) {
-    const std::string file = home().write("occupied", "a file");
-    std::string reported;
-    EXPECT_FALSE(VELM::makeDirectory(base::URL::fileURLWithPath(file),
-                                     [&](const base::Error& error) { reported = error.localizedDescription; }));
-    EXPECT_THAT(reported, testing::HasSubstr(file));
-    EXPECT_FALSE(VELM::makeDirectory(base::URL::fileURLWithPath(file + "/inner")));
-    EXPECT_THAT(log_, Contains(testing::HasSubstr("inner")));
-    fs::remove(file);
-}
-
-TEST_F(App, launchSetsEveryFolderKeyButThePendingOne) {
-    AppDelegate delegate;
-    delegate.applicationDidFinishLaunching();
-    UserDefaults& defaults = UserDefaults::standard();
-    EXPECT_EQ(defaults.stringForKey(key_velmFolderTemplates), path("Templates"));
-    EXPECT_EQ(defaults.stringForKey(key_velmFolderPackages), path("Packages"));
-    EXPECT_EQ(defaults.stringForKey(key_velmFolderNodes), path("Nodes"));
-    EXPECT_EQ(defaults.stringForKey(key_velmFolderGraphics), path("Graphics"));
-    EXPECT_EQ(defaults.stringForKey(key_velmFolderJobsCompleted), path("Jobs/Completed"));
-    EXPECT_EQ(defaults.stringForKey(key_velmFolderJobsFailed), path("Jobs/Failed"));
-    EXPECT_EQ(defaults.objectForKey(key_velmFolderJobsPending), base::Value());
-    EXPECT_EQ(defaults.stringForKey(key_velmFolderFallbackOutputPath), (home() / "Desktop/PrintToFileOutputs/Unknown"));
-    EXPECT_FALSE(defaults.boolForKey(key_velmProcessorIsRunning));
-    EXPECT_TRUE(fs::is_directory(path("Jobs/Completed")));
-}
-
-TEST_F(App, launchTakesBackEveryChosenFolderButThePendingOne) {
+TEST_F(App, launchMakesTheTreeAndPointsTheSettingsAtItSaveThePendingOne) {
     UserDefaults& defaults = UserDefaults::standard();
     ASSERT_TRUE(defaults.setObject("/elsewhere/Packages", key_velmFolderPackages));
+    home().write("VELM/Jobs/Failed/kept.xml", "<data/>");
+    const auto engine = std::make_shared<RecordingEngine>();
+    AppDelegate delegate(engine);
+    delegate.applicationDidFinishLaunching();
+
+    const std::vector<std::pair<std::string_view, std::string>> inTheirOrder = {
+        {key_velmFolderFallbackOutputPath, home() / "Desktop/PrintToFileOutputs/Unknown"},
+        {key_velmFolderNodes, path("Nodes")},
+        {key_velmFolderPackages, path("Packages")},
+        {key_velmFolderTemplates, path("Templates")},
+        {key_velmFolderGraphics, path("Graphics")},
+        {key_velmFolderJobsCompleted, path("Jobs/Completed")},
+        {key_velmFolderJobsFailed, path("Jobs/Failed")},
+    };
+    ASSERT_EQ(engine->pairs.size(), inTheirOrder.size());
+    for (std::size_t index = 0; index < inTheirOrder.size(); ++index) {
+        const auto& [key, folder] = inTheirOrder[index];
+        EXPECT_THAT(engine->pairs[index], Pair(key, base::Value(folder)));
+        EXPECT_EQ(defaults.stringForKey(key), folder);
+        EXPECT_EQ(fs::is_directory(folder), index > 0) << folder;
+    }
+    EXPECT_EQ(support::readFile(path("Jobs/Failed/kept.xml")), "<data/>");
+    EXPECT_EQ(VELM::velmDirectorySubdirectory("directoryTemplates"), VELM::velmDirectory());
+
+    EXPECT_EQ(defaults.objectForKey(key_velmFolderJobsPending), base::Value());
     ASSERT_TRUE(defaults.setObject("/elsewhere/Pending", key_velmFolderJobsPending));
-    AppDelegate delegate;
+    engine->pairs.clear();
     delegate.resetFolders();
-    EXPECT_EQ(defaults.stringForKey(key_velmFolderPackages), path("Packages"));
+    EXPECT_TRUE(engine->pairs.empty()) << "nothing differs";
     EXPECT_EQ(defaults.stringForKey(key_velmFolderJobsPending), "/elsewhere/Pending");
     EXPECT_THAT(log_, Contains("not overwritting forced pref..."));
 }
 
-TEST_F(App, foldersAreResetInOrderAndOnlyWhenTheyDiffer) {
-    const auto engine = std::make_shared<RecordingEngine>();
-    AppDelegate delegate(engine);
-    delegate.resetFolders();
-    std::vector<std::string> keys;
-    for (const auto& [key, value] : engine->pairs)
-        keys.push_back(key);
-    EXPECT_THAT(keys, ElementsAre(key_velmFolderNodes, key_velmFolderPackages, key_velmFolderTemplates,
-                                  key_velmFolderGraphics, key_velmFolderJobsCompleted, key_velmFolderJobsFailed));
-    engine->pairs.clear();
-    delegate.resetFolders();
-    EXPECT_TRUE(engine->pairs.empty());
+TEST_F(App, aFileInAFoldersPlaceIsLogged) {
+    const std::string file = home().write("occupied", "a file");
+    EXPECT_FALSE(VELM::makeDirectory(base::URL::fileURLWithPath(file)));
+    EXPECT_THAT(log_, Contains(testing::HasSubstr(file)));
 }
 
 TEST_F(App, settingsOfLowerModulesReachTheMirror) {

@@ -4,7 +4,6 @@
 #include "base/Log.h"
 #include "support/TemporaryDirectory.h"
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
@@ -13,9 +12,7 @@
 #include <mutex>
 #include <set>
 #include <string>
-#include <thread>
 #include <utility>
-#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -37,12 +34,18 @@ struct Delivered {
 
 class FileEvent : public ::testing::Test {
 protected:
+    FileEvent() { fs::create_directories(folder_); }
+
     KLARON_FileEvent::Ref make(const std::string& path) {
         const auto event = KLARON_FileEvent::initWithObservedPaths({path}, 0.005);
         event->setEventBlock([delivered = delivered_](const auto& paths, const auto& flags) {
             std::lock_guard lock(delivered->mutex);
             delivered->queueLabels.insert(platform::run::currentQueueLabel());
-            if (flags.empty()) ++delivered->starts;
+            if (flags.empty())
+                ++delivered->starts;
+            else
+                EXPECT_EQ(paths.size(), flags.size());
+            EXPECT_EQ(std::set(paths.begin(), paths.end()).size(), paths.size()) << "a path was named twice";
             delivered->paths.insert(paths.begin(), paths.end());
             delivered->changed.notify_all();
         });
@@ -57,113 +60,65 @@ protected:
     bool waitForStarts(int count) {
         return waitUntil([&] { return delivered_->starts == count; });
     }
-    bool waitFor(const std::string& path) {
-        return waitUntil([&] { return delivered_->paths.contains(path); });
-    }
-    std::set<std::string> takePaths() {
+    // Waits for an event that names the path, and forgets all there were.
+    std::set<std::string> takeWith(const std::string& path) {
+        waitUntil([&] { return delivered_->paths.contains(path); });
         std::lock_guard lock(delivered_->mutex);
         return std::exchange(delivered_->paths, {});
     }
-    bool take(const std::string& path) {
-        const bool found = waitFor(path);
-        takePaths();
-        return found;
-    }
-    std::set<std::string> queueLabels() {
-        std::lock_guard lock(delivered_->mutex);
-        return delivered_->queueLabels;
-    }
+    bool take(const std::string& path) { return takeWith(path).contains(path); }
 
     support::TemporaryDirectory directory_;
+    const std::string folder_ = directory_ / "in";
     const std::shared_ptr<Delivered> delivered_ = std::make_shared<Delivered>();
 };
 
 TEST_F(FileEvent, DeliversOneEventAtEachStart) {
-    const std::string folder = directory_ / "in";
-    fs::create_directories(folder);
-    const auto event = make(folder);
+    const auto event = make(folder_);
     EXPECT_FALSE(event->isRunning());
-    event->setRun(true);
-    EXPECT_TRUE(waitForStarts(1));
-    event->eventQueue()->sync([&] { EXPECT_TRUE(event->isRunning()); });
-    EXPECT_EQ(event->eventQueue()->label(), "KLARON_FileEvent." + folder);
-    EXPECT_EQ(queueLabels(), std::set<std::string>{"KLARON_FileEvent." + folder});
-
-    event->setRun(false);
-    event->eventQueue()->sync([] {});
-    EXPECT_FALSE(event->isRunning());
-    event->setRun(true);
-    EXPECT_TRUE(waitForStarts(2));
-    take(folder);
-    directory_.write("in/a", "");
-    EXPECT_TRUE(take(folder));
-}
-
-TEST_F(FileEvent, GoesOnOnAnotherQueue) {
-    const std::string folder = directory_ / "in";
-    fs::create_directories(folder);
-    const auto event = make(folder);
-    event->setRun(true);
-    EXPECT_TRUE(waitForStarts(1));
-    event->eventQueue()->sync([] {});
-    event->setEventQueue(folders::dispatchQueueSerialWithDebugLabel("other"));
-    EXPECT_TRUE(waitForStarts(2));
-    take(folder);
-    directory_.write("in/a", "");
-    EXPECT_TRUE(take(folder));
-    EXPECT_TRUE(queueLabels().contains("other"));
+    int starts = 0;
+    // Started, stopped and started again, moved to another queue.
+    for (const bool isMoved : {false, false, true}) {
+        if (isMoved)
+            event->setEventQueue(folders::dispatchQueueSerialWithDebugLabel("other"));
+        else
+            event->setRun(true);
+        EXPECT_TRUE(waitForStarts(++starts));
+        event->eventQueue()->sync([&] { EXPECT_TRUE(event->isRunning()); });
+        take(folder_);
+        directory_.write("in/" + std::to_string(starts), "");
+        EXPECT_TRUE(take(folder_));
+        if (starts > 1) continue;
+        event->setRun(false);
+        event->eventQueue()->sync([] {});
+        EXPECT_FALSE(event->isRunning());
+    }
+    std::lock_guard lock(delivered_->mutex);
+    EXPECT_EQ(delivered_->queueLabels, (std::set<std::string>{"KLARON_FileEvent." + folder_, "other"}));
 }
 
 TEST_F(FileEvent, LooksAgainAtAFolderWhenADocumentInsideItChanges) {
-    const std::string folder = directory_ / "in";
-    fs::create_directories(folder + "/plain");
-    fs::create_directories(folder + "/order7.velm_job");
-    const auto event = make(folder);
+    fs::create_directories(folder_ + "/plain");
+    fs::create_directories(folder_ + "/order7.velm_job");
+    const auto event = make(folder_);
     event->setRun(true);
-    EXPECT_TRUE(take(folder));
+    EXPECT_TRUE(take(folder_));
     directory_.write("in/plain/file", "");
-    EXPECT_TRUE(waitFor(folder + "/plain"));
-    EXPECT_EQ(takePaths(), std::set<std::string>{folder + "/plain"});
+    EXPECT_EQ(takeWith(folder_ + "/plain"), std::set<std::string>{folder_ + "/plain"});
     directory_.write("in/order7.velm_job/job.xml", "<job/>");
-    EXPECT_TRUE(waitFor(folder));
-    EXPECT_EQ(takePaths(), (std::set<std::string>{folder, folder + "/order7.velm_job"}));
+    EXPECT_EQ(takeWith(folder_), (std::set<std::string>{folder_, folder_ + "/order7.velm_job"}));
 }
 
 TEST_F(FileEvent, NamesAFolderOnceForManyDocumentsInsideIt) {
-    const std::string folder = directory_ / "in";
     constexpr int count = 300;
     for (int i = 0; i < count; ++i)
-        fs::create_directories(folder + "/" + std::to_string(i) + ".velm_job");
-    const auto event = make(folder);
-    struct Seen {
-        std::mutex mutex;
-        std::set<std::string> documents;
-        std::vector<std::size_t> countsOfFolder; // in each event that names a document
-    };
-    const auto seen = std::make_shared<Seen>();
-    event->setEventBlock([seen, folder](const auto& paths, const auto& flags) {
-        std::lock_guard lock(seen->mutex);
-        if (flags.empty()) return;
-        EXPECT_EQ(paths.size(), flags.size());
-        seen->documents.insert(paths.begin(), paths.end());
-        seen->countsOfFolder.push_back(static_cast<std::size_t>(std::count(paths.begin(), paths.end(), folder)));
-    });
+        fs::create_directories(folder_ + "/" + std::to_string(i) + ".velm_job");
+    const auto event = make(folder_);
     event->setRun(true);
-    event->eventQueue()->sync([] {});
+    EXPECT_TRUE(take(folder_));
     for (int i = 0; i < count; ++i)
         directory_.write("in/" + std::to_string(i) + ".velm_job/job.xml", "<job/>");
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    for (;;) {
-        {
-            std::lock_guard lock(seen->mutex);
-            if (seen->documents.size() == count + 1) break;
-        }
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
-        std::this_thread::sleep_for(1ms);
-    }
-    std::lock_guard lock(seen->mutex);
-    for (const std::size_t countOfFolder : seen->countsOfFolder)
-        EXPECT_EQ(countOfFolder, 1U);
+    EXPECT_TRUE(waitUntil([&] { return delivered_->paths.size() == count + 1; }));
 }
 
 TEST_F(FileEvent, ReportsTheFileThatItObserves) {
@@ -187,15 +142,13 @@ TEST_F(FileEvent, LogsAStartThatFails) {
 }
 
 TEST_F(FileEvent, MayEndAtAnyTime) {
-    const std::string folder = directory_ / "in";
-    fs::create_directories(folder);
     for (int i = 0; i < 50; ++i) {
-        const auto event = make(folder);
+        const auto event = make(folder_);
         event->setRun(true);
         directory_.write("in/" + std::to_string(i), "");
         if (i % 3 == 0) event->eventQueue()->sync([] {});
     }
-    auto last = make(folder);
+    auto last = make(folder_);
     last->setEventBlock([&last, delivered = delivered_](const auto&, const auto&) {
         last.reset(); // inside its own callback
         std::lock_guard lock(delivered->mutex);

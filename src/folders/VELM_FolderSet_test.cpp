@@ -28,29 +28,30 @@ using ::testing::IsEmpty;
 
 namespace {
 
-// The settings of this program's run, in a folder of its own.
-class SettingsEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override {
-        directory_ = std::make_unique<support::TemporaryDirectory>();
-        base::setPlaces(base::Places::below(directory_->path().string()));
-    }
-    void TearDown() override { directory_.reset(); }
-
-private:
-    std::unique_ptr<support::TemporaryDirectory> directory_;
-};
-
-[[maybe_unused]] const auto* const environment = ::testing::AddGlobalTestEnvironment(new SettingsEnvironment);
-
 base::URL url(std::string_view path) {
     return base::URL::fileURLWithPath(path);
 }
 
+class TestSet final : public VELM_FolderSet {
+public:
+    TestSet(FolderSetClass& ownClass, std::string name, base::URL place)
+        : VELM_FolderSet(std::move(name), std::move(place)), ownClass_(ownClass) {}
+    TestSet(FolderSetClass& ownClass, const base::Dictionary& archived)
+        : VELM_FolderSet(archived), ownClass_(ownClass) {}
+    FolderSetClass& folderSetClass() const override { return ownClass_; }
+
+private:
+    FolderSetClass& ownClass_;
+};
+
 // A class like those of the job folders and the print-to-file sets. Each test has one of its own, with an empty list.
 class TestClass final : public FolderSetClass {
 public:
-    explicit TestClass(std::string name, bool usesOldNames = false);
+    TestClass(std::string name, bool usesOldNames)
+        : FolderSetClass(
+              std::move(name),
+              [this](const base::Dictionary& archived) { return std::make_shared<TestSet>(*this, archived); }),
+          usesOldNames_(usesOldNames) {}
     std::string keyForSavedFolderSets() const override { return "saved" + className(); }
     bool usesOldVELMNames() const override { return usesOldNames_; }
 
@@ -66,25 +67,11 @@ private:
     const bool usesOldNames_;
 };
 
-class TestSet final : public VELM_FolderSet {
-public:
-    TestSet(TestClass& ownClass, std::string name, base::URL place)
-        : VELM_FolderSet(std::move(name), std::move(place)), ownClass_(ownClass) {}
-    TestSet(TestClass& ownClass, const base::Dictionary& archived) : VELM_FolderSet(archived), ownClass_(ownClass) {}
-    FolderSetClass& folderSetClass() const override { return ownClass_; }
-
-private:
-    TestClass& ownClass_;
-};
-
-TestClass::TestClass(std::string name, bool usesOldNames)
-    : FolderSetClass(std::move(name),
-                     [this](const base::Dictionary& archived) { return std::make_shared<TestSet>(*this, archived); }),
-      usesOldNames_(usesOldNames) {}
-
 class FolderSets : public ::testing::Test {
 protected:
     FolderSets() {
+        static const support::TemporaryDirectory home; // the settings live as long as the process
+        base::setPlaces(base::Places::below(home.path().string()));
         platform::run::setClock(clock_);
         previousSink_ = base::setLogSink([this](std::string_view message) { log_ += std::string(message) + "\n"; });
     }
@@ -128,7 +115,6 @@ TEST_F(FolderSets, NumberNamesThatAreTaken) {
         std::string name, valid;
     };
     const Case cases[] = {
-        {{}, "Foo", "Foo"},
         {{"Bar"}, "Foo", "Foo"},
         {{"Foo"}, "Foo", "Foo 1"},
         {{"foo", "FOO 1"}, "Foo", "Foo 2"},
@@ -137,7 +123,6 @@ TEST_F(FolderSets, NumberNamesThatAreTaken) {
         {{"Foo12"}, "Foo12", "Foo12 1"},
         {{"Foo 1 "}, "Foo 1 ", "Foo 1  1"},
         {{"Foo 007"}, "Foo 007", "Foo 8"},
-        {{"7"}, "7", "7 1"},
         {{" 7"}, " 7", " 8"},
         {{""}, "", " 1"},
         {{"Foo 9223372036854775807"}, "Foo 9223372036854775807", "Foo -9223372036854775808"},
@@ -153,43 +138,35 @@ TEST_F(FolderSets, NumberNamesThatAreTaken) {
     }
 }
 
-TEST_F(FolderSets, TakeTheNextNumberWhenAskedForTheirOwnName) {
-    TestClass& ofClass = newClass();
-    const auto set = newSet(ofClass, "Foo");
-    int notifications = 0;
-    const auto token = set->observable().observe("name", [&] { ++notifications; });
-    ofClass.addFolderSet(set);
-    EXPECT_EQ(set->name(), "Foo");
-    EXPECT_EQ(notifications, 0);
-    set->setName("Foo");
-    EXPECT_EQ(set->name(), "Foo 1");
-    EXPECT_EQ(notifications, 1);
-}
-
-TEST_F(FolderSets, AreAddedAndRemovedWithNotification) {
+TEST_F(FolderSets, AreAddedRenamedAndRemovedWithNotification) {
     TestClass& ofClass = newClass();
     std::string trace;
-    const auto token = ofClass.observable().observe(
-        "folderSets", [&] { trace += "did" + std::to_string(ofClass.folderSets().size()) + ";"; },
-        [&] { trace += "will" + std::to_string(ofClass.folderSets().size()) + ";"; });
-    ofClass.addFolderSet(newSet(ofClass, "Foo"));
+    const auto note = [&](const char* what) {
+        return [&, what] { trace += what + std::to_string(ofClass.folderSets().size()) + ";"; };
+    };
+    const auto token = ofClass.observable().observe("folderSets", note("did"), note("will"));
+    const auto set = newSet(ofClass, "Foo");
+    const auto nameToken = set->observable().observe("name", note("name"));
+    ofClass.addFolderSet(set);
     ofClass.addFolderSet(newSet(ofClass, "foo"));
     EXPECT_THAT(names(ofClass.folderSets()), ElementsAre("Foo", "foo 1"));
     EXPECT_EQ(ofClass.folderSetWithName("FOO 1"), ofClass.folderSets()[1]);
     EXPECT_EQ(ofClass.folderSetWithName("none"), nullptr);
-    ofClass.removeFolderSet(newSet(ofClass, "FOO"));
+    set->setName("Foo"); // its own name is taken, too
+    ofClass.removeFolderSet(newSet(ofClass, "FOO 2"));
     EXPECT_THAT(names(ofClass.folderSets()), ElementsAre("foo 1"));
-    EXPECT_EQ(trace, "will0;did1;will1;did2;will2;did1;");
+    EXPECT_EQ(trace, "will0;did1;will1;did2;name2;will2;did1;");
     EXPECT_THAT(log_, HasSubstr("+[VELM_FolderSet removeFolderSet:]:sender <Test"));
     EXPECT_EQ(ofClass.loads, 1);
 }
 
-TEST_F(FolderSets, AreSavedHalfASecondAfterTheLastChange) {
+TEST_F(FolderSets, AreSavedHalfASecondAfterTheLastChangeAndOfTheLastClassAlone) {
     TestClass& ofClass = newClass();
+    TestClass& before = newClass();
     std::vector<std::string> mirrored;
     folders::setDefaultsMirror([&](const base::Value&, std::string_view key) { mirrored.emplace_back(key); });
+    before.addFolderSet(newSet(before, "Foo"));
     const auto set = newSet(ofClass, "Foo", "/tmp/foo bar");
-    set->setProperty("enabled", true);
     set->setProperty("jobFileUTType", "public.xml");
     ofClass.addFolderSet(set);
     pass(400ms);
@@ -197,30 +174,19 @@ TEST_F(FolderSets, AreSavedHalfASecondAfterTheLastChange) {
     pass(450ms);
     EXPECT_FALSE(UserDefaults::standard().dataForKey(ofClass.keyForSavedFolderSets()));
     pass(50ms);
-    const auto data = UserDefaults::standard().dataForKey(ofClass.keyForSavedFolderSets());
-    ASSERT_TRUE(data);
+    EXPECT_TRUE(UserDefaults::standard().dataForKey(ofClass.keyForSavedFolderSets()));
+    EXPECT_FALSE(UserDefaults::standard().dataForKey(before.keyForSavedFolderSets()));
     EXPECT_THAT(mirrored, ElementsAre(ofClass.keyForSavedFolderSets()));
     folders::setDefaultsMirror(nullptr);
 
-    const auto loaded = ofClass.folderSetsFromSavedData();
+    ofClass.setFolderSets({});
+    ofClass.updateFromSavedData();
+    const auto loaded = ofClass.folderSets();
     ASSERT_THAT(names(loaded), ElementsAre("Bar"));
     EXPECT_EQ(loaded[0]->className(), ofClass.className());
     EXPECT_EQ(loaded[0]->URL(), url("/tmp/foo bar"));
     EXPECT_EQ(loaded[0]->properties(), set->properties());
     EXPECT_NE(loaded[0]->uuid(), set->uuid());
-    ofClass.setFolderSets({});
-    ofClass.updateFromSavedData();
-    EXPECT_THAT(names(ofClass.folderSets()), ElementsAre("Bar"));
-}
-
-TEST_F(FolderSets, OfTheLastClassAloneAreSavedInABurst) {
-    TestClass& first = newClass();
-    TestClass& second = newClass();
-    first.addFolderSet(newSet(first, "Foo"));
-    second.addFolderSet(newSet(second, "Foo"));
-    pass(1s);
-    EXPECT_FALSE(UserDefaults::standard().dataForKey(first.keyForSavedFolderSets()));
-    EXPECT_TRUE(UserDefaults::standard().dataForKey(second.keyForSavedFolderSets()));
 }
 
 TEST_F(FolderSets, TellTheirObserversOfSavedChanges) {
@@ -239,7 +205,6 @@ TEST_F(FolderSets, TellTheirObserversOfSavedChanges) {
     EXPECT_THAT(log_, HasSubstr("+[VELM_FolderSet updateFolderSets]_block_invoke"));
 
     observer.reset();
-    ofClass.updateFolderSets();
     ofClass.updateFolderSets();
     pass(100ms);
     EXPECT_EQ(trace, "a1;b;b;");
@@ -277,7 +242,6 @@ TEST_F(FolderSets, ThatCannotBeReadLeaveAnEmptyList) {
 
 TEST_F(FolderSets, CompareByClassAndName) {
     TestClass& ofClass = newClass();
-    TestClass& otherClass = newClass();
     const auto set = newSet(ofClass, "Foo", "/a");
     set->setProperty("key", 7);
     const auto copy = set->copy();
@@ -286,13 +250,12 @@ TEST_F(FolderSets, CompareByClassAndName) {
     EXPECT_EQ(copy->URL(), set->URL());
     EXPECT_NE(copy->uuid(), set->uuid());
     EXPECT_EQ(set->uuid(), set->uuid());
-    EXPECT_TRUE(set->isEqual(*copy));
 
     const auto lowerCase = newSet(ofClass, "foo", "/b");
     EXPECT_TRUE(set->isEqual(*lowerCase));
     EXPECT_EQ(set->hash(), lowerCase->hash());
     EXPECT_FALSE(set->isEqual(*newSet(ofClass, "Bar")));
-    EXPECT_FALSE(set->isEqual(*newSet(otherClass, "Foo")));
+    EXPECT_FALSE(set->isEqual(*newSet(newClass(), "Foo")));
     const auto base = VELM_FolderSet::initWithName("Foo");
     EXPECT_TRUE(base->isEqual(*set));
     EXPECT_FALSE(set->isEqual(*base));

@@ -57,13 +57,4 @@ TEST(SystemClock, NeverRunsEarlyAndKeepsTheOrder) {
     clock->after(std::chrono::nanoseconds::max(), queue, [] { FAIL(); });
 }
 
-TEST(Clock, IsTheSystemsUntilAnotherOneIsSet) {
-    EXPECT_EQ(platform::run::clock(), systemClock());
-    const auto manual = std::make_shared<ManualClock>();
-    setClock(manual);
-    EXPECT_EQ(platform::run::clock(), manual);
-    setClock(nullptr);
-    EXPECT_EQ(platform::run::clock(), systemClock());
-}
-
 } // namespace

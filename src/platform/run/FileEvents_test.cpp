@@ -8,6 +8,7 @@
 #include "support/TemporaryDirectory.h"
 
 #include <condition_variable>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -15,12 +16,13 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <sys/eventfd.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace platform::run;
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 namespace fs = std::filesystem;
 
@@ -106,14 +108,15 @@ TEST_F(FileEvents, ReportsFoldersUnderTheirOwnPath) {
     EXPECT_TRUE(reports_.take(folder + "/other.velm_job"));
     EXPECT_FALSE(reports_.hasSeen(folder + "/new.velm_job"));
 
-    // What is moved out is no longer followed.
-    fs::rename(folder + "/other.velm_job", directory_ / "done.velm_job");
+    // What is moved out is no longer followed, and neither is what is inside it.
+    fs::rename(folder + "/old.velm_job", directory_ / "done.velm_job");
     EXPECT_TRUE(reports_.take(folder));
     reports_.forget();
     directory_.write("done.velm_job/job.xml", "<job/>");
+    directory_.write("done.velm_job/images/b.jpg", "x");
     directory_.write("in/last.xml", "<job/>");
     EXPECT_TRUE(reports_.take(folder));
-    EXPECT_FALSE(reports_.hasSeen(folder + "/other.velm_job"));
+    EXPECT_FALSE(reports_.hasSeen(folder + "/old.velm_job"));
 }
 
 TEST_F(FileEvents, SaysNothingOfWhatLiesDeeperOrBeside) {
@@ -143,15 +146,6 @@ TEST_F(FileEvents, ReportsWhatChangesInAFolderInsideASubfolderUnderTheSubfolder)
         EXPECT_TRUE(reports_.take(order)) << suffix;
         EXPECT_FALSE(reports_.hasSeen(order + "/Images"));
     }
-    // One that is moved out is not followed by what is inside it either.
-    const auto stream = start({directory_ / "in"});
-    fs::rename(order, directory_ / "away");
-    EXPECT_TRUE(reports_.take(directory_ / "in"));
-    reports_.forget();
-    directory_.write("away/Images/b.jpg", "x");
-    directory_.write("in/last", "x");
-    EXPECT_TRUE(reports_.take(directory_ / "in"));
-    EXPECT_FALSE(reports_.hasSeen(order));
 }
 
 TEST_F(FileEvents, KnowsWhatIsStillBeingWritten) {
@@ -207,13 +201,10 @@ TEST_F(FileEvents, ReportsAFileThatIsWrittenOrReplaced) {
 }
 
 TEST_F(FileEvents, ReportsFilesOfFoldersOnRequest) {
-    const std::string folder = directory_ / "in";
-    fs::create_directories(folder);
-    const auto stream = start({folder}, {.fileEvents = true});
-    const std::string file = directory_.write("in/a.xml", "1");
-    EXPECT_TRUE(reports_.take(file));
-    const std::string inside = directory_.write("in/sub/b.xml", "1");
-    EXPECT_TRUE(reports_.take(inside));
+    fs::create_directories(directory_ / "in");
+    const auto stream = start({directory_ / "in"}, {.fileEvents = true});
+    for (const char* file : {"in/a.xml", "in/sub/b.xml"})
+        EXPECT_TRUE(reports_.take(directory_.write(file, "1"))) << file;
 }
 
 TEST_F(FileEvents, WaitsForAFolderThatDoesNotExist) {
@@ -230,9 +221,11 @@ TEST_F(FileEvents, FollowsAFolderThatIsRemovedAndMadeAgain) {
     const std::string folder = directory_ / "a/in";
     fs::create_directories(folder);
     const auto stream = start({folder});
-    for (int round = 0; round < 3; ++round) {
-        // By itself; with what is above it; by moving what is above it away and back.
-        const std::string removed = round == 0 ? folder : directory_ / "a";
+    for (int round = 0; round < 4; ++round) {
+        // By itself; with what is above it; by moving what is above it away and back; by itself while it is held open.
+        const std::string removed = round == 0 || round == 3 ? folder : directory_ / "a";
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> held(
+            round == 3 ? std::fopen(folder.c_str(), "r") : nullptr, [](std::FILE* file) { return std::fclose(file); });
         if (round == 2)
             fs::rename(removed, directory_ / "away");
         else
@@ -253,16 +246,11 @@ TEST_F(FileEvents, FollowsAFolderThatIsRemovedAndMadeAgain) {
     }
 }
 
-TEST_F(FileEvents, NoticesTheRemovalOfAFolderThatIsHeldOpen) {
-    const std::string folder = directory_ / "in";
-    fs::create_directories(folder);
-    const auto stream = start({folder});
-    std::FILE* held = std::fopen(folder.c_str(), "r");
-    ASSERT_TRUE(held);
-    fs::remove_all(folder);
-    EXPECT_EQ(reports_.take(folder), fileEventFlags::rootChanged);
-    std::fclose(held);
-}
+struct Holder final : FileWatcherThread::Client {
+    void descriptorIsReadable() override { held.wait(); }
+    void mountsDidChange() override {}
+    Group held;
+};
 
 TEST_F(FileEvents, RescansAfterAnOverflow) {
     const std::string folder = directory_ / "in";
@@ -273,15 +261,18 @@ TEST_F(FileEvents, RescansAfterAnOverflow) {
     if (queueLength > 100'000) GTEST_SKIP() << "the kernel's queue is too long to overflow";
 
     // The watching thread is held while the kernel's queue runs over. Different names, as equal records are merged.
-    Group held;
-    held.enter();
-    FileWatcherThread::shared().perform([&] { held.wait(); });
+    const auto holder = std::make_shared<Holder>();
+    holder->held.enter();
+    const int readable = eventfd(1, EFD_CLOEXEC);
+    FileWatcherThread::shared().add(readable, holder);
     const std::string file = directory_.write("in/a", "");
     for (std::size_t i = 0; i < queueLength; ++i)
         fs::rename(folder + (i % 2 ? "/b" : "/a"), folder + (i % 2 ? "/a" : "/b"));
     fs::create_directory(folder + "/late.velm_job"); // its record is lost
     reports_.forget();
-    held.leave();
+    holder->held.leave();
+    FileWatcherThread::shared().remove(readable);
+    close(readable);
     EXPECT_TRUE(reports_.take(folder).value_or(0) & fileEventFlags::mustScanSubDirs);
     directory_.write("in/late.velm_job/job.xml", "<job/>");
     EXPECT_TRUE(reports_.take(folder + "/late.velm_job"));
@@ -303,19 +294,16 @@ TEST_F(FileEvents, PollsWhereEventsDoNotCome) {
 
 TEST_F(FileEvents, TellsOnlyWhileItRuns) {
     const std::string folder = directory_ / "in";
+    const std::string other = directory_ / "other";
     fs::create_directories(folder);
-    auto stream = start({folder});
+    fs::create_directories(other);
+    const auto stream = start({folder, other});
     stream->stop();
-    directory_.write("in/stopped", "");
-    FileWatcherThread& thread = FileWatcherThread::shared();
-    Group handled;
-    handled.enter();
-    thread.perform([&] { handled.leave(); });
-    handled.wait();
-    EXPECT_THAT(reports_.deliveries(), IsEmpty());
+    directory_.write("other/stopped", "");
     EXPECT_TRUE(stream->start());
     directory_.write("in/started", "");
     EXPECT_TRUE(reports_.take(folder));
+    EXPECT_FALSE(reports_.hasSeen(other));
 
     FileEventStream nothing({}, {}, reports_.callback());
     nothing.setQueue(Queue::serial());
@@ -368,18 +356,12 @@ struct GroupingCase {
     std::vector<Step> steps;
 };
 
-void PrintTo(const GroupingCase& each, std::ostream* out) {
-    *out << each.name;
-}
-
-class EventGrouping : public ::testing::TestWithParam<GroupingCase> {};
-
-TEST_P(EventGrouping, Delivers) {
+void deliver(const GroupingCase& test) {
     const auto clock = std::make_shared<ManualClock>();
     clock->advance(1h);
     FileEventStream::Options options;
     options.latency = 1s;
-    options.noDefer = GetParam().noDefer;
+    options.noDefer = test.noDefer;
     options.clock = clock;
     std::string delivered;
     const auto collector = std::make_shared<EventCollector>(options, [&](const auto& paths, const auto&) {
@@ -392,7 +374,7 @@ TEST_P(EventGrouping, Delivers) {
     collector->setQueue(queue);
     collector->start();
     const auto begin = clock->now();
-    for (const Step& step : GetParam().steps) {
+    for (const Step& step : test.steps) {
         // In small steps, since a look may ask for another one.
         while (clock->now() < begin + std::chrono::milliseconds(step.milliseconds)) {
             clock->advance(50ms);
@@ -400,75 +382,68 @@ TEST_P(EventGrouping, Delivers) {
         }
         if (!step.change.empty())
             collector->add({{step.change, 0, step.isSettling, std::chrono::milliseconds(step.quietTime)}});
-        queue->sync([&] { EXPECT_EQ(delivered, step.delivered) << "at " << step.milliseconds; });
+        queue->sync([&] { EXPECT_EQ(delivered, step.delivered) << test.name << " at " << step.milliseconds; });
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, EventGrouping,
-    ::testing::Values(
-        GroupingCase{"first at once, then grouped",
-                     true,
-                     {{0, "a", false, "[a]"},
-                      {100, "b", false, "[a]"},
-                      {500, "c", false, "[a]"},
-                      {900, "b", false, "[a]"},
-                      {950, "", false, "[a]"},
-                      {1000, "", false, "[a][bc]"},
-                      {1500, "d", false, "[a][bc]"},
-                      {2000, "", false, "[a][bc][d]"},
-                      {3000, "e", false, "[a][bc][d][e]"}}},
-        GroupingCase{
-            "all wait without no-defer",
-            false,
-            {{0, "a", false, ""}, {900, "b", false, ""}, {1000, "", false, "[ab]"}, {2500, "", false, "[ab]"}}},
-        GroupingCase{"what is being made waits until it is quiet",
-                     true,
-                     {{0, "a", true, ""},
-                      {800, "a", true, ""},
-                      {1600, "a", true, ""},
-                      {2550, "", true, ""},
-                      {2600, "", false, "[a]"}}},
-        GroupingCase{"but not for ever",
-                     true,
-                     {{0, "a", true, ""},
-                      {900, "a", true, ""},
-                      {1800, "a", true, ""},
-                      {2700, "a", true, ""},
-                      {3600, "a", true, ""},
-                      {4500, "a", true, ""},
-                      {4950, "a", true, ""},
-                      {5000, "", false, "[a]"},
-                      {5100, "b", true, "[a]"},
-                      {6050, "", false, "[a]"},
-                      {6100, "", false, "[a][b]"}}},
-        GroupingCase{
-            "what is finished takes along what is being made",
-            true,
-            {{0, "a", true, ""}, {300, "b", false, "[ab]"}, {400, "c", true, "[ab]"}, {1400, "", false, "[ab][c]"}}},
-        GroupingCase{"but not what changes inside a folder",
-                     true,
-                     {{0, "f", true, "", 1000},
-                      {300, "b", false, "[b]"},
-                      {900, "f", true, "[b]", 1000},
-                      {1850, "g", true, "[b]", 3000},
-                      {1900, "", false, "[b][f]"},
-                      {4800, "", false, "[b][f]"},
-                      {4850, "", false, "[b][f][g]"}}},
-        GroupingCase{"which waits as long as it takes",
-                     true,
-                     {{0, "f", true, "", 1000},
-                      {900, "f", true, "", 1000},
-                      {1800, "f", true, "", 1000},
-                      {2700, "f", true, "", 1000},
-                      {3600, "f", true, "", 1000},
-                      {4500, "f", true, "", 1000},
-                      {5400, "f", true, "", 1000},
-                      {6400, "", false, "[f]"}}}),
-    [](const auto& test) {
-        std::string name = test.param.name;
-        std::erase_if(name, [](char character) { return !std::isalnum(static_cast<unsigned char>(character)); });
-        return name;
-    });
+TEST(EventGrouping, FollowsTheLatency) {
+    const GroupingCase cases[] = {
+        {"first at once, then grouped",
+         true,
+         {{0, "a", false, "[a]"},
+          {500, "b", false, "[a]"},
+          {900, "c", false, "[a]"},
+          {950, "", false, "[a]"},
+          {1000, "", false, "[a][bc]"},
+          {3000, "d", false, "[a][bc][d]"}}},
+        {"all wait without no-defer",
+         false,
+         {{0, "a", false, ""}, {900, "b", false, ""}, {1000, "", false, "[ab]"}, {2500, "", false, "[ab]"}}},
+        {"what is being made waits until it is quiet",
+         true,
+         {{0, "a", true, ""},
+          {800, "a", true, ""},
+          {1600, "a", true, ""},
+          {2550, "", true, ""},
+          {2600, "", false, "[a]"}}},
+        {"but not for ever",
+         true,
+         {{0, "a", true, ""},
+          {900, "a", true, ""},
+          {1800, "a", true, ""},
+          {2700, "a", true, ""},
+          {3600, "a", true, ""},
+          {4500, "a", true, ""},
+          {4950, "a", true, ""},
+          {5000, "", false, "[a]"},
+          {5100, "b", true, "[a]"},
+          {6050, "", false, "[a]"},
+          {6100, "", false, "[a][b]"}}},
+        {"what is finished takes along what is being made",
+         true,
+         {{0, "a", true, ""}, {300, "b", false, "[ab]"}, {400, "c", true, "[ab]"}, {1400, "", false, "[ab][c]"}}},
+        {"but not what changes inside a folder",
+         true,
+         {{0, "f", true, "", 1000},
+          {300, "b", false, "[b]"},
+          {900, "f", true, "[b]", 1000},
+          {1850, "g", true, "[b]", 3000},
+          {1900, "", false, "[b][f]"},
+          {4800, "", false, "[b][f]"},
+          {4850, "", false, "[b][f][g]"}}},
+        {"which waits as long as it takes",
+         true,
+         {{0, "f", true, "", 1000},
+          {900, "f", true, "", 1000},
+          {1800, "f", true, "", 1000},
+          {2700, "f", true, "", 1000},
+          {3600, "f", true, "", 1000},
+          {4500, "f", true, "", 1000},
+          {5400, "f", true, "", 1000},
+          {6400, "", false, "[f]"}}},
+    };
+    for (const GroupingCase& test : cases)
+        deliver(test);
+}
 
 } // namespace

@@ -3,11 +3,12 @@
 #include "platform/run/Queue.h"
 
 #include <atomic>
-#include <condition_variable>
+#include <future>
 #include <gtest/gtest.h>
-#include <mutex>
+#include <memory>
 #include <numeric>
 #include <thread>
+#include <utility>
 
 using namespace platform::run;
 using namespace std::chrono_literals;
@@ -15,25 +16,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto limit = 60s; // never reached unless something is broken
-
-// Holds work until it is opened, without telling the pool that it waits.
-class Gate {
-public:
-    void open() {
-        std::lock_guard lock(mutex_);
-        isOpen_ = true;
-        opened_.notify_all();
-    }
-    void pass() {
-        std::unique_lock lock(mutex_);
-        opened_.wait(lock, [this] { return isOpen_; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable opened_;
-    bool isOpen_ = false;
-};
 
 TEST(SerialQueue, RunsOneAtATimeInOrder) {
     const QueueRef queue = Queue::serial("order");
@@ -95,16 +77,11 @@ TEST(SerialQueue, OutlivesItsHolderWhileItHasWork) {
     EXPECT_EQ(count, 100);
 }
 
-/// Work that holds something whose end asks whether it is on the queue.
-Work workThatEndsOn(const QueueRef& queue, std::atomic<bool>& endedOnQueue) {
-    const std::shared_ptr<void> held(nullptr, [&endedOnQueue, queue](void*) { endedOnQueue = queue->isCurrent(); });
-    return [held] {};
-}
-
 TEST(SerialQueue, LetsGoOfItsWorkInItsTurn) {
     const QueueRef queue = Queue::serial();
     std::atomic<bool> endedOnQueue = false;
-    queue->async(workThatEndsOn(queue, endedOnQueue));
+    std::shared_ptr<void> held(nullptr, [&](void*) { endedOnQueue = queue->isCurrent(); });
+    queue->async([held = std::exchange(held, {})] {});
     queue->sync([] {});
     EXPECT_TRUE(endedOnQueue);
 }
@@ -124,11 +101,12 @@ TEST(GlobalQueue, GrowsWhenItsThreadsBlock) {
 
 TEST(GlobalQueue, GrowsWhenItsThreadsBlockWithoutTellingIt) {
     constexpr int count = 6;
-    Gate gate;
+    std::promise<void> gate; // the pool is not told that its work waits for it
+    const std::shared_future<void> opened = gate.get_future().share();
     Group group;
     for (int i = 0; i < count; ++i)
-        group.async(Queue::global(), [&] { gate.pass(); });
-    group.async(Queue::global(), [&] { gate.open(); });
+        group.async(Queue::global(), [&] { opened.wait(); });
+    group.async(Queue::global(), [&] { gate.set_value(); });
     group.wait();
 }
 

@@ -5,10 +5,9 @@
 #include <cstdint>
 #include <fcntl.h>
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 #include <thread>
-#include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace platform::run {
 
@@ -29,9 +28,7 @@ FileWatcherThread& FileWatcherThread::shared() {
 }
 
 FileWatcherThread::FileWatcherThread()
-    : poll_(epoll_create1(EPOLL_CLOEXEC)), wakeup_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      mounts_(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)) {
-    pollFor(poll_, wakeup_, EPOLLIN);
+    : poll_(epoll_create1(EPOLL_CLOEXEC)), mounts_(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)) {
     // The kernel tells a change of the table of mounts as an exceptional condition of this file.
     if (mounts_ >= 0) pollFor(poll_, mounts_, EPOLLPRI);
     std::thread([this] { run(); }).detach();
@@ -49,15 +46,6 @@ void FileWatcherThread::remove(int descriptor) {
     epoll_ctl(poll_, EPOLL_CTL_DEL, descriptor, nullptr);
 }
 
-void FileWatcherThread::perform(Work work) {
-    {
-        std::lock_guard lock(mutex_);
-        tasks_.push_back(std::move(work));
-    }
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(wakeup_, &one, sizeof one); // full means awake already
-}
-
 void FileWatcherThread::run() {
     std::array<epoll_event, 16> events{};
     for (;;) {
@@ -69,19 +57,6 @@ void FileWatcherThread::run() {
 }
 
 void FileWatcherThread::handle(int descriptor) {
-    if (descriptor == wakeup_) {
-        std::uint64_t count = 0;
-        [[maybe_unused]] const ssize_t got = read(wakeup_, &count, sizeof count);
-        std::vector<Work> tasks;
-        {
-            std::lock_guard lock(mutex_);
-            tasks.swap(tasks_);
-        }
-        for (const Work& task : tasks)
-            task();
-        return;
-    }
-
     std::vector<std::shared_ptr<Client>> concerned;
     {
         std::lock_guard lock(mutex_);

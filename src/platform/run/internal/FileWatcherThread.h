@@ -1,12 +1,9 @@
 // The one thread that waits for file-system events on behalf of all streams of the process.
 #pragma once
 
-#include "platform/run/Queue.h"
-
 #include <map>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 namespace platform::run {
 
@@ -29,20 +26,15 @@ public:
     void add(int descriptor, std::weak_ptr<Client> client);
     void remove(int descriptor);
 
-    /// Runs the work on the thread.
-    void perform(Work work);
-
 private:
     FileWatcherThread();
     void run();
     void handle(int descriptor);
 
     int poll_ = -1;
-    int wakeup_ = -1;
     int mounts_ = -1;
     std::mutex mutex_;
     std::map<int, std::weak_ptr<Client>> clients_;
-    std::vector<Work> tasks_;
 };
 
 } // namespace platform::run
