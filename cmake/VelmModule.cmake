@@ -92,7 +92,7 @@ function(velm_module path)
             velm_target_name(module_target "${module}")
             target_link_libraries(${target}_test PRIVATE ${module_target})
         endforeach()
-        gtest_discover_tests(${target}_test TEST_PREFIX "${path}." DISCOVERY_MODE PRE_TEST
+        gtest_discover_tests(${target}_test TEST_PREFIX "${path}." DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
                              PROPERTIES TIMEOUT 120 LABELS "unit")
     endif()
 endfunction()
