@@ -36,16 +36,14 @@ TEST(TemplateGrammar, LayersGiveTheirValues) {
          {{"type", "stamp"}, {"key", "edittextbox"}, {"stamp", "3"}}},
         {R"(<layer type="EditTextBox"><key>mine</key></layer>)", {{"type", "stamp"}, {"key", "mine"}}},
         {R"(<layer type="textbox"><stringnumber>3</stringnumber></layer>)", {{"type", "textbox"}}},
-        {R"(<layer><filepath>imagefile</filepath></layer>)", {{"filepath", "imagefile"}, {"key", "image1"}}},
-        {R"(<layer><FileName>a.png</FileName></layer>)", {{"filename", "a.png"}}},
+        {R"(<layer><filepath>imagefile</filepath><FileName>a.png</FileName></layer>)",
+         {{"filepath", "imagefile"}, {"key", "image1"}, {"filename", "a.png"}}},
         {R"(<layer><type>date</type></layer>)", {{"stamp", "date"}, {"key", "date"}}},
         {R"(<layer key="k"><type>date</type></layer>)", {{"stamp", "date"}, {"key", "k"}}},
         {R"(<layer type="stamp"><string>shortDate</string></layer>)",
          {{"type", "stamp"}, {"string", "shortDate"}, {"stampFormat", "shortDate"}}},
-        {R"(<layer type="textbox"><string>Hi<!-- there --> you</string></layer>)",
-         {{"type", "textbox"}, {"string", "Hi you"}}},
-        {R"(<layer><croprect normal="no">{{0, 0}, {1, 1}}</croprect></layer>)",
-         {{"croprect", "{{0, 0}, {1, 1}}"}, {"normal", "no"}}},
+        {R"(<layer type="textbox"><string>Hi<!-- there --> you</string><croprect normal="no">c</croprect></layer>)",
+         {{"type", "textbox"}, {"string", "Hi you"}, {"croprect", "c"}, {"normal", "no"}}},
         {R"(<layer><color optional="yes">#FF0000</color><textshadow optional="no" blur="3" offset="{1, 2}">#000</textshadow></layer>)",
          {{"color", "#FF0000"},
           {"textcolorOptional", "yes"},
@@ -66,10 +64,13 @@ TEST(TemplateGrammar, LayersGiveTheirValues) {
           {"borderShadowColor", "#1"},
           {"borderShadowBlur", "2"},
           {"clipsContent", "maybe"}}},
-        {R"(<layer><border width="3" color="#0F0" clipsContent="1">true</border></layer>)",
-         {{"borderEnabled", "yes"}, {"borderWidth", 3.0}, {"bordercolor", "#0F0"}, {"clipsContent", "yes"}}},
-        {R"(<layer><background color="#ABC">0</background></layer>)",
-         {{"backgroundEnabled", "no"}, {"backgroundcolor", "#ABC"}}},
+        {R"(<layer><border width="3" color="#0F0" clipsContent="1">true</border><background color="#A">0</background></layer>)",
+         {{"borderEnabled", "yes"},
+          {"borderWidth", 3.0},
+          {"bordercolor", "#0F0"},
+          {"clipsContent", "yes"},
+          {"backgroundEnabled", "no"},
+          {"backgroundcolor", "#A"}}},
         {R"(<layer><overflowx>a</overflowx><overflowy>b</overflowy><hideExtension>yes</hideExtension><textAlignment>Right</textAlignment><rotation>1.5708</rotation></layer>)",
          {{"overflowx", "a"},
           {"overflowy", "b"},
@@ -146,22 +147,41 @@ TEST(TemplateGrammar, CanvasElements) {
     EXPECT_EQ(templateFrom(R"(<canvas size="{10, 20}" width="30"/>)")->canvasSize(), (base::Size{30, 20}));
 }
 
-// A document's layers as they lie, one a line.
-std::string dump(VELM_Template& document) {
-    std::string text;
-    for (const auto& layer : document.layers())
-        text += base::message("%@ %@ %@\n", layer->zLevelString(), layer->key(), base::stringFromRect(layer->frame()));
-    return text;
-}
-
-TEST(TemplateGrammar, LayersAreSortedByLevelAndRenumbered) {
-    const auto document = templateFrom(R"(<layout size="{100, 100}">
-        <layer key="front" zindex="10" frame="{{0, 0}, {1, 1}}"/>
-        <layer key="twin1" zindex="2"/><layer key="none"/><layer key="twin2" zindex="2"/>
-        <layer key="negative" zindex="-1"/></layout>)");
-    EXPECT_EQ(dump(*document), "100 negative {{0, 0}, {0, 0}}\n200 none {{0, 0}, {0, 0}}\n"
-                               "300 twin1 {{0, 0}, {0, 0}}\n400 twin2 {{0, 0}, {0, 0}}\n500 front {{0, 0}, {1, 1}}\n");
-    EXPECT_EQ(dump(*templateFrom("<layout><layer key='only' zindex='7'/></layout>")), "7 only {{0, 0}, {0, 0}}\n");
+// What is written under a name is read back under the key that it was written from.
+TEST(TemplateGrammar, NamesAreWrittenAsTheyAreRead) {
+    const struct {
+        const char* key;
+        const char* text;
+        std::vector<const char*> lost; ///< Attributes that no rule of that child reads.
+    } cases[] = {
+        {"borderEnabled", "yes", {"borderShadowColor", "borderShadowBlur"}},
+        {"bordercolor", "#000000", {}},
+        {"shadowEnabled", "yes", {}},
+        {"shadowcolor", "#111111", {}},
+        {"backgroundEnabled", "yes", {}},
+        {"croprect", "{{0, 0}, {1, 1}}", {}},
+        {"font", "Courier", {}},
+    };
+    for (const auto& c : cases) {
+        const auto child =
+            platform::data::XMLNode::element(VELM_Template::translatedChildName(c.key), std::string_view(c.text));
+        EXPECT_THAT(VELM_Template::attributesForChild(c.key), testing::Not(IsEmpty())) << c.key;
+        for (const std::string_view key : VELM_Template::attributesForChild(c.key))
+            child->addAttribute(VELM_Template::xmlAttributeTranslatedName(key, "7"));
+        const auto layer = platform::data::XMLNode::element("layer");
+        layer->addChild(child);
+        const auto read = VELM_Template::initWithNode(*layer, std::nullopt);
+        ASSERT_TRUE(read) << c.key;
+        EXPECT_EQ(read->value(c.key), base::Value(c.text));
+        for (const std::string_view key : VELM_Template::attributesForChild(c.key)) {
+            const bool isLost = std::find(c.lost.begin(), c.lost.end(), key) != c.lost.end();
+            EXPECT_EQ(read->value(key).isNothing(), isLost) << c.key << " " << key;
+        }
+    }
+    EXPECT_EQ(VELM_Template::translatedAttributeValue("container"), "node");
+    EXPECT_EQ(VELM_Template::translatedAttributeName("borderEnabled"), "enabled");
+    EXPECT_EQ(VELM_Template::translatedChildName("other"), "other");
+    EXPECT_THAT(VELM_Template::attributesForChild("other"), IsEmpty());
 }
 
 } // namespace

@@ -75,54 +75,6 @@ TEST(TemplateReplacement, TheValueIsAskedByProductCodeAndTheRestByName) {
                 testing::UnorderedElementsAre("key/a/PLU", "template/a/Classic", "croprect/a/Classic"));
 }
 
-TEST(TemplateReplacement, ContainersAreFilledToo) {
-    const auto package = std::make_shared<TestPackage>();
-    package->order->values[{"key", "a"}] = "x.jpg";
-    const auto outer = templateFrom("<layout><layer type='container'/></layout>");
-    const auto inner = outer->layers()[0];
-    const auto hole = templateFrom("<layer type='image' key='a'/>");
-    inner->setLayers({hole});
-    outer->setPackage(package);
-    outer->setFilepathCustomImage("all.jpg");
-    outer->replaceKeyValues();
-    EXPECT_EQ(inner->package(), package);
-    EXPECT_EQ(inner->filepathCustomImage(), "all.jpg");
-    EXPECT_EQ(hole->graphicPath(), Value("all.jpg"));
-}
-
-TEST(TemplateReplacement, AWholeTemplateFillsAHole) {
-    const support::TemporaryDirectory files;
-    writePicture(files.write("order.velm_job/Images/photo.png", ""), halves(40, 20, "#F00", "#00F"));
-    // The inner hole has the key of the outer one, a crop of its own and a text that the job would replace.
-    const auto inner =
-        files.write("Templates/inner.xml",
-                    fileOf("<layer type='image' key='a' frame='{{0, 0}, {100, 100}}'><gravity>resize</gravity>"
-                           "<croprect>{{0, 0}, {5, 5}}</croprect></layer>"
-                           "<layer type='textbox' key='t'><string>own</string></layer>"));
-    const auto package = std::make_shared<TestPackage>();
-    package->order->container = base::URL::fileURLWithPath(files / "order.velm_job");
-    package->order->values = {{{"key", "a"}, "photo.png"},
-                              {{"key", "t"}, "the job's"},
-                              {{"template", "a"}, inner},
-                              {{"croprect", "a"}, "{{20, 0}, {20, 20}}"}};
-    const auto document =
-        templateFrom("<layout size='{50, 50}'><layer type='image' key='a' frame='{{0, 0}, {50, 50}}'/></layout>");
-    document->setPackage(package);
-    {
-        const CaughtLog log;
-        document->replaceKeyValues();
-    }
-    const auto layer = document->layers()[0];
-    EXPECT_EQ(layer->name(), "Internal Preprocessed Template Image");
-    EXPECT_EQ(document->renderError(), std::nullopt);
-    const auto drawn = layer->graphicPath().object<ImageValue>();
-    ASSERT_TRUE(drawn);
-    EXPECT_EQ(drawn->image()->width(), 100);
-    // The job's crop won: the right half alone is there.
-    EXPECT_EQ(pixelAt(drawn->image(), 10, 50), blue);
-    EXPECT_EQ(pixelAt(document->image(), 5, 25), blue);
-}
-
 TEST(TemplateReplacement, AnErrorInTheTemplateOfAHoleIsTheDocuments) {
     const support::TemporaryDirectory files;
     files.write("self.xml", fileOf("<layer type='node'><filepath>" + (files / "self.xml") + "</filepath></layer>"));
@@ -134,21 +86,6 @@ TEST(TemplateReplacement, AnErrorInTheTemplateOfAHoleIsTheDocuments) {
     document->replaceKeyValues();
     ASSERT_TRUE(document->renderError());
     EXPECT_THAT(document->renderError()->localizedDescription, testing::HasSubstr("includes itself"));
-}
-
-TEST(TemplateReplacement, PreprocessedTemplatesTakeTheOuterChoice) {
-    const auto document = templateFrom("<layout><layer type='image' key='a'><filepath>own</filepath>"
-                                       "<croprect>{{0, 0}, {5, 5}}</croprect><rotation>1</rotation></layer>"
-                                       "<layer type='image'><filepath>fixed</filepath></layer></layout>");
-    document->setValue("preprocess", Dictionary{{"filepath", "p.jpg"}, {"rotation", "0.5"}});
-    document->replaceKeyValues();
-    EXPECT_EQ(Value(document->layers()[0]->valuesDict()), Value(Dictionary{{"type", "image"},
-                                                                           {"key", "a"},
-                                                                           {"zindex", "100"},
-                                                                           {"filepath", "p.jpg"},
-                                                                           {"rotation", "0.5"},
-                                                                           {"autorotate", false}}));
-    EXPECT_EQ(document->layers()[1]->graphicPath(), Value("fixed"));
 }
 
 TEST(TemplateReplacement, ReplaceImagesFillsEveryImageLayer) {
