@@ -4,7 +4,6 @@
 #include "output/VELM_PrintToFileSet.h"
 #include "platform/data/Dates.h"
 #include "platform/data/FileTypes.h"
-#include "platform/data/PropertyList.h"
 #include "platform/data/UserDefaults.h"
 
 #include <gmock/gmock.h>
@@ -37,24 +36,17 @@ protected:
     VELM_Output output_;
 };
 
-TEST_F(OutputNaming, takesTheOriginalFromTheRunOrElseTheJob) {
+TEST_F(OutputNaming, findsTheOriginalOfTheRunOrElseOfTheJob) {
     EXPECT_FALSE(output_.originalFilePath());
-    package_->order->keys["image1"] = "IMG_0001.JPG";
-    EXPECT_EQ(output_.originalFilePath(), "IMG_0001.JPG");
-    output_.setAllImagesPath("/a/b.jpg");
-    EXPECT_EQ(output_.originalFilePath(), "/a/b.jpg");
-    VELM_Output orphan;
-    EXPECT_FALSE(orphan.originalFilePath());
-    EXPECT_FALSE(orphan.urlOriginalImage());
-}
-
-TEST_F(OutputNaming, findsTheOriginalAtItsPathOrInTheJob) {
+    EXPECT_FALSE(VELM_Output().urlOriginalImage());
     package_->order->keys["image1"] = folder_.write("photo.jpg", "x");
     EXPECT_EQ(output_.urlOriginalImage()->path(), folder_ / "photo.jpg");
     package_->order->keys["image1"] = "photo.jpg";
     EXPECT_FALSE(output_.urlOriginalImage());
     package_->order->container = base::URL::fileURLWithPath(folder_ / "job");
     EXPECT_EQ(output_.urlOriginalImage()->path(), folder_ / "job/Images/photo.jpg");
+    output_.setAllImagesPath("/a/b.jpg");
+    EXPECT_EQ(output_.originalFilePath(), "/a/b.jpg");
 }
 
 TEST_F(OutputNaming, namesFilesByPictureOnlyWhenAsked) {
@@ -140,25 +132,8 @@ TEST_F(OutputNaming, followsTheNameFormatOfAPrintToFileSet) {
     EXPECT_EQ(path("Image + CK Template"), "/sets/nine/photo_ckTemplate");
     package_->order->values["template"] = base::Dictionary{{"image1", "borders/gold.xml"}};
     EXPECT_EQ(path("Image + CK Template"), "/sets/nine/photo_gold");
-}
-
-TEST(PrintToFileSet, readsItsSettingsWithTheirDefaults) {
-    VELM_PrintToFileSet set("Path 1", base::URL::fileURLWithPath("/x"));
-    EXPECT_EQ(set.fileFormat(), "public.jpeg");
-    EXPECT_EQ(set.nameFormat(), "Original Image Name");
-    EXPECT_FALSE(set.uploadFolder());
-    EXPECT_FALSE(set.webUploadMaxPixels());
-    EXPECT_FALSE(set.overwriteExisting());
-    set.setProperty("fileFormat", "public.png");
-    set.setProperty("nameFormat", "Image + Template");
-    set.setProperty("uploadFolder", "Do NOT upload to Web");
-    set.setProperty("webUploadMaxPixels", 800);
-    EXPECT_EQ(set.fileFormat(), "public.png");
-    EXPECT_EQ(set.nameFormat(), "Image + Template");
-    EXPECT_FALSE(set.uploadFolder());
-    EXPECT_EQ(set.webUploadMaxPixels(), 800);
-    set.setProperty("uploadFolder", "lx4");
-    EXPECT_EQ(set.uploadFolder(), "lx4");
+    set->setProperty("uploadFolder", "Do NOT upload to Web");
+    EXPECT_FALSE(set->uploadFolder());
 }
 
 TEST(PrintToFileSet, isFoundByNameOrByDigit) {
@@ -170,17 +145,6 @@ TEST(PrintToFileSet, isFoundByNameOrByDigit) {
     EXPECT_EQ(VELM_PrintToFileSet::folderSetWithName("path 8")->name(), "Path 8");
     for (const char* none : {"0", "9", "12", "", "x"})
         EXPECT_FALSE(VELM_PrintToFileSet::folderSetWithName(none)) << none;
-}
-
-TEST(ExifComment, holdsPathSiteAndVersion) {
-    EXPECT_FALSE(VELM_Output::exifCommentForDictionary({{"OriginalPath", "/a"}}));
-    const auto text = VELM_Output::exifCommentForDictionary({{"OriginalPath", "/a"}, {"f", "lx4"}, {"other", 1}});
-    ASSERT_TRUE(text);
-    const auto list = platform::data::parsePropertyList(*text);
-    ASSERT_TRUE(list);
-    EXPECT_EQ(*list, base::Value(base::Dictionary{
-                         {"uploadInfo",
-                          base::Dictionary{{"OriginalPath", "/a"}, {"f", "lx4"}, {"Version", "VELM-XML v1.0"}}}}));
 }
 
 } // namespace

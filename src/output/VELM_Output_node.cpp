@@ -77,7 +77,7 @@ void VELM_Output_node::canvasSize(base::Size canvasSize, base::Size nodeSize,
 
 std::string VELM_Output_node::description() const {
     base::Array frames(frames_.begin(), frames_.end());
-    return base::message("%@%@:%@", className(), cropRectString_.value_or(""), base::Value(std::move(frames)));
+    return base::message("%@%@:%@", name_, cropRectString_.value_or(""), base::Value(std::move(frames)));
 }
 
 std::optional<base::Dictionary> VELM_Output_node::encoded() {

@@ -100,44 +100,6 @@ TEST_F(OutputPipeline, placesEachNodeInItsFramesAndGoesOnWithoutAMissingTemplate
     EXPECT_EQ(picture.at(70, 50), white);
 }
 
-TEST_F(OutputPipeline, stylesTheImageAsTheNodeSays) {
-    // A page of 40 by 60 in a frame of 100 by 60.
-    struct Case {
-        std::string node;
-        std::vector<std::pair<std::array<int, 2>, Pixel>> pixels;
-    };
-    const std::vector<Case> cases = {
-        {"<gravity>resizeAspect</gravity><backgroundcolor>#00FF00</backgroundcolor>",
-         {{{50, 15}, red}, {{50, 45}, blue}, {{10, 30}, white}}},
-        {"<gravity>resize</gravity><tiffOrientation>3</tiffOrientation>", {{{30, 10}, blue}, {{30, 50}, red}}},
-        {"<gravity>resize</gravity><tiffOrientation>6</tiffOrientation>", {{{90, 30}, red}, {{10, 30}, blue}}},
-        {"<shadowcolor blur='0' offset='{0, 20}'>#00FF00FF</shadowcolor>", {{{50, 10}, red}}},
-    };
-    for (const Case& one : cases) {
-        std::filesystem::remove_all(out());
-        const auto answers = run(*output("<output size='{100, 60}'><page type='node'><frame>{{0, 0}, {100, 60}}</frame>"
-                                         "<frame>{{200, 0}, {1, 1}}</frame>" +
-                                             one.node + "</page>" + destination() + "</output>",
-                                         {{"page", photographTemplate(40, 60)}}));
-        ASSERT_THAT(answers, SizeIs(1));
-        EXPECT_TRUE(answers[0].success);
-        const Picture picture = onlyPicture();
-        for (const auto& [place, color] : one.pixels)
-            EXPECT_EQ(picture.at(place[0], place[1]), color) << one.node << " at " << place[0] << ", " << place[1];
-    }
-}
-
-TEST_F(OutputPipeline, castsTheShadowDownward) {
-    run(*output("<output size='{60, 60}'><page type='node'><frame>{{20, 10}, {20, 20}}</frame>"
-                "<shadowcolor blur='0' offset='{0, 20}'>#00FF00FF</shadowcolor></page>" +
-                    destination() + "</output>",
-                {{"page", photographTemplate(20, 20)}}));
-    const Picture picture = onlyPicture();
-    EXPECT_EQ(picture.at(30, 14), red);
-    EXPECT_EQ(picture.at(30, 40), green);
-    EXPECT_EQ(picture.at(30, 55), white);
-}
-
 TEST_F(OutputPipeline, cutsTheImageFromItsTop) {
     run(*output("<output><page type='node' croprect='{{0, 30}, {40, 20}}'/>" + destination() + "</output>",
                 {{"page", photographTemplate(40, 60)}}));
@@ -180,18 +142,6 @@ TEST_F(OutputPipeline, deliversNothingOfADamagedPhotograph) {
         }
     }
     EXPECT_THAT(filesIn(out()), SizeIs(0));
-}
-
-TEST_F(OutputPipeline, copiesTheOriginalWithoutTouchingTemplates) {
-    const std::string save = "<saveoriginalfileasis>yes</saveoriginalfileasis>";
-    const auto answers = run(*output("<output>" + destination(save + "<filename>originalimagename</filename>") +
-                                     "<destination type='printer'>" + save + "</destination></output>"));
-    ASSERT_THAT(answers, SizeIs(1));
-    EXPECT_TRUE(answers[0].success) << answers[0].error.value_or(base::Error{}).localizedDescription;
-    const auto files = filesIn(out());
-    ASSERT_THAT(files, SizeIs(1));
-    EXPECT_THAT(base::lastPathComponent(files[0]), testing::MatchesRegex("photo_.*\\.jpg"));
-    EXPECT_EQ(support::readFile(files[0]), support::readFile(folder_ / "photo.jpg"));
 }
 
 TEST_F(OutputPipeline, mixesOriginalsAndProductsAndPassesOverUnknownKinds) {
@@ -250,6 +200,7 @@ TEST_F(OutputPipeline, limitsTheSizeAndWritesTheUploadComment) {
         ASSERT_TRUE(list) << *comment;
         const auto& info = *base::valueForKey(*list->as<base::Dictionary>(), "uploadInfo").as<base::Dictionary>();
         EXPECT_EQ(base::textForKey(info, "f"), "lx4");
+        EXPECT_EQ(base::textForKey(info, "Version"), "VELM-XML v1.0");
         EXPECT_THAT(base::textForKey(info, "OriginalPath").value_or(""), testing::StartsWith(out() + "/image_"));
     }
 }

@@ -118,13 +118,14 @@ TEST(OutputReading, normalizesBarcodesByTheSizeKnownSoFar) {
         <origin xflip="yes" yflip="0">{450, 300}</origin></barcode>)";
     const auto output = outputFrom("<output size='{1800, 1200}'>" + barcode + "</output>");
     ASSERT_EQ(output->barcodes().size(), 1u);
-    const auto& options = *output->barcodes()[0].as<base::Dictionary>();
-    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_origin), base::Value("{0.25, 0.25}"));
-    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_message), base::Value("abc"));
-    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_type), base::Value(1));
-    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_scale), base::Value(2.5));
-    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_isFlippedX), base::Value(true));
-    EXPECT_EQ(base::valueForKey(options, klaron_2dCodeKey_isFlippedY), base::Value(false));
+    const std::vector<std::pair<std::string_view, base::Value>> expected = {{klaron_2dCodeKey_origin, "{0.25, 0.25}"},
+                                                                            {klaron_2dCodeKey_message, "abc"},
+                                                                            {klaron_2dCodeKey_type, 1},
+                                                                            {klaron_2dCodeKey_scale, 2.5},
+                                                                            {klaron_2dCodeKey_isFlippedX, true},
+                                                                            {klaron_2dCodeKey_isFlippedY, false}};
+    for (const auto& [key, value] : expected)
+        EXPECT_EQ(base::valueForKey(*output->barcodes()[0].as<base::Dictionary>(), key), value) << key;
     const auto unsized = outputFrom("<output>" + barcode + "</output>");
     EXPECT_EQ(base::valueForKey(*unsized->barcodes()[0].as<base::Dictionary>(), klaron_2dCodeKey_origin),
               base::Value("{0, 0}"));
@@ -182,6 +183,57 @@ TEST(OutputAttributes, addsDestinationsAsOneChange) {
     EXPECT_EQ(output.destinations()[1]->printerModel(), "DS620");
 }
 
+VELM_Output_node nodeWithFrames(const std::vector<std::string>& frames) {
+    VELM_Output_node node;
+    for (const std::string& frame : frames)
+        node.addOutputFrameString(frame);
+    return node;
+}
+
+TEST(OutputNode, givesFramesInDrawingCoordinates) {
+    // On a canvas of 1200 by 1800, with a template of 600 by 900.
+    const std::vector<std::pair<std::string, base::Rect>> cases = {
+        {"{{0, 0}, {0, 0}}", {0, 900, 600, 900}},
+        {"{{600, 900}, {600, 900}}", {600, 0, 600, 900}},
+        {"{{0, 0}, {500, 0}}", {0, 900, 600, 900}},
+        {"{{10, 20}, {30, 40}}", {10, 1740, 30, 40}},
+        {"{{-50, 1700}, {100, 200}}", {-50, -100, 100, 200}},
+    };
+    for (const auto& [frame, expected] : cases) {
+        const VELM_Output_node node = nodeWithFrames({frame});
+        int calls = 0;
+        node.canvasSize({1200, 1800}, {600, 900}, [&](std::size_t index, bool&, const base::Rect& rect) {
+            EXPECT_EQ(index, 0u);
+            EXPECT_EQ(rect, expected) << frame;
+            ++calls;
+        });
+        EXPECT_EQ(calls, 1);
+    }
+}
+
+TEST(OutputNode, stopsAmongItsFramesWhenTold) {
+    const VELM_Output_node node = nodeWithFrames({"{{0, 0}, {1, 1}}", "{{0, 0}, {1, 1}}", "{{0, 0}, {1, 1}}"});
+    std::vector<std::size_t> indices;
+    node.canvasSize({10, 10}, {1, 1}, [&](std::size_t index, bool& stop, const base::Rect&) {
+        indices.push_back(index);
+        stop = index == 1;
+    });
+    EXPECT_THAT(indices, ElementsAre(0, 1));
+    node.canvasSize({10, 10}, {1, 1}, nullptr);
+}
+
+TEST(OutputNode, matchesASizeThatItsOneFrameCovers) {
+    const std::string whole = "{{0, 0}, {1200, 1800}}";
+    const std::vector<std::pair<std::vector<std::string>, bool>> cases = {{{}, true},
+                                                                          {{whole}, true},
+                                                                          {{whole, whole}, false},
+                                                                          {{"{{0, 1}, {1200, 1800}}"}, false},
+                                                                          {{"{{0, 0}, {1200, 1799}}"}, false},
+                                                                          {{"{{0, 0}, {0, 0}}"}, false}};
+    for (const auto& [frames, expected] : cases)
+        EXPECT_EQ(nodeWithFrames(frames).matchesOutputSize({1200, 1800}), expected) << frames.size();
+}
+
 const char* const fullOutput = R"(<output name="n" size="{100, 50}"><whattoprint>all</whattoprint>
     <front type="node" croprect="{{0, 0}, {5, 6}}"><frame>{{1, 2}, {3, 4}}</frame><gravity>resize</gravity>
         <backgroundcolor>#FFF</backgroundcolor><tiffOrientation>6</tiffOrientation>
@@ -229,16 +281,9 @@ TEST(OutputCopy, isWhatTheArchiveGivesBackAndSharesNothing) {
 TEST(OutputDescription, namesSizeNodesAndDestinations) {
     const std::string text = outputFrom(fullOutput)->description();
     EXPECT_THAT(text, testing::StartsWith("VELM_Output {100, 50}\nnodes:"));
-    EXPECT_THAT(text, HasSubstr("VELM_Output_node{{0, 0}, {5, 6}}:("));
+    EXPECT_THAT(text, HasSubstr("front{{0, 0}, {5, 6}}:("));
     EXPECT_THAT(text, HasSubstr("{{1, 2}, {3, 4}}"));
     EXPECT_THAT(text, HasSubstr("VELM_Destination(filepath):/x"));
-}
-
-TEST(OutputAttributes, knowsTheScalingOfAGravity) {
-    EXPECT_EQ(VELM_Output::imageScalingForGravity("resize"), 2);
-    EXPECT_EQ(VELM_Output::imageScalingForGravity("resizeAspect"), 1);
-    EXPECT_EQ(VELM_Output::imageScalingForGravity("resizeAspectFill"), 0);
-    EXPECT_EQ(VELM_Output::imageScalingForGravity(std::nullopt), 0);
 }
 
 } // namespace
