@@ -182,31 +182,6 @@ TEST_F(JobFolders, PauseLetsTheRunningJobEnd) {
     EXPECT_TRUE(finished(2));
 }
 
-TEST_F(JobFolders, AJobThatCannotBeMovedBlocksTheQueueUntilItsFileGoes) {
-    watch();
-    LogCapture log;
-    fs::remove_all(home() / "engine/Completed");
-    setRunning(true);
-    drop("stuck.velm_job", goodOrder, 20);
-    drop("next.velm_job", goodOrder, 10);
-    ASSERT_TRUE(finished(1));
-    EXPECT_TRUE(finishedJobs()[0].success);
-    EXPECT_TRUE(finishedJobs()[0].moveError);
-    EXPECT_TRUE(log.has("Failed to move completed job to file://"));
-    EXPECT_EQ(defaults().integerForKey(key_velmProcessorJobsCompleted), 0);
-    VELM_JobFolders::processJob(VELM_JobFolders::currentJob()); // returns at once
-    settle();
-    EXPECT_EQ(finishedJobs().size(), 1U);
-    EXPECT_EQ(VELM_JobFolders::jobsPending().size(), 2U);
-    EXPECT_EQ(VELM_JobFolders::jobsPending()[0]->name(), "stuck");
-
-    fs::create_directories(home() / "engine/Completed");
-    fs::remove_all(home() / "engine/Watched/stuck.velm_job");
-    ASSERT_TRUE(finished(2));
-    EXPECT_EQ(finishedJobs()[1].job->name(), "next");
-    EXPECT_FALSE(finishedJobs()[1].moveError);
-}
-
 TEST_F(JobFolders, RunsAnOrderThatComesUnderTheNameOfOneThatHasJustEnded) {
     watch();
     whenFinished_ = [](std::size_t count) {
@@ -240,6 +215,7 @@ TEST_F(JobFolders, MovesNothingToAPlaceThatIsNoPath) {
     drop("good.velm_job", goodOrder);
     ASSERT_TRUE(finished(1));
     EXPECT_TRUE(log.has("Failed to get (null) for jobfile:file://"));
+    EXPECT_EQ(defaults().integerForKey(key_velmProcessorJobsCompleted), 0);
     fs::remove_all(home() / "engine/Watched/good.velm_job");
     drop("bad.velm_job", "<package name='Nowhere'/>");
     ASSERT_TRUE(finished(2));
@@ -293,20 +269,6 @@ TEST_F(JobFolders, AWaitingJobWhoseFileGoesGivesUp) {
     second.join();
     EXPECT_EQ(finishedJobs().size(), 1U);
     EXPECT_EQ(VELM_JobFolders::currentJob(), pending[0]);
-}
-
-TEST_F(JobFolders, TriesWhatItCouldNotReadAgainWhenItChanges) {
-    watch();
-    const std::string ticket = nativeTicket(goodOrder);
-    home().write("engine/Watched/copying.velm_job/Images/a.jpg", "x");
-    home().write("engine/Watched/cut.velm_job/job.xml", ticket.substr(0, ticket.size() - 10));
-    home().write("engine/Watched/rubbish.txt", ticket);
-    settle();
-    EXPECT_TRUE(VELM_JobFolders::jobsPending().empty());
-    home().write("engine/Watched/copying.velm_job/job.xml", ticket);
-    EXPECT_TRUE(listed(1));
-    home().write("engine/Watched/cut.velm_job/job.xml", ticket);
-    EXPECT_TRUE(listed(2));
 }
 
 TEST_F(JobFolders, LeavesABundleThatIsBeingCopiedInUntilItIsWhole) {
@@ -426,14 +388,11 @@ TEST_F(JobFolders, LoadsDefaultAndSavedFolders) {
     const auto processor = std::dynamic_pointer_cast<VELM_JobFolders>(sets[0]);
     const auto foreign = std::dynamic_pointer_cast<VELM_JobFolders>(sets[1]);
     ASSERT_TRUE(processor && foreign);
-    EXPECT_EQ(processor->name(), "Old VELM Processor Folder ƒ");
+    EXPECT_EQ(processor->name() + "|" + foreign->name(), "Old VELM Processor Folder ƒ|Sorrel Prints Folder");
     EXPECT_EQ(processor->urlOfJobs().path(),
               (home() / "Applications/VELM OS X Share Folder/Velm-Processor Folder ƒ/Jobs/Pending"));
     EXPECT_TRUE(processor->enabled() && processor->hasFixedName());
-    EXPECT_EQ(processor->jobFileUTType(), platform::data::kUTType_VELM_Job);
-    EXPECT_EQ(foreign->name(), "Sorrel Prints Folder");
     EXPECT_EQ(foreign->urlOfJobs().path(), home() / "Sorrel/Prints");
-    EXPECT_EQ(foreign->jobFileUTType(), platform::data::kUTTypeXML);
     EXPECT_EQ(VELM_JobFolders::defaultJobFolder(), processor);
 
     // What is saved comes back, and other sets than the first of these take XML files whatever was saved.

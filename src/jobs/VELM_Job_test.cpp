@@ -298,41 +298,34 @@ TEST(Job, TranslatesForeignTickets) {
     }
 }
 
-TEST(Job, FailsWithoutPackageReferences) {
-    const auto job = jobFromText(nativeTicket("<image1>a.jpg</image1>"));
-    ASSERT_TRUE(job);
-    const Ended ended = run(job);
-    EXPECT_EQ(ended.calls, 1);
-    ASSERT_TRUE(ended.error);
-    EXPECT_EQ(ended.error->code, -3);
-    EXPECT_NE(ended.error->localizedDescription.find("no package references"), std::string::npos);
-}
-
-TEST(Job, SharesItsProgressAmongItsPackages) {
-    LogCapture log;
-    for (const int packages : {1, 3, 7}) {
-        const auto job = jobFromText(nativeTicket(packageReferences(packages)));
+TEST(Job, SharesItsProgressAmongItsPackagesAndReportsWhatIsMissing) {
+    ASSERT_TRUE(defaults().setObject((home() / "NoPackages"), key_velmFolderPackages));
+    const struct {
+        std::string elements;
+        std::size_t rendered;
+        const char* error; ///< Null for none.
+    } cases[] = {
+        {packageReferences(1), 1, nullptr},
+        {packageReferences(7), 7, nullptr},
+        {packageReferences(1) + "<package name='Nowhere'/>", 1, "could not find package with name Nowhere"},
+        {"<image1>a.jpg</image1>", 0, "no package references"},
+    };
+    for (const auto& c : cases) {
+        LogCapture log;
+        const auto job = jobFromText(nativeTicket(c.elements));
         ASSERT_TRUE(job);
         EXPECT_EQ(job->progress()->completedUnitCount(), 10);
         const Ended ended = run(job);
+        EXPECT_EQ(ended.calls, 1);
         EXPECT_FALSE(ended.success);
-        EXPECT_FALSE(ended.error) << packages;
-        EXPECT_EQ(job->progress()->completedUnitCount(), 100) << packages;
+        ASSERT_EQ(ended.error.has_value(), c.error != nullptr) << c.elements;
+        if (c.error) {
+            EXPECT_EQ(ended.error->code, -3);
+            EXPECT_NE(ended.error->localizedDescription.find(c.error), std::string::npos);
+        }
+        EXPECT_EQ(log.count("render commencing"), c.rendered) << c.elements;
+        if (c.rendered) EXPECT_EQ(job->progress()->completedUnitCount(), 100) << c.elements;
     }
-    EXPECT_EQ(log.count("Package \"P0\" render commencing"), 3U);
-}
-
-TEST(Job, ReportsAMissingPackageAndRunsTheOthers) {
-    ASSERT_TRUE(defaults().setObject((home() / "NoPackages"), key_velmFolderPackages));
-    LogCapture log;
-    const auto job = jobFromText(nativeTicket(packageReferences(1) + "<package name='Nowhere'/>"));
-    ASSERT_TRUE(job);
-    const Ended ended = run(job);
-    EXPECT_EQ(ended.error,
-              (base::Error{std::string(base::posixErrorDomain), -3, "could not find package with name Nowhere"}));
-    EXPECT_TRUE(log.has("Package completed in "));
-    EXPECT_TRUE(log.has("Job completed in "));
-    EXPECT_EQ(job->progress()->completedUnitCount(), 100);
 }
 
 TEST(Job, WritesItselfAsABundleThatReadsBack) {

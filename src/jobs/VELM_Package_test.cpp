@@ -204,39 +204,3 @@ TEST(Package, HandsOutItsQueuesRoundRobin) {
         EXPECT_EQ(labels[index], labels[index + count]);
     EXPECT_TRUE(labels[0].starts_with("com.kestrune.velm.template.rendering."));
 }
-
-TEST(Package, RunsOncePerImageAndReportsWrittenFiles) {
-    const std::string out = home() / "run/Out";
-    const std::string outputs = "<output><allimages/><destination type='filepath'><filepath>" + out +
-                                "</filepath><filename>originalimagename</filename>"
-                                "<saveoriginalfileasis>yes</saveoriginalfileasis></destination></output>";
-    home().write("run/order.velm_job/Packages/p.xml",
-                 packageFile("type='VELM_Package' version='1.0' name='P'", outputs));
-    home().write("run/order.velm_job/job.xml",
-                 nativeTicket("<package name='P'/><allimages><f>" + picture(30, 20) + "</f><f>" + picture(20, 30) +
-                              "</f><f>/no/such/picture.jpg</f></allimages>"));
-    const auto job = VELM_Job::instanceWithXMLObject(home() / "run/order.velm_job");
-    ASSERT_TRUE(job);
-    std::optional<base::Error> error;
-    job->processJob([&error](bool, const std::optional<base::Error>& jobError) { error = jobError; });
-    EXPECT_TRUE(error); // of the picture that is not there; the others are written
-    const auto files = job->writtenFiles();
-    ASSERT_EQ(files.size(), 2U);
-    for (const std::string& file : files) {
-        EXPECT_TRUE(std::filesystem::exists(file)) << file;
-        EXPECT_TRUE(file.starts_with(out + "/")) << file;
-    }
-}
-
-TEST(Package, SucceedsWithNothingToDo) {
-    const auto package = VELM_Package::init();
-    EXPECT_EQ(package->name(), "inlinePkg");
-    EXPECT_EQ(package->type(), "inline");
-    int calls = 0;
-    package->processToCompletion([&calls](bool success, const std::optional<base::Error>& error) {
-        EXPECT_TRUE(success);
-        EXPECT_FALSE(error);
-        ++calls;
-    });
-    EXPECT_EQ(calls, 1);
-}
