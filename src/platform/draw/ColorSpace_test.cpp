@@ -1,5 +1,6 @@
 #include "internal/ColorProfile.h"
 #include "internal/ColorTransform.h"
+#include "internal/PictureFixtures.h"
 #include "platform/draw/Color.h"
 
 #include <algorithm>
@@ -11,23 +12,8 @@ using namespace platform::draw;
 
 namespace {
 
-std::vector<std::uint8_t> bytesOfProfile(cmsHPROFILE handle) {
-    const Profile profile(handle);
-    cmsUInt32Number size = 0;
-    cmsSaveProfileToMem(profile.get(), nullptr, &size);
-    std::vector<std::uint8_t> bytes(size);
-    cmsSaveProfileToMem(profile.get(), bytes.data(), &size);
-    return bytes;
-}
-
 std::vector<std::uint8_t> wideGamutProfile() {
-    const cmsCIExyY white = {0.3127, 0.3290, 1};
-    const cmsCIExyYTRIPLE primaries = {{0.64, 0.33, 1}, {0.21, 0.71, 1}, {0.15, 0.06, 1}};
-    cmsToneCurve* gamma = cmsBuildGamma(nullptr, 2.19921875);
-    cmsToneCurve* const curves[] = {gamma, gamma, gamma};
-    auto bytes = bytesOfProfile(cmsCreateRGBProfile(&white, &primaries, curves));
-    cmsFreeToneCurve(gamma);
-    return bytes;
+    return fixtures::profileOf({0.64, 0.33, 1}, {0.21, 0.71, 1}, {0.15, 0.06, 1});
 }
 
 } // namespace
@@ -38,7 +24,7 @@ TEST(ColorSpace, KnowsSRGBInAnyClothing) {
     const auto own = ColorSpace::fromICC(ColorSpace::sRGB()->iccData().bytes);
     ASSERT_TRUE(own);
     EXPECT_EQ(*own, ColorSpace::sRGB()) << "the same bytes are the same space";
-    const auto other = ColorSpace::fromICC(bytesOfProfile(cmsCreate_sRGBProfile()));
+    const auto other = ColorSpace::fromICC(fixtures::bytesOfProfile(cmsCreate_sRGBProfile()));
     ASSERT_TRUE(other);
     EXPECT_TRUE((*other)->isSRGB());
     EXPECT_NE(*other, ColorSpace::sRGB());
@@ -62,7 +48,7 @@ TEST(ColorSpace, RefusesWhatIsNoProfileOfADevice) {
     if (broken) {
         EXPECT_FALSE(ColorTransform::between(*broken, PixelLayout::bgra8, ColorSpace::sRGB()));
     }
-    EXPECT_FALSE(ColorSpace::fromICC(bytesOfProfile(cmsCreateLab4Profile(nullptr))));
+    EXPECT_FALSE(ColorSpace::fromICC(fixtures::bytesOfProfile(cmsCreateLab4Profile(nullptr))));
 }
 
 TEST(ColorTransform, ConvertsWideGamutToSRGBAndKeepsAlpha) {
@@ -130,17 +116,18 @@ TEST(ColorTransform, IsSharedByThreads) {
 }
 
 TEST(Color, GoesToTheSpaceOfTheCanvas) {
-    const auto plain = Color(0.5, 0.25, 1, 0.3).inSpace(ColorSpace::sRGB());
-    EXPECT_EQ(plain.red, 0.5);
-    EXPECT_EQ(plain.alpha, 0.3);
-    const auto gray = Color(ColorSpace::gray(), {0.5, 1}).inSpace(ColorSpace::sRGB());
-    EXPECT_NEAR(gray.red, 0.5, 0.01);
-    EXPECT_NEAR(gray.blue, 0.5, 0.01);
-    const auto ink = Color(ColorSpace::deviceCMYK(), {0, 1, 1, 0, 0.5}).inSpace(ColorSpace::sRGB());
-    EXPECT_EQ(ink.red, 1);
-    EXPECT_EQ(ink.green, 0);
-    EXPECT_EQ(ink.alpha, 0.5);
-    const auto few = Color(ColorSpace::sRGB(), {1.5}).inSpace(ColorSpace::sRGB());
-    EXPECT_EQ(few.red, 1);
-    EXPECT_EQ(few.green, 0);
+    const struct {
+        Color color;
+        double red, green, blue, alpha;
+    } cases[] = {{Color(0.5, 0.25, 1, 0.3), 0.5, 0.25, 1, 0.3},
+                 {Color(ColorSpace::gray(), {0.5, 1}), 0.5, 0.5, 0.5, 1},
+                 {Color(ColorSpace::deviceCMYK(), {0, 1, 1, 0, 0.5}), 1, 0, 0, 0.5}};
+    for (const auto& row : cases) {
+        const auto found = row.color.inSpace(ColorSpace::sRGB());
+        EXPECT_NEAR(found.red, row.red, 0.01);
+        EXPECT_NEAR(found.green, row.green, 0.01);
+        EXPECT_NEAR(found.blue, row.blue, 0.01);
+        EXPECT_EQ(found.alpha, row.alpha);
+    }
+    EXPECT_EQ(Color(ColorSpace::sRGB(), {1.5}).inSpace(ColorSpace::sRGB()).red, 1) << "too few, too large";
 }

@@ -11,7 +11,6 @@
 #include <cmath>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <lcms2.h>
 #include <string>
 
 using namespace platform::draw;
@@ -371,22 +370,9 @@ TEST(ImageSource, ReadsBackTheMetadataOfProducts) {
 
 // Whether a picture's profile is applied to the reduced rows as they come, or to the whole reduced picture at once.
 TEST(ImageSource, ConvertsProfilesAfterReduction) {
-    const auto exchanged = [] { // a profile with the primaries in another order: nobody can overlook it
-        const cmsCIExyY white{0.3127, 0.3290, 1};
-        const cmsCIExyYTRIPLE primaries{{0.30, 0.60, 1}, {0.64, 0.33, 1}, {0.15, 0.06, 1}};
-        cmsToneCurve* curve = cmsBuildGamma(nullptr, 2.2);
-        cmsToneCurve* const curves[]{curve, curve, curve};
-        cmsHPROFILE profile = cmsCreateRGBProfile(&white, &primaries, curves);
-        cmsUInt32Number size = 0;
-        cmsSaveProfileToMem(profile, nullptr, &size);
-        std::vector<std::uint8_t> bytes(size);
-        cmsSaveProfileToMem(profile, bytes.data(), &size);
-        cmsCloseProfile(profile);
-        cmsFreeToneCurve(curve);
-        return bytes;
-    };
+    // With the primaries in another order: nobody can overlook it.
     JpegOptions options;
-    options.profile = exchanged();
+    options.profile = profileOf({0.30, 0.60, 1}, {0.64, 0.33, 1}, {0.15, 0.06, 1});
     const Pixels red = Pixels::of(64, 48, [](double, double) { return Color{230, 30, 20}; });
     const auto source = sourceOf(jpegOf(red, options));
     ASSERT_TRUE(source);

@@ -1,5 +1,7 @@
 #include "internal/PictureFixtures.h"
 
+#include "support/TemporaryDirectory.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -12,7 +14,6 @@
 
 #include <png.h>
 #include <tiffio.h>
-#include <unistd.h>
 
 namespace fixtures {
 
@@ -224,9 +225,9 @@ base::Data pngOf(const Pixels& pixels, const PngOptions& options) {
 }
 
 base::Data tiffOf(const Pixels& pixels, const TiffOptions& options) {
-    char name[] = "/tmp/velm-test-tiff-XXXXXX";
-    close(mkstemp(name));
-    TIFF* tiff = TIFFOpen(name, "w");
+    const support::TemporaryDirectory folder;
+    const std::string name = folder / "a.tiff";
+    TIFF* tiff = TIFFOpen(name.c_str(), "w");
     constexpr std::array<std::uint16_t, 6> photometrics{PHOTOMETRIC_RGB,        PHOTOMETRIC_RGB,
                                                         PHOTOMETRIC_MINISBLACK, PHOTOMETRIC_MINISWHITE,
                                                         PHOTOMETRIC_SEPARATED,  PHOTOMETRIC_PALETTE};
@@ -300,15 +301,26 @@ base::Data tiffOf(const Pixels& pixels, const TiffOptions& options) {
         TIFFWriteDirectory(tiff);
     }
     TIFFClose(tiff);
-    base::Data data;
-    if (std::FILE* file = std::fopen(name, "rb")) {
-        int byte;
-        while ((byte = std::fgetc(file)) != EOF)
-            data.bytes.push_back(static_cast<std::uint8_t>(byte));
-        std::fclose(file);
-    }
-    std::remove(name);
-    return data;
+    return base::Data(support::readFile(name));
+}
+
+std::vector<std::uint8_t> bytesOfProfile(cmsHPROFILE profile) {
+    cmsUInt32Number size = 0;
+    cmsSaveProfileToMem(profile, nullptr, &size);
+    std::vector<std::uint8_t> bytes(size);
+    cmsSaveProfileToMem(profile, bytes.data(), &size);
+    cmsCloseProfile(profile);
+    return bytes;
+}
+
+std::vector<std::uint8_t> profileOf(cmsCIExyY red, cmsCIExyY green, cmsCIExyY blue) {
+    const cmsCIExyY white{0.3127, 0.3290, 1};
+    const cmsCIExyYTRIPLE primaries{red, green, blue};
+    cmsToneCurve* curve = cmsBuildGamma(nullptr, 2.2);
+    cmsToneCurve* const curves[]{curve, curve, curve};
+    auto bytes = bytesOfProfile(cmsCreateRGBProfile(&white, &primaries, curves));
+    cmsFreeToneCurve(curve);
+    return bytes;
 }
 
 std::vector<double> reference(const Pixels& pixels, int left, int top, int width, int height, int newWidth,

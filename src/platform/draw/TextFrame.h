@@ -63,8 +63,6 @@ public:
     bool isComplete() const;
     /// The box of all ink of the visible lines, y down from the frame's top edge; empty when nothing shows.
     base::Rect inkBounds() const;
-    /// The size that the visible lines take: the widest line's width and the sum of heights.
-    base::Size usedSize() const;
     /// The name of the font that draws, as installed ("Liberation Sans").
     std::string resolvedFontFamily() const;
 

@@ -152,15 +152,6 @@ base::Rect TextFrame::inkBounds() const {
     return bounds;
 }
 
-base::Size TextFrame::usedSize() const {
-    base::Size size;
-    for (const Storage::PlacedLine& line : storage_->lines) {
-        size.width = std::max(size.width, line.placed.width);
-        size.height += line.placed.ascent + line.placed.descent;
-    }
-    return size;
-}
-
 std::string TextFrame::resolvedFontFamily() const {
     if (!storage_->layout) return {};
     const ObjectPointer<PangoFont> font(

@@ -103,41 +103,11 @@ TEST(TextFrame, FindsFontsByAnyOfTheirNames) {
     EXPECT_EQ(width("DejaVuSans-Bold"), width("DejaVu Sans Bold"));
 }
 
-TEST(TextFrame, MeasuresInPixelsAndScalesLinearly) {
-    const base::Size small = sizeOfText(text("Measure", 20), 0);
-    const base::Size large = sizeOfText(text("Measure", 200), 0);
-    EXPECT_NEAR(large.width, 10 * small.width, 0.01 * large.width);
-    EXPECT_NEAR(large.height, 10 * small.height, 0.02 * large.height);
-    EXPECT_NEAR(small.height, 23.3, 0.5) << "ascent and descent of DejaVu Sans at 20 pixels";
-    const auto bounds = TextFrame(text("H", 100), {200, 200}).inkBounds();
-    EXPECT_NEAR(bounds.height, 72.9, 1) << "its capital height is 0.729";
-}
-
 TEST(TextFrame, BearsBrokenTextAndSizes) {
     EXPECT_EQ(TextFrame(text("a\xFF\xFE b"), {300, 100}).lines().size(), 1u);
     EXPECT_EQ(TextFrame(text(std::string("a\0b", 3)), {300, 100}).lines().size(), 1u);
     for (const double size : {0.0, -3.0, 1e9, std::numeric_limits<double>::quiet_NaN()})
         TextFrame(text("x", size), {300, 100}).lines();
-}
-
-TEST(TextFrame, DrawsFromTheTopOfItsRectangleInItsOwnColour) {
-    const auto canvas = BitmapContext::create(200, 100, ColorSpace::sRGB());
-    AttributedText words = text("HHH", 30);
-    words.attributes.color = Color(0, 0, 1);
-    canvas->setFillColor(Color(1, 0, 0)); // of no account
-    canvas->drawText(words, {0, 10, 200, 90});
-    const Bitmap bitmap = *canvas->makeImage()->bitmap();
-    int first = -1, last = -1;
-    for (int y = 0; y < 100; ++y)
-        for (int x = 0; x < 200; ++x) {
-            const std::uint8_t* pixel = bitmap.row(y) + 4 * x;
-            EXPECT_EQ(pixel[2], 0);
-            if (pixel[3] < 200) continue;
-            if (first < 0) first = y;
-            last = y;
-        }
-    EXPECT_NEAR(first, 6, 2);
-    EXPECT_NEAR(last - first, 22, 2);
 }
 
 TEST(TextFrame, IsLaidOutByManyThreadsAtOnce) {

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <lcms2.h>
 #include <vector>
 
 namespace fixtures {
@@ -64,6 +65,11 @@ struct TiffOptions {
     int pages = 1;
 };
 base::Data tiffOf(const Pixels& pixels, const TiffOptions& options = {});
+
+/// The bytes of a profile, which is closed.
+std::vector<std::uint8_t> bytesOfProfile(cmsHPROFILE profile);
+/// With the white of sRGB, a gamma of 2.2 and these primaries.
+std::vector<std::uint8_t> profileOf(cmsCIExyY red, cmsCIExyY green, cmsCIExyY blue);
 
 /// The part of `pixels` reduced or enlarged by Lanczos-3 in full precision, unrounded: red, green, blue in turn.
 std::vector<double> reference(const Pixels& pixels, int x, int y, int width, int height, int newWidth, int newHeight);
