@@ -431,16 +431,6 @@ TEST(EventGrouping, FollowsTheLatency) {
           {1900, "", false, "[b][f]"},
           {4800, "", false, "[b][f]"},
           {4850, "", false, "[b][f][g]"}}},
-        {"which waits as long as it takes",
-         true,
-         {{0, "f", true, "", 1000},
-          {900, "f", true, "", 1000},
-          {1800, "f", true, "", 1000},
-          {2700, "f", true, "", 1000},
-          {3600, "f", true, "", 1000},
-          {4500, "f", true, "", 1000},
-          {5400, "f", true, "", 1000},
-          {6400, "", false, "[f]"}}},
     };
     for (const GroupingCase& test : cases)
         deliver(test);
