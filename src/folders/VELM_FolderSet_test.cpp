@@ -206,6 +206,7 @@ TEST_F(FolderSets, TellTheirObserversOfSavedChanges) {
 
     observer.reset();
     ofClass.updateFolderSets();
+    ofClass.updateFolderSets();
     pass(100ms);
     EXPECT_EQ(trace, "a1;b;b;");
     ofClass.removeObserver(other);
