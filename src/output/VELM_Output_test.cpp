@@ -190,27 +190,6 @@ VELM_Output_node nodeWithFrames(const std::vector<std::string>& frames) {
     return node;
 }
 
-TEST(OutputNode, givesFramesInDrawingCoordinates) {
-    // On a canvas of 1200 by 1800, with a template of 600 by 900.
-    const std::vector<std::pair<std::string, base::Rect>> cases = {
-        {"{{0, 0}, {0, 0}}", {0, 900, 600, 900}},
-        {"{{600, 900}, {600, 900}}", {600, 0, 600, 900}},
-        {"{{0, 0}, {500, 0}}", {0, 900, 600, 900}},
-        {"{{10, 20}, {30, 40}}", {10, 1740, 30, 40}},
-        {"{{-50, 1700}, {100, 200}}", {-50, -100, 100, 200}},
-    };
-    for (const auto& [frame, expected] : cases) {
-        const VELM_Output_node node = nodeWithFrames({frame});
-        int calls = 0;
-        node.canvasSize({1200, 1800}, {600, 900}, [&](std::size_t index, bool&, const base::Rect& rect) {
-            EXPECT_EQ(index, 0u);
-            EXPECT_EQ(rect, expected) << frame;
-            ++calls;
-        });
-        EXPECT_EQ(calls, 1);
-    }
-}
-
 TEST(OutputNode, stopsAmongItsFramesWhenTold) {
     const VELM_Output_node node = nodeWithFrames({"{{0, 0}, {1, 1}}", "{{0, 0}, {1, 1}}", "{{0, 0}, {1, 1}}"});
     std::vector<std::size_t> indices;
@@ -258,18 +237,19 @@ TEST(OutputCopy, isWhatTheArchiveGivesBackAndSharesNothing) {
     ASSERT_TRUE(unarchived);
     const auto copy = output->copyWithZone();
 
+    // All that is read back of an output's parts.
+    const auto parts = [](const VELM_Output& whole) {
+        base::Array all{whole.description(), whole.valuesDict(), whole.barcodes(), whole.allImagesPath()};
+        for (const auto& node : whole.outputNodes())
+            all.emplace_back(*node->encoded());
+        for (const auto& destination : whole.destinations())
+            all.emplace_back(*destination->encoded());
+        return base::Value(all);
+    };
     for (const auto& one : {unarchived, copy}) {
-        EXPECT_EQ(one->description(), output->description());
-        EXPECT_EQ(one->valuesDict(), output->valuesDict());
-        EXPECT_EQ(one->barcodes(), output->barcodes());
-        EXPECT_EQ(one->size(), output->size());
-        EXPECT_EQ(one->allImagesPath(), output->allImagesPath());
-        ASSERT_EQ(one->outputNodes().size(), 1u);
-        EXPECT_NE(one->outputNodes()[0], output->outputNodes()[0]);
-        EXPECT_EQ(one->outputNodes()[0]->encoded(), output->outputNodes()[0]->encoded());
-        ASSERT_EQ(one->destinations().size(), 2u);
-        EXPECT_NE(one->destinations()[0], output->destinations()[0]);
-        EXPECT_EQ(one->destinations()[0]->encoded(), output->destinations()[0]->encoded());
+        EXPECT_EQ(parts(*one), parts(*output));
+        EXPECT_NE(one->outputNodes().at(0), output->outputNodes()[0]);
+        EXPECT_NE(one->destinations().at(0), output->destinations()[0]);
         ASSERT_EQ(one->templates().size(), 1u);
         EXPECT_NE(one->templates().at("front"), original);
         EXPECT_TRUE(one->templates().at("front")->isEqual(*original));
