@@ -184,15 +184,6 @@ TEST(KLARON_ImageOpening, TakesWhatIsAPictureAndNothingElse) {
         EXPECT_EQ(KLARON_Image::orientedSizeForImage(object), Size{}) << object.description();
     }
     EXPECT_EQ(KLARON_Image::previewImageWithObject(cells({"rg"})), nullptr) << "an image gets no preview";
-    int count = 0;
-    KLARON_Image::imageFromObject(
-        path, [&](const ImageRef& image, std::size_t index, const KLARON_Image::Metadata& metadata) {
-            EXPECT_EQ(image->width(), 20);
-            EXPECT_EQ(index, 0u);
-            EXPECT_TRUE(metadata);
-            ++count;
-        });
-    EXPECT_EQ(count, 1);
 }
 
 TEST(KLARON_ImageOpening, PreviewsAreUprightSmallAndKept) {

@@ -58,13 +58,11 @@ TEST(KLARON_ImageWriting, ReplacesTheExtensionByThatOfTheType) {
 
 TEST(KLARON_ImageWriting, NumbersInsteadOfOverwritingWhenAsked) {
     const support::TemporaryDirectory folder;
-    const auto keep = option(klaronImageKey_overwriteExistingFile, false);
-    for (int round = 0; round < 3; ++round)
-        EXPECT_TRUE(KLARON_Image::writeImage(picture(), folder / "a.jpg", keep, nullptr));
-    EXPECT_EQ(filesBelow(folder.path()), (Names{"a.jpeg", "a 1.jpeg", "a 2.jpeg"}));
+    for (const bool overwrites : {true, false, false})
+        EXPECT_TRUE(KLARON_Image::writeImage(picture(), folder / "a.jpg",
+                                             option(klaronImageKey_overwriteExistingFile, overwrites), nullptr));
     EXPECT_TRUE(KLARON_Image::writeImage(picture(), folder / "a.jpg", nullptr)) << "overwriting is the default";
-    EXPECT_EQ(filesBelow(folder.path()).size(), 3u);
-
+    EXPECT_EQ(filesBelow(folder.path()), (Names{"a.jpeg", "a 1.jpeg", "a 2.jpeg"}));
     const struct {
         const char *taken, *next;
     } cases[] = {{"b 7.jpg", "b 8.jpg"},
