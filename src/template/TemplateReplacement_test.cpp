@@ -112,8 +112,6 @@ TEST(TemplateStamps, TextsByTheirKey) {
         {"<key>FileName</key><string>s.txt</string><hideExtension>yes</hideExtension>", "s"},
         {"<key>filename</key><hideExtension>yes</hideExtension>", "(null)"},
         {"<key>customfilenamepartb</key>", "B"},
-        {"<key>customfilenamepartC</key>", "C"},
-        {"<key>customfilenameparte</key>", ""},
         {"<key>customfilenamepartf</key>", ""},
         {"<key>CustomFilenamePartB</key>", ""},
         {"<key>date</key>", "(null)"},
