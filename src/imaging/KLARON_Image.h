@@ -11,6 +11,7 @@
 #include "imaging/ImageObject.h"
 #include "imaging/KLARON_color.h"
 #include "platform/draw/BitmapContext.h"
+#include "platform/draw/CodeReader.h"
 #include "platform/draw/Image.h"
 #include "platform/draw/ImageMetadata.h"
 #include "platform/draw/ImageSource.h"
@@ -204,6 +205,17 @@ public:
     static bool makeEnclosingDirectoryForFileURL(const base::URL& url, ErrorPlace returningError);
     /// The URL itself when no file exists there, else the first free one of "a 1.jpg", "a 2.jpg"...
     static base::URL URLWithoutOverwriting(const base::URL& url);
+
+    // -- Reading codes (KLARON_Image_codes.cpp) -------------------------------------------------------------------
+
+    /// The message of the first QR code in a picture, from its top, that a path or URL names; nothing, with a log line,
+    /// when that can't be read. Further ones are logged.
+    static std::optional<std::string> decodedBarcodeImage(const ImageObject& object);
+    using BarcodesReply =
+        std::function<void(const std::vector<platform::draw::FoundCode>& results, const std::optional<base::Error>&)>;
+    /// Calls the reply once, before it returns, with the codes of all kinds; an empty list and the error when the
+    /// picture that the path or URL names can't be read.
+    static void detectBarcodesInImage(const ImageObject& object, const BarcodesReply& result);
 
     // -- Helpers -------------------------------------------------------------------------------------------------
 

@@ -4,6 +4,7 @@
 
 #include "base/Geometry.h"
 #include "base/Value.h"
+#include "imaging/KLARON_2dCodeKeys.h"
 
 #include <memory>
 #include <string_view>
@@ -11,13 +12,6 @@
 namespace platform::data {
 class XMLNode;
 }
-
-inline constexpr std::string_view klaron_2dCodeKey_message = "klaron_2dCodeKey_message";       ///< text
-inline constexpr std::string_view klaron_2dCodeKey_scale = "klaron_2dCodeKey_scale";           ///< number
-inline constexpr std::string_view klaron_2dCodeKey_type = "klaron_2dCodeKey_type";             ///< number
-inline constexpr std::string_view klaron_2dCodeKey_origin = "klaron_2dCodeKey_origin";         ///< point text, 0 to 1
-inline constexpr std::string_view klaron_2dCodeKey_isFlippedX = "klaron_2dCodeKey_isFlippedX"; ///< boolean
-inline constexpr std::string_view klaron_2dCodeKey_isFlippedY = "klaron_2dCodeKey_isFlippedY"; ///< boolean
 
 class VELM_OuputBarcode {
 public:
