@@ -259,7 +259,8 @@ TEST(CodeGenerator, DrawsAListOfCodesReadably) {
                                              item(2, "third", "{0.5, 0.8}"), item(3, "fourth", "{0.05, 0.05}")},
                                  canvas, {0, 0, 800, 600});
     std::vector<std::string> found;
-    for (const auto& code : *readCodes(canvas->makeImage()))
+    const std::vector<FoundCode> codes = *readCodes(canvas->makeImage());
+    for (const FoundCode& code : codes)
         found.push_back(code.message);
     EXPECT_THAT(found, testing::UnorderedElementsAre("first", "second", "third", "fourth"));
 }

@@ -1,4 +1,4 @@
-// Finding machine-readable codes in a picture: QR, Aztec, Code 128, PDF417 and the other usual kinds, at any turn. A
+// Finding machine-readable codes in a picture: QR, Aztec, Code 128, PDF417 and the other usual kinds. A
 // pure function, any thread; it decodes the picture at full size.
 #pragma once
 
@@ -28,7 +28,7 @@ struct FoundCode {
 
 /// All codes, or those of one kind, from the top of the picture to its bottom. An empty list when there is none; fails
 /// when the picture can't be decoded. Transparent pixels count as white. An Aztec code is found only where it
-/// covers the middle of the picture, and bars only along rows and columns, skewed by no more than a few degrees.
+/// covers the middle of the picture, and bars only where they stand along rows or columns.
 base::Result<std::vector<FoundCode>> readCodes(const ImageRef& image, std::optional<CodeKind> kind = std::nullopt);
 
 } // namespace platform::draw

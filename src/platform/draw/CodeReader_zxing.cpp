@@ -51,8 +51,8 @@ void appendMatrixCodes(const ZXing::ImageView& view, ZXing::BarcodeFormats wante
         if (result.isValid()) codes.push_back(foundCode(result));
 }
 
-// Bars are read a line at a time and the lines put together here: given a whole picture the library ends the process
-// over two equal bar codes.
+// Bars are read a line at a time and the lines put together here: in a whole picture the library may find one bar code
+// twice, and then ends the process by a failed assertion.
 void appendBarCodes(const std::vector<std::uint8_t>& pixels, int width, int height, bool downward,
                     ZXing::BarcodeFormats wanted, Codes& codes) {
     constexpr int lines = 256;
