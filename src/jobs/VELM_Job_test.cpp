@@ -322,7 +322,9 @@ TEST(Job, SharesItsProgressAmongItsPackagesAndReportsWhatIsMissing) {
             EXPECT_NE(ended.error->localizedDescription.find(c.error), std::string::npos);
         }
         EXPECT_EQ(log.count("render commencing"), c.rendered) << c.elements;
-        if (c.rendered) EXPECT_EQ(job->progress()->completedUnitCount(), 100) << c.elements;
+        if (c.rendered) {
+            EXPECT_EQ(job->progress()->completedUnitCount(), 100) << c.elements;
+        }
     }
 }
 
