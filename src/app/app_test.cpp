@@ -1,11 +1,11 @@
 #include "app/AppDelegate.h"
 #include "app/VELM.h"
 
-#include "base/Log.h"
 #include "base/Places.h"
 #include "folders/DefaultsKeys.h"
 #include "folders/DefaultsMirror.h"
 #include "platform/data/UserDefaults.h"
+#include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
 #include <filesystem>
@@ -32,16 +32,13 @@ class App : public testing::Test {
 protected:
     App() {
         base::setPlaces(base::Places::below(home().path().string()));
-        sink_ = base::setLogSink([this](std::string_view message) { log_.emplace_back(message); });
         for (const auto& [key, value] : UserDefaults::standard().dictionaryRepresentation())
             static_cast<void>(UserDefaults::standard().removeObject(key));
     }
-    ~App() override { base::setLogSink(sink_); }
 
     static std::string path(const std::string& relative) { return home() / ("VELM/" + relative); }
 
-    std::vector<std::string> log_;
-    base::LogSink sink_;
+    support::LogCapture log_;
 };
 
 class RecordingEngine final : public VELM_RenderingEngineProtocol {
@@ -86,13 +83,13 @@ TEST_F(App, launchMakesTheTreeAndPointsTheSettingsAtItSaveThePendingOne) {
     delegate.resetFolders();
     EXPECT_TRUE(engine->pairs.empty()) << "nothing differs";
     EXPECT_EQ(defaults.stringForKey(key_velmFolderJobsPending), "/elsewhere/Pending");
-    EXPECT_THAT(log_, Contains("not overwritting forced pref..."));
+    EXPECT_THAT(log_.lines(), Contains("not overwritting forced pref..."));
 }
 
 TEST_F(App, aFileInAFoldersPlaceIsLogged) {
     const std::string file = home().write("occupied", "a file");
     EXPECT_FALSE(VELM::makeDirectory(base::URL::fileURLWithPath(file)));
-    EXPECT_THAT(log_, Contains(testing::HasSubstr(file)));
+    EXPECT_THAT(log_.lines(), Contains(testing::HasSubstr(file)));
 }
 
 TEST_F(App, settingsOfLowerModulesReachTheMirror) {
@@ -102,7 +99,7 @@ TEST_F(App, settingsOfLowerModulesReachTheMirror) {
         folders::setDefaultObject(base::Data("four"), "savedThings");
         EXPECT_EQ(UserDefaults::standard().dataForKey("savedThings"), base::Data("four"));
         EXPECT_THAT(engine->pairs, ElementsAre(Pair("savedThings", base::Value(base::Data("four")))));
-        EXPECT_THAT(log_, Contains("remotely set 4 data bytes for savedThings"));
+        EXPECT_THAT(log_.lines(), Contains("remotely set 4 data bytes for savedThings"));
     }
     folders::setDefaultObject("late", "savedThings");
     EXPECT_EQ(engine->pairs.size(), 1u);

@@ -1,7 +1,7 @@
 #include "folders/KLARON_FileEvent.h"
 #include "folders/QueueHelpers.h"
 
-#include "base/Log.h"
+#include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
 #include <chrono>
@@ -131,13 +131,11 @@ TEST_F(FileEvent, ReportsTheFileThatItObserves) {
 }
 
 TEST_F(FileEvent, LogsAStartThatFails) {
-    std::string logged;
-    const base::LogSink previous = base::setLogSink([&](std::string_view message) { logged += message; });
+    const support::LogCapture log;
     const auto event = KLARON_FileEvent::initWithObservedPaths({});
     event->setRun(true);
     event->eventQueue()->sync([] {});
-    base::setLogSink(previous);
-    EXPECT_TRUE(logged.starts_with("FAILED to start monitoring ")) << logged;
+    EXPECT_TRUE(log.has("FAILED to start monitoring "));
     EXPECT_TRUE(event->isRunning());
 }
 

@@ -1,9 +1,9 @@
 #include "imaging/KLARON_2dCodeGenerator.h"
 
-#include "base/Log.h"
 #include "imaging/KLARON_Image.h"
 #include "platform/draw/CodeReader.h"
 #include "platform/draw/ImageDestination.h"
+#include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
 #include <cmath>
@@ -19,16 +19,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
-
-class CapturedLog {
-public:
-    CapturedLog() : former_(base::setLogSink([this](std::string_view line) { lines.emplace_back(line); })) {}
-    ~CapturedLog() { base::setLogSink(former_); }
-    std::vector<std::string> lines;
-
-private:
-    base::LogSink former_;
-};
 
 BitmapContextRef whiteCanvas(double width, double height) {
     const auto canvas = BitmapContext::create(width, height, ColorSpace::sRGB(), AlphaInfo::noneSkipLast);
@@ -175,7 +165,7 @@ TEST(CodeGenerator, LogsWhatItCantMake) {
                                                               "\xFF", std::string(100000, 'x')};
     for (std::int64_t type = 0; type < 4; ++type)
         for (const auto& message : messages) {
-            const CapturedLog log;
+            const support::LogCapture log;
             int replies = 0;
             KLARON_2dCodeGenerator::classForType(type).inputMessage(message, [&](const ImageRef& image, double scale) {
                 ++replies;
@@ -183,15 +173,15 @@ TEST(CodeGenerator, LogsWhatItCantMake) {
                 EXPECT_EQ(scale, 16.0);
             });
             EXPECT_EQ(replies, 1);
-            ASSERT_FALSE(log.lines.empty());
-            EXPECT_THAT(log.lines[0], HasSubstr("made no image"));
+            ASSERT_FALSE(log.lines().empty());
+            EXPECT_THAT(log.lines()[0], HasSubstr("made no image"));
         }
-    const CapturedLog log;
+    const support::LogCapture log;
     KLARON_2dCodeGenerator generator;
     generator.setMessage("Velm");
     generator.setType(7);
     EXPECT_EQ(generator.createOutputImage(), nullptr);
-    EXPECT_THAT(log.lines, ElementsAre("ERROR: Filter (null) seems to be unavailable on this platform."));
+    EXPECT_THAT(log.lines(), ElementsAre("ERROR: Filter (null) seems to be unavailable on this platform."));
 }
 
 TEST(CodeGenerator, ScalesByBlocks) {
@@ -267,14 +257,14 @@ TEST(CodeGenerator, DrawsAListOfCodesReadably) {
 
 TEST(CodeGenerator, RefusesAndSurvivesBadItems) {
     for (const Value& wrong : {Value("text"), Value(), Value(5), Value(base::Array{Value("text")})}) {
-        const CapturedLog log;
+        const support::LogCapture log;
         KLARON_2dCodeGenerator::draw(wrong, whiteCanvas(10, 10), {0, 0, 10, 10});
-        EXPECT_THAT(log.lines, ElementsAre("bad arguments"));
+        EXPECT_THAT(log.lines(), ElementsAre("bad arguments"));
     }
-    const CapturedLog log;
+    const support::LogCapture log;
     KLARON_2dCodeGenerator::draw(aztecItem(), nullptr, {0, 0, 10, 10});
     KLARON_2dCodeGenerator::draw(base::Array{}, whiteCanvas(10, 10), {0, 0, 10, 10});
-    EXPECT_THAT(log.lines, IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
 
     for (const Value& scale : {Value(), Value(0), Value(1e300), Value(std::nan("")), Value("text")}) {
         const auto canvas = whiteCanvas(100, 100);
@@ -313,18 +303,18 @@ TEST_F(CodesInPictures, TheFirstQRCodeIsTheMessage) {
     const std::string path = write({{2, "bars"}, {1, "one"}, {1, "two"}});
     const base::URL url = base::URL::fileURLWithPath(path);
     for (const ImageObject& object : {ImageObject(path), ImageObject(url)}) {
-        const CapturedLog log;
+        const support::LogCapture log;
         EXPECT_EQ(KLARON_Image::decodedBarcodeImage(object), "one");
-        ASSERT_EQ(log.lines.size(), 3u);
-        EXPECT_THAT(log.lines[0], testing::StartsWith("found a feature "));
-        EXPECT_THAT(log.lines[1], testing::StartsWith("found a feature "));
-        EXPECT_EQ(log.lines[2], "WARNING: found extra QRCode (value = \"two\") in image at " + url.absoluteString());
+        ASSERT_EQ(log.lines().size(), 3u);
+        EXPECT_THAT(log.lines()[0], testing::StartsWith("found a feature "));
+        EXPECT_THAT(log.lines()[1], testing::StartsWith("found a feature "));
+        EXPECT_EQ(log.lines()[2], "WARNING: found extra QRCode (value = \"two\") in image at " + url.absoluteString());
     }
 }
 
 TEST_F(CodesInPictures, AllBarcodesOrAnError) {
     const std::string path = write({{2, "bars"}, {1, "one"}});
-    const CapturedLog log;
+    const support::LogCapture log;
     int calls = 0;
     KLARON_Image::detectBarcodesInImage(path, [&](const std::vector<FoundCode>& results, const auto& error) {
         ++calls;
@@ -333,7 +323,7 @@ TEST_F(CodesInPictures, AllBarcodesOrAnError) {
         EXPECT_EQ(results[0].message, "bars");
         EXPECT_EQ(results[1].message, "one");
     });
-    EXPECT_EQ(log.lines.size(), 1u);
+    EXPECT_EQ(log.lines().size(), 1u);
     const std::string text = folder_.write("text.png", "no picture");
     for (const ImageObject& object :
          {ImageObject(), ImageObject(folder_ / "missing.png"), ImageObject(text), ImageObject(base::Data("x"))}) {

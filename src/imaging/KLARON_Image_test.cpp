@@ -1,6 +1,6 @@
-#include "base/Log.h"
 #include "imaging/KLARON_Image.h"
 #include "platform/draw/ImageDestination.h"
+#include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
 #include <cmath>
@@ -15,17 +15,6 @@ using base::Size;
 namespace {
 
 constexpr double pi = std::numbers::pi;
-
-// What is logged while it lives.
-class CapturedLog {
-public:
-    CapturedLog() : former_(base::setLogSink([this](std::string_view line) { lines.emplace_back(line); })) {}
-    ~CapturedLog() { base::setLogSink(former_); }
-    std::vector<std::string> lines;
-
-private:
-    base::LogSink former_;
-};
 
 BitmapContextRef makeCanvas(double width, double height) {
     return BitmapContext::create(width, height, ColorSpace::sRGB());
@@ -286,7 +275,7 @@ TEST(KLARON_ImageDraw, ShadowFallsFromContentAndBorderOntoTheContent) {
 }
 
 TEST(KLARON_ImageDraw, LogsWhatItCanNotDraw) {
-    CapturedLog log;
+    support::LogCapture log;
     const auto image = wrapped(cells({"rg"}));
     image->draw();
     EXPECT_EQ(image->drawingContextWithCanvasSize({0, 5}), nullptr);
@@ -296,7 +285,7 @@ TEST(KLARON_ImageDraw, LogsWhatItCanNotDraw) {
     image->setDestinationRect({1, 0, 5, 0});
     image->setContentsGravity(std::string(kCAGravityResizeAspectFill));
     image->draw();
-    EXPECT_EQ(log.lines,
+    EXPECT_EQ(log.lines(),
               (Rows{"ERROR: call drawingContextWithCanvasSize: to create a context before accessing this property!",
                     "ERROR: set a drawing context before attempting to draw!",
                     "ERROR: Both width and height must be > 0 (", "ERROR: attempting to draw an image with zero width",

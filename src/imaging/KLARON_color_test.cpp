@@ -1,6 +1,6 @@
-#include "base/Log.h"
 #include "imaging/KLARON_Image.h"
 #include "imaging/KLARON_color.h"
+#include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 #include <thread>
@@ -51,15 +51,13 @@ TEST(KLARON_color, WritesTheCodeOfAColourByItsModel) {
     const Color ink(ColorSpace::deviceCMYK(), {0, 1, 0.5, 0.5, 1});
     EXPECT_EQ(KLARON_color::hexcodeForColor(ink), "#7F003FFF");
     EXPECT_EQ(KLARON_color::hexcodeForColorIgnoringAlpha(ink), "#7F003F");
-    std::vector<std::string> lines;
-    const auto former = base::setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+    const support::LogCapture log;
     EXPECT_EQ(KLARON_color::hexcodeForColor(Color(ColorSpace::sRGB(), {1, 1})), "#000000");
     EXPECT_EQ(KLARON_color::hexcodeForColor(Color(ColorSpace::deviceCMYK(), {1, 1, 1, 1})), "#000000");
     KLARON_Image::colorComponentsForHexCode(std::nullopt);
-    base::setLogSink(former);
-    EXPECT_EQ(lines, (std::vector<std::string>{"Bad count (2) for components in RGB colorspace",
-                                               "Bad count (4) for components in CMYK colorspace",
-                                               "using default color black"}));
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"Bad count (2) for components in RGB colorspace",
+                                                     "Bad count (4) for components in CMYK colorspace",
+                                                     "using default color black"}));
 }
 
 TEST(KLARON_color, KeepsColoursByKeyForAllThreads) {

@@ -1,10 +1,10 @@
 #include "output/VELM_Output.h"
 
-#include "base/Log.h"
 #include "base/Places.h"
 #include "internal/OutputFixture.h"
 #include "output/VELM_OuputBarcode.h"
 #include "platform/data/KeyedArchive.h"
+#include "support/LogCapture.h"
 
 #include <gmock/gmock.h>
 
@@ -26,18 +26,6 @@ private:
     support::TemporaryDirectory folder_;
 };
 [[maybe_unused]] const auto* const ownPlaces = testing::AddGlobalTestEnvironment(new OwnPlaces);
-
-class LogCapture {
-public:
-    LogCapture() {
-        previous_ = base::setLogSink([this](std::string_view line) { lines.emplace_back(line); });
-    }
-    ~LogCapture() { base::setLogSink(previous_); }
-    std::vector<std::string> lines;
-
-private:
-    base::LogSink previous_;
-};
 
 TEST(OutputReading, runsForAllImages) {
     const std::vector<std::pair<std::string, bool>> cases = {
@@ -132,10 +120,10 @@ TEST(OutputReading, normalizesBarcodesByTheSizeKnownSoFar) {
 }
 
 TEST(OutputReading, logsWhatItDoesNotKnow) {
-    LogCapture log;
+    support::LogCapture log;
     outputFrom("<output><!-- fine --><?php no?><a type='node'><shadowcolor size='3'>#000</shadowcolor></a>"
                "<destination><price>3</price></destination><barcode><price/></barcode></output>");
-    EXPECT_THAT(log.lines,
+    EXPECT_THAT(log.lines(),
                 ElementsAre("Found unexpected XML element kind:\n5", "encountered unknown shadowcolor attribute: size",
                             "Found unexpected XML element \"price\" while parsing destination",
                             "Found unexpected XML element \"price\" while parsing barcode"));

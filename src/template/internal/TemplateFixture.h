@@ -2,13 +2,13 @@
 // lines, settings in a folder of the test's own, and small pictures.
 #pragma once
 
-#include "base/Log.h"
 #include "base/Places.h"
 #include "imaging/ImageObject.h"
 #include "imaging/KLARON_color.h"
 #include "platform/data/XMLDocument.h"
 #include "platform/draw/BitmapContext.h"
 #include "platform/draw/ImageDestination.h"
+#include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 #include "template/RenderingContext.h"
 #include "template/VELM_Template.h"
@@ -17,7 +17,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <mutex>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -56,27 +55,7 @@ public:
     std::optional<std::string> code;
 };
 
-/// Catches the log for as long as it lives.
-class CaughtLog {
-public:
-    CaughtLog()
-        : previous_(base::setLogSink([this](std::string_view message) {
-              const std::lock_guard lock(mutex_);
-              lines_.emplace_back(message);
-          })) {}
-    ~CaughtLog() { base::setLogSink(previous_); }
-    CaughtLog(const CaughtLog&) = delete;
-    CaughtLog& operator=(const CaughtLog&) = delete;
-    std::vector<std::string> lines() const {
-        const std::lock_guard lock(mutex_);
-        return lines_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
-    base::LogSink previous_;
-};
+using CaughtLog = support::LogCapture;
 
 inline VELM_Template::Ref templateFrom(std::string_view xml) {
     const auto document = platform::data::XMLDocument::parse(xml);
