@@ -81,7 +81,7 @@ TEST(TemplateGrammar, LayersGiveTheirValues) {
         {R"(<layer><unknown>1</unknown><layer type="image"/><key a="b">k</key></layer>)", {{"key", "k"}}},
     };
     for (const LayerCase& test : cases) {
-        const CaughtLog log;
+        const LogCapture log;
         EXPECT_EQ(base::Value(templateFrom(test.xml)->valuesDict()), base::Value(test.values)) << test.xml;
         EXPECT_THAT(log.lines(), IsEmpty()) << test.xml;
     }
@@ -107,7 +107,7 @@ TEST(TemplateGrammar, WhatIsNotUnderstoodIsLoggedAndDropped) {
         {R"(<other>text</other>)", {"-+-+-+-+-+-+ adding unknown XML <other>text</other>"}},
     };
     for (const auto& test : cases) {
-        const CaughtLog log;
+        const LogCapture log;
         templateFrom(test.xml);
         EXPECT_EQ(log.lines(), test.lines) << test.xml;
     }

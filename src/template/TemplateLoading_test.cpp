@@ -33,7 +33,7 @@ protected:
     URL url(std::string_view relative) const { return URL::fileURLWithPath(files / relative); }
     /// Where the template came from, relative to the test's folder.
     std::string found(const Value& path, bool isNode, const std::optional<URL>& container) const {
-        const CaughtLog log;
+        const LogCapture log;
         const auto document = VELM_Template::templateWithPath(path, isNode, container);
         if (!document) return log.lines().empty() ? "silence" : log.lines().back();
         return std::filesystem::path(document->documentURL()->path()).lexically_relative(files.path()).string();
@@ -80,7 +80,7 @@ TEST_F(TemplateLoading, AnEmptyFileIsNoneAndAURLIsNotLookedUpInTheConfiguredFold
 TEST_F(TemplateLoading, TheLastBodyIsTheDocument) {
     const auto path = files.write("two.xml", R"(<any TYPE="Foreign" version="77"><!-- c --><other/>text
         <portrait size="{2, 3}" name="p"/><landscape size="{3, 2}"><layer zindex="3"/><layer zindex="1"/></landscape></any>)");
-    const CaughtLog log;
+    const LogCapture log;
     const auto document = VELM_Template::instanceWithXMLObject(path);
     ASSERT_TRUE(document);
     EXPECT_EQ(document->name(), "landscape");
@@ -100,7 +100,7 @@ TEST_F(TemplateLoading, TheLastBodyIsTheDocument) {
 }
 
 TEST_F(TemplateLoading, DamagedFilesGiveWhatCanBeRead) {
-    CaughtLog log;
+    LogCapture log;
     const auto cut = VELM_Template::instanceWithXMLObject(
         files.write("cut.xml", "<data version='1.0'><layout size='{9, 9}'><layer key='k'/><layer key="));
     ASSERT_TRUE(cut);
@@ -115,7 +115,7 @@ TEST_F(TemplateLoading, DamagedFilesGiveWhatCanBeRead) {
 }
 
 TEST_F(TemplateLoading, ANodeTakesThePlaceOfItsLayer) {
-    const CaughtLog log;
+    const LogCapture log;
     files.write("Nodes/n.xml", fileOf("<layer key='inner' frame='{{90, 90}, {20, 20}}'/>"));
     const auto document = VELM_Template::instanceWithXMLObject(files.write(
         "t.xml", fileOf("<layer type='node' key='k' zindex='5' frame='{{1, 2}, {30, 40}}'>"
@@ -149,7 +149,7 @@ TEST_F(TemplateLoading, FilesThatIncludeThemselvesFailVisibly) {
     files.write("Nodes/linked.xml", fileOf(nodeLayer("link.xml")));
     std::filesystem::create_symlink(files / "Nodes/linked.xml", files / "Nodes/link.xml");
     for (const std::string_view file : {"self.xml", "a.xml", "linked.xml"}) {
-        const CaughtLog log;
+        const LogCapture log;
         const auto node = VELM_Template::nodeWithPath(file, std::nullopt);
         ASSERT_TRUE(node);
         EXPECT_TRUE(node->createProductImage());
@@ -176,7 +176,7 @@ TEST_F(TemplateLoading, NestingIsLimited) {
                 layers += nodeLayer(std::to_string(level + 1) + ".xml");
             files.write("Nodes/" + std::to_string(level) + ".xml", fileOf(layers));
         }
-        const CaughtLog log;
+        const LogCapture log;
         const auto node = VELM_Template::nodeWithPath("0.xml", std::nullopt);
         EXPECT_TRUE(node->createProductImage());
         return node->renderError();

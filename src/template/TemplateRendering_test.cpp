@@ -119,7 +119,7 @@ TEST(TemplateRendering, MissingPicturesAreSearched) {
             "VELM/Templates/shop/t.xml",
             fileOf("<layer type='graphic' frame='{{0, 0}, {100, 100}}'><filepath>p.png</filepath></layer>"));
         const auto colorWith = [&](const std::optional<base::URL>& container) {
-            const CaughtLog log;
+            const LogCapture log;
             const auto document = VELM_Template::instanceWithXMLObject(path);
             const auto package = std::make_shared<TestPackage>();
             package->order->container = container;
@@ -153,7 +153,7 @@ TEST(TemplateRendering, ABrokenPictureMustNotBecomeAProduct) {
     const auto whole = files / "whole.jpg";
     writePicture(whole, halves(400, 400, "#F00", "#00F"), "public.jpeg");
     const std::string bytes = support::readFile(whole);
-    const CaughtLog log;
+    const LogCapture log;
     for (const std::string_view type : {"image", "graphic"}) {
         for (const std::string& content :
              {std::string(), std::string("no picture"), bytes.substr(0, bytes.size() / 2)}) {
@@ -244,7 +244,7 @@ TEST(TemplateRendering, ManyThreadsAskAtOnce) {
 
 TEST(TemplateRendering, AMissingFontIsReplacedAndLogged) {
     const auto text = templateFrom("<layer type='textbox'><string>x</string><font>No Such Font</font></layer>");
-    const CaughtLog log;
+    const LogCapture log;
     ASSERT_TRUE(text->attributes());
     EXPECT_EQ(text->attributes()->fontName, "Helvetica");
     EXPECT_THAT(log.lines(), testing::Contains("Specified font (No Such Font) unavailable! Substituting Helvetica"));

@@ -49,7 +49,7 @@ TEST(TemplateReplacement, ValuesGoIntoTheHoles) {
          {}},
     };
     for (const auto& test : cases) {
-        const CaughtLog log;
+        const LogCapture log;
         const auto package = std::make_shared<TestPackage>();
         package->order->values = test.job;
         const auto document = templateFrom("<layout size='{10, 10}'>" + test.layer + "</layout>");
@@ -82,7 +82,7 @@ TEST(TemplateReplacement, AnErrorInTheTemplateOfAHoleIsTheDocuments) {
     package->order->values = {{{"key", "a"}, "photo.png"}, {{"template", "a"}, files / "self.xml"}};
     const auto document = templateFrom("<layout size='{5, 5}'><layer type='image' key='a'/></layout>");
     document->setPackage(package);
-    const CaughtLog log;
+    const LogCapture log;
     document->replaceKeyValues();
     ASSERT_TRUE(document->renderError());
     EXPECT_THAT(document->renderError()->localizedDescription, testing::HasSubstr("includes itself"));

@@ -227,7 +227,7 @@ TEST(VELM_Template, DocumentsComeOutOfTextsAndData) {
 TEST(VELM_Template, CopyingDropsImagesFromTheLiveLayer) {
     const auto layer = templateFrom("<layer type='image'/>");
     layer->setValue("filepath", Value(std::make_shared<ImageValue>(halves(2, 2, "#FFF", "#FFF"))));
-    const CaughtLog log;
+    const LogCapture log;
     EXPECT_TRUE(layer->copyWithZone()->graphicPath().isNothing());
     EXPECT_TRUE(layer->graphicPath().isNothing());
     EXPECT_THAT(log.lines(), ElementsAre("found a non-coding object <CGImage> for key filepath"));

@@ -26,8 +26,8 @@ public:
     /// An engine that waits for the main queue is never kept waiting by a command.
     static int runBesideMainQueue(const std::function<int()>& work);
 
-    /// Ends the process of a command that has started the engine. Its streams go on until the process ends, and would
-    /// meet the destruction of what they use if the process left by way of main().
+    /// Flushes what was written and ends the process. The engine's threads go on until then, and would meet the
+    /// destruction of what they use if the process left by way of main().
     [[noreturn]] static void endProcess(int status);
 
 private:

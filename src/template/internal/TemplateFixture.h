@@ -55,7 +55,7 @@ public:
     std::optional<std::string> code;
 };
 
-using CaughtLog = support::LogCapture;
+using support::LogCapture;
 
 inline VELM_Template::Ref templateFrom(std::string_view xml) {
     const auto document = platform::data::XMLDocument::parse(xml);
