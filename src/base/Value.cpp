@@ -15,6 +15,8 @@ template <class... Cases>
 struct Overloaded : Cases... {
     using Cases::operator()...;
 };
+template <class... Cases>
+Overloaded(Cases...) -> Overloaded<Cases...>; // clang 14 does not deduce it
 
 bool equalNumbers(const Value& left, const Value& right) {
     // Two integers compare exactly; a real on either side brings both to reals.
