@@ -17,6 +17,7 @@ constexpr WritableType writableTypes[] = {
     {"public.jpeg", encodeJPEG},
     {"public.png", encodePNG},
     {"public.tiff", encodeTIFF},
+    {"public.heic", encodeHEIC},
 };
 
 const WritableType* writableType(std::string_view typeIdentifier) {

@@ -11,10 +11,18 @@
 #include <array>
 #include <cmath>
 #include <new>
+#include <span>
 
 namespace platform::draw {
 
 namespace {
+
+constexpr std::array<std::string_view, 4> heicBrands{"heic", "heix", "heim", "heis"};
+constexpr std::array<std::string_view, 1> heifBrands{"mif1"};
+bool hasBrand(std::string_view beginning, std::span<const std::string_view> brands) {
+    return beginning.substr(4, 4) == "ftyp" &&
+           std::find(brands.begin(), brands.end(), beginning.substr(8, 4)) != brands.end();
+}
 
 constexpr std::array formats{
     PictureFormat{"public.jpeg", [](std::string_view begin) { return begin.starts_with("\xFF\xD8\xFF"); }, openJpeg},
@@ -26,6 +34,8 @@ constexpr std::array formats{
                              begin.starts_with("II+\0"sv) || begin.starts_with("MM\0+"sv);
                   },
                   openTiff},
+    PictureFormat{"public.heic", [](std::string_view begin) { return hasBrand(begin, heicBrands); }, openHeic},
+    PictureFormat{"public.heif", [](std::string_view begin) { return hasBrand(begin, heifBrands); }, openHeic},
 };
 
 std::string_view modelName(ColorModel model) {

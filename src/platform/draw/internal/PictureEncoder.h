@@ -21,6 +21,9 @@ base::Result<void> encodePNG(const Bitmap& bitmap, const EncodingOptions& option
 /// Uncompressed; alpha stays premultiplied, and is said to be.
 base::Result<void> encodeTIFF(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink);
 
+/// Colour is subsampled (4:2:0); alpha is kept.
+base::Result<void> encodeHEIC(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink);
+
 /// `count` pixels of a bitmap's row as red, green, blue bytes, laid on white.
 void opaqueRGBRow(const std::uint8_t* row, std::size_t count, std::uint8_t* target);
 

@@ -36,6 +36,8 @@ struct PictureFormat {
 base::Result<std::vector<Picture>> openJpeg(std::shared_ptr<const ByteSource> bytes);
 base::Result<std::vector<Picture>> openPng(std::shared_ptr<const ByteSource> bytes);
 base::Result<std::vector<Picture>> openTiff(std::shared_ptr<const ByteSource> bytes);
+/// HEIC and other HEIF files that the library can decode.
+base::Result<std::vector<Picture>> openHeic(std::shared_ptr<const ByteSource> bytes);
 
 /// An error for sizes beyond what a bitmap may have: a few bytes of header must not take all memory.
 base::Result<void> checkPictureSize(const ByteSource& bytes, std::uint64_t width, std::uint64_t height);
