@@ -10,6 +10,7 @@
 #include "platform/draw/Color.h"
 #include "platform/draw/ColorSpace.h"
 #include "platform/draw/Image.h"
+#include "platform/draw/PDFDocument.h"
 #include "platform/draw/TextFrame.h"
 
 #include <memory>
@@ -24,7 +25,8 @@ class BitmapContext {
 public:
     /// Sizes are in pixels and are cut to whole numbers. Null for a size that is not positive, is not a number or is
     /// beyond the limits (32767 a side, maximumBitmapPixels), and when memory is short. With alpha the canvas starts
-    /// transparent, without it black. A space that is not RGB gives a canvas in sRGB.
+    /// transparent, without it black. A space that is not RGB, or that colours can't be converted into, gives a canvas
+    /// in sRGB.
     static BitmapContextRef create(double width, double height, ColorSpaceRef space,
                                    AlphaInfo alphaInfo = AlphaInfo::premultipliedLast);
     ~BitmapContext();
@@ -75,6 +77,9 @@ public:
     void drawImage(const ImageRef& image, const base::Rect& rect);
     /// The text, laid out from the top of the rectangle, in its own colour.
     void drawText(const AttributedText& text, const base::Rect& rect);
+    /// The page's content within its crop box, in the page's own user space: PDFPage::drawingTransform, concatenated
+    /// before, brings it into a rectangle. Alpha and shadow are those of the page as a whole. Null draws nothing.
+    void drawPDFPage(const PDFPageRef& page);
 
     /// What is drawn so far, as an image in the canvas's space. Copies no pixels: the canvas takes a copy of its own
     /// when it is drawn to again while the image lives.
