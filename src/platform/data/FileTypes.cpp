@@ -92,6 +92,12 @@ std::string preferredExtensionForType(std::string_view type) {
     return known && !known->extensions.empty() ? std::string(known->extensions.front()) : std::string();
 }
 
+std::vector<std::string> extensionsForType(std::string_view type) {
+    const Type* known = typeNamed(type);
+    if (!known) return {};
+    return {known->extensions.begin(), known->extensions.end()};
+}
+
 std::optional<std::string> typeForExtension(std::string_view extension) {
     const Type* known = typeWithExtension(extension);
     if (!known) return std::nullopt;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace platform::data {
 
@@ -43,6 +44,8 @@ bool conformsToType(const base::URL& url, std::string_view type);
 bool typeConforms(std::string_view type, std::string_view other);
 /// "jpeg" for public.jpeg; the empty text for a type that is unknown or has none.
 std::string preferredExtensionForType(std::string_view type);
+/// All extensions of which files of the type carry one, the preferred one first; none for an unknown type.
+std::vector<std::string> extensionsForType(std::string_view type);
 /// The type of which files carry this extension (without its point); nothing when it is unknown.
 std::optional<std::string> typeForExtension(std::string_view extension);
 /// The URL with the type's preferred extension added; unchanged for a type without one.

@@ -75,6 +75,13 @@ bool ImageDestination::canWriteType(std::string_view typeIdentifier) {
     return writableType(typeIdentifier) != nullptr;
 }
 
+std::vector<std::string_view> ImageDestination::writableTypeIdentifiers() {
+    std::vector<std::string_view> identifiers;
+    for (const WritableType& type : writableTypes)
+        identifiers.push_back(type.typeIdentifier);
+    return identifiers;
+}
+
 base::Result<std::unique_ptr<ImageDestination>>
 ImageDestination::createWithURL(const base::URL& url, std::string_view typeIdentifier, NextName nextName) {
     const auto type = findType(typeIdentifier);

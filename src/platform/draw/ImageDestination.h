@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 namespace platform::draw {
 
@@ -20,6 +21,7 @@ class ImageDestination {
 public:
     /// Type identifiers that can be written: "public.jpeg", "public.png", "public.tiff".
     static bool canWriteType(std::string_view typeIdentifier);
+    static std::vector<std::string_view> writableTypeIdentifiers();
 
     /// Opens the file to write beside `url`. An error for a type that can't be written and for a place that can't be
     /// written to; nothing is left behind. A file that stands there is replaced; with `nextName` none is, also not one

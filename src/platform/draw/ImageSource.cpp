@@ -127,7 +127,8 @@ const base::Dictionary& ImageSource::propertiesAtIndex(std::size_t index) const 
     return index < count() ? entries_[index].properties : none;
 }
 
-base::Result<ImageRef> ImageSource::thumbnailAtIndex(std::size_t index, int maxPixelSize, bool withTransform) const {
+base::Result<ImageRef> ImageSource::thumbnailAtIndex(std::size_t index, int maxPixelSize, bool withTransform,
+                                                     Quality quality) const {
     const ImageRef image = imageAtIndex(index);
     if (!image || maxPixelSize < 1) return base::failure(base::cocoaErrorDomain, 0, "there is no such picture");
     const double scale = std::min(1.0, static_cast<double>(maxPixelSize) / std::max(image->width(), image->height()));
@@ -140,7 +141,7 @@ base::Result<ImageRef> ImageSource::thumbnailAtIndex(std::size_t index, int maxP
         base::valueForKey(propertiesAtIndex(index), kCGImagePropertyOrientation).integerValue();
     const Uprighting turn = uprightings[withTransform ? static_cast<std::size_t>(orientation) : 0];
     if (turn.quarterTurns == 0 && !turn.mirrored) {
-        auto bitmap = scaledBitmap(*image, width, height, Quality::preview, space);
+        auto bitmap = scaledBitmap(*image, width, height, quality, space);
         if (!bitmap) return base::failure(bitmap.error());
         return Image::fromBitmap(std::move(*bitmap));
     }
@@ -151,7 +152,7 @@ base::Result<ImageRef> ImageSource::thumbnailAtIndex(std::size_t index, int maxP
     const PixelTarget target{bitmap->mutablePixels(), bitmap->stride(), whole.width, whole.height, space};
     const Placement placement{
         {0, 0, static_cast<double>(whole.width), static_cast<double>(whole.height)}, turn.quarterTurns, turn.mirrored};
-    if (auto drawn = drawScaled(*image, placement, Quality::preview, 1, whole, target); !drawn)
+    if (auto drawn = drawScaled(*image, placement, quality, 1, whole, target); !drawn)
         return base::failure(drawn.error());
     return Image::fromBitmap(std::move(*bitmap));
 }

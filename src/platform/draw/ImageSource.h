@@ -43,8 +43,9 @@ public:
     const base::Dictionary& propertiesAtIndex(std::size_t index) const;
 
     /// A picture in memory, at most `maxPixelSize` on its longer side (never enlarged), upright by its Orientation when
-    /// `withTransform`. Of preview quality, in the picture's own RGB space or else sRGB.
-    base::Result<ImageRef> thumbnailAtIndex(std::size_t index, int maxPixelSize, bool withTransform) const;
+    /// `withTransform`. In the picture's own RGB space or else sRGB.
+    base::Result<ImageRef> thumbnailAtIndex(std::size_t index, int maxPixelSize, bool withTransform,
+                                            Quality quality = Quality::preview) const;
 
 private:
     struct Entry {
