@@ -34,6 +34,7 @@ constexpr std::array formats{
                              begin.starts_with("II+\0"sv) || begin.starts_with("MM\0+"sv);
                   },
                   openTiff},
+    PictureFormat{"com.adobe.pdf", [](std::string_view begin) { return begin.starts_with("%PDF-"); }, openPdf},
     PictureFormat{"public.heic", [](std::string_view begin) { return hasBrand(begin, heicBrands); }, openHeic},
     PictureFormat{"public.heif", [](std::string_view begin) { return hasBrand(begin, heifBrands); }, openHeic},
 };

@@ -36,6 +36,8 @@ struct PictureFormat {
 base::Result<std::vector<Picture>> openJpeg(std::shared_ptr<const ByteSource> bytes);
 base::Result<std::vector<Picture>> openPng(std::shared_ptr<const ByteSource> bytes);
 base::Result<std::vector<Picture>> openTiff(std::shared_ptr<const ByteSource> bytes);
+/// The pages, at 72 pixels an inch.
+base::Result<std::vector<Picture>> openPdf(std::shared_ptr<const ByteSource> bytes);
 /// HEIC and other HEIF files that the library can decode.
 base::Result<std::vector<Picture>> openHeic(std::shared_ptr<const ByteSource> bytes);
 
