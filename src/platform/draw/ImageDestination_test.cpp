@@ -212,8 +212,8 @@ TEST(ImageDestination, TakesTheNextNameWhenAnotherCameFirst) {
 TEST(ImageDestination, SaysWhatItCanNotWrite) {
     const support::TemporaryDirectory folder;
     const auto url = [&](std::string_view name) { return base::URL::fileURLWithPath(folder / name); };
-    EXPECT_FALSE(ImageDestination::createWithURL(url("a.pdf"), "com.adobe.pdf"));
-    EXPECT_FALSE(ImageDestination::canWriteType("com.adobe.pdf"));
+    EXPECT_FALSE(ImageDestination::createWithURL(url("a.gif"), "com.compuserve.gif"));
+    EXPECT_FALSE(ImageDestination::canWriteType("com.compuserve.gif"));
     const auto missing = ImageDestination::createWithURL(url("none/a.jpeg"), "public.jpeg");
     ASSERT_FALSE(missing);
     EXPECT_NE(missing.error().localizedDescription.find("none/a.jpeg"), std::string::npos);

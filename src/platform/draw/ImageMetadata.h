@@ -23,6 +23,8 @@ inline constexpr std::string_view kCGImagePropertyDPIWidth = "DPIWidth";
 inline constexpr std::string_view kCGImagePropertyDPIHeight = "DPIHeight";
 inline constexpr std::string_view kCGImagePropertyExifDictionary = "{Exif}";
 inline constexpr std::string_view kCGImagePropertyTIFFDictionary = "{TIFF}";
+inline constexpr std::string_view kCGImagePropertyGPSDictionary = "{GPS}";
+inline constexpr std::string_view kCGImagePropertyIPTCDictionary = "{IPTC}";
 
 // In the EXIF dictionary.
 inline constexpr std::string_view kCGImagePropertyExifUserComment = "UserComment";
@@ -32,6 +34,19 @@ inline constexpr std::string_view kCGImagePropertyExifDateTimeDigitized = "DateT
 
 // In the TIFF dictionary.
 inline constexpr std::string_view kCGImagePropertyTIFFOrientation = "Orientation";
+inline constexpr std::string_view kCGImagePropertyTIFFImageDescription = "ImageDescription";
+inline constexpr std::string_view kCGImagePropertyTIFFMake = "Make";
+inline constexpr std::string_view kCGImagePropertyTIFFModel = "Model";
+inline constexpr std::string_view kCGImagePropertyTIFFSoftware = "Software";
+inline constexpr std::string_view kCGImagePropertyTIFFDateTime = "DateTime";
+inline constexpr std::string_view kCGImagePropertyTIFFArtist = "Artist";
+inline constexpr std::string_view kCGImagePropertyTIFFCopyright = "Copyright";
+
+// In the GPS dictionary.
+inline constexpr std::string_view kCGImagePropertyGPSLatitude = "Latitude";       ///< degrees, never negative
+inline constexpr std::string_view kCGImagePropertyGPSLatitudeRef = "LatitudeRef"; ///< "N" or "S"
+inline constexpr std::string_view kCGImagePropertyGPSLongitude = "Longitude";
+inline constexpr std::string_view kCGImagePropertyGPSLongitudeRef = "LongitudeRef"; ///< "E" or "W"
 
 /// Destination option: 0 to 1.
 inline constexpr std::string_view kCGImageDestinationLossyCompressionQuality =

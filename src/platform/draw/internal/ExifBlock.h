@@ -1,7 +1,8 @@
-// EXIF metadata as files hold it: a TIFF structure, without the "Exif" that introduces it in JPEG. Pure functions; any
-// thread.
+// EXIF metadata as files hold it: a TIFF structure, without the "Exif" that introduces it in JPEG; and the table of the
+// properties that can be written into one. Pure functions; any thread.
 #pragma once
 
+#include "TiffStructure.h"
 #include "base/Error.h"
 #include "base/Value.h"
 
@@ -12,10 +13,13 @@
 
 namespace platform::draw {
 
-using Bytes = std::vector<std::uint8_t>;
-
-/// Whether a property of a property dictionary ("{Exif}", "UserComment") can be written.
+/// Whether a property of a property dictionary ("{Exif}", "UserComment") can be written; `dictionary` is empty for
+/// those of the top level ("Orientation").
 bool isWritableProperty(std::string_view dictionary, std::string_view property);
+
+/// The tags for the writable ones among `properties` ({ "Orientation": 6, "{Exif}": { "UserComment": ... } }), in a
+/// byte order. An empty text, empty data and nothing remove the tag. An error for a value that the tag can't hold.
+base::Result<std::vector<TiffChange>> tagsForProperties(const base::Dictionary& properties, bool bigEndian);
 
 /// What is stored of a new image: the properties that can be written, its size in pixels and whether its colours are
 /// sRGB.
@@ -27,10 +31,9 @@ struct ExifOfImage {
 };
 base::Result<Bytes> exifBlock(const ExifOfImage& image);
 
-/// The block with the properties of `dictionaries` ({ "{Exif}": { "UserComment": ... } }) set, or removed where their
-/// value is an empty text; all else stays. An empty block counts as one without tags. One that can't be read fails with
-/// the code `unreadableExifBlock`.
+/// The block with these properties set or removed as in tagsForProperties; all else stays where it is. An empty block
+/// counts as one without tags. One that can't be read fails with the code `unreadableExifBlock`.
 inline constexpr int unreadableExifBlock = 1;
-base::Result<Bytes> exifBlockMerging(std::span<const std::uint8_t> block, const base::Dictionary& dictionaries);
+base::Result<Bytes> exifBlockMerging(std::span<const std::uint8_t> block, const base::Dictionary& properties);
 
 } // namespace platform::draw

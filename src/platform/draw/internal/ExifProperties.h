@@ -4,20 +4,17 @@
 #include "base/Value.h"
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 namespace platform::draw {
 
-/// The dictionaries "{TIFF}" and "{Exif}" of a TIFF structure, and "Orientation" when it states one of 1 to 8. Numbers
-/// as numbers, several of them as an array, texts without their padding, other bytes as data. Empty for bytes that are
-/// none; a broken part is left out.
+/// The dictionaries "{TIFF}", "{Exif}", "{GPS}" and, when the block holds such data, "{IPTC}" of a TIFF structure;
+/// "Orientation" when it states one of 1 to 8, "DPIWidth" and "DPIHeight" when it states them. Numbers as numbers,
+/// several of them as an array, texts without their padding, other bytes as data; geographic positions in degrees,
+/// their time as "HH:MM:SS". Empty for bytes that are none; a broken part is left out.
 base::Dictionary exifProperties(const std::vector<std::uint8_t>& exif);
 
-/// The text of a comment, whose first eight bytes name its encoding.
-std::string exifComment(const std::vector<std::uint8_t>& bytes, bool bigEndian);
-
-/// Bytes of no particular meaning: a text when they can be read as one, else data.
-base::Value exifBytes(std::vector<std::uint8_t> bytes);
+/// The text of a comment, whose first eight bytes name its encoding; data for one in an encoding that is not read.
+base::Value exifComment(const std::vector<std::uint8_t>& bytes, bool bigEndian);
 
 } // namespace platform::draw

@@ -1,3 +1,4 @@
+#include "ByteOrder.h"
 #include "PictureEncoder.h"
 
 #include "platform/draw/ColorSpace.h"
@@ -39,9 +40,8 @@ struct CloseTIFF {
     void operator()(TIFF* tiff) const { TIFFClose(tiff); }
 };
 
-void describe(TIFF* tiff, const Bitmap& bitmap, const EncodingOptions& options) {
+void describe(TIFF* tiff, const Bitmap& bitmap) {
     const bool opaque = bitmap.isOpaque();
-    const base::Value& orientation = base::valueForKey(options.properties, kCGImagePropertyOrientation);
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(bitmap.width()));
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(bitmap.height()));
     TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8);
@@ -49,7 +49,7 @@ void describe(TIFF* tiff, const Bitmap& bitmap, const EncodingOptions& options) 
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
-    TIFFSetField(tiff, TIFFTAG_ORIENTATION, orientation ? static_cast<int>(orientation.integerValue()) : 1);
+    TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
     constexpr std::uint32_t stripBytes = 1 << 18;
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP,
                  std::max(stripBytes / (4 * static_cast<std::uint32_t>(bitmap.width())), std::uint32_t{1}));
@@ -78,32 +78,30 @@ bool writeRows(TIFF* tiff, const Bitmap& bitmap) {
     return true;
 }
 
-void setExifText(TIFF* tiff, const base::Dictionary& exif, std::string_view property, std::uint32_t tag) {
-    const std::string text = base::textForKey(exif, property).value_or("");
-    if (!text.empty()) TIFFSetField(tiff, tag, text.c_str());
-}
-
-// The EXIF tags stand in a directory of their own, written before the picture's one, which points to it. Answers where
-// it stands, or 0.
-std::uint64_t writeExif(TIFF* tiff, const base::Dictionary& exif) {
-    if (TIFFCreateEXIFDirectory(tiff) != 0) return 0;
-    TIFFSetField(tiff, EXIFTAG_EXIFVERSION, "0230");
-    setExifText(tiff, exif, kCGImagePropertyExifDateTimeOriginal, EXIFTAG_DATETIMEORIGINAL);
-    setExifText(tiff, exif, kCGImagePropertyExifDateTimeDigitized, EXIFTAG_DATETIMEDIGITIZED);
-    const std::string note = base::textForKey(exif, kCGImagePropertyExifMakerNote).value_or("");
-    if (!note.empty()) TIFFSetField(tiff, EXIFTAG_MAKERNOTE, static_cast<std::uint32_t>(note.size()), note.data());
-    const std::string comment = base::textForKey(exif, kCGImagePropertyExifUserComment).value_or("");
-    if (!comment.empty()) {
-        const bool isASCII = std::all_of(comment.begin(), comment.end(), [](unsigned char byte) { return byte < 128; });
-        // Eight bytes name the encoding; eight empty ones say that it is for the reader to find out.
-        const std::string coded = (isASCII ? std::string("ASCII\0\0\0", 8) : std::string(8, '\0')) + comment;
-        TIFFSetField(tiff, EXIFTAG_USERCOMMENT, static_cast<std::uint32_t>(coded.size()), coded.data());
+// The properties become tags of the finished file, as they do in a copy of one.
+base::Result<void> addTags(const Bitmap& bitmap, const base::Dictionary& properties, ByteSink& sink) {
+    const auto file = TiffStructure::of(
+        [&](std::uint64_t position, void* target, std::size_t count) {
+            sink.seek(position);
+            return sink.read(target, count);
+        },
+        sink.size());
+    if (!file) return base::failure(base::cocoaErrorDomain, 0, "the TIFF file can't be encoded");
+    auto tags = tagsForProperties(properties, file->isBigEndian());
+    if (!tags) return base::failure(tags.error());
+    if (std::any_of(tags->begin(), tags->end(), [](const TiffChange& tag) { return tag.place == TiffPlace::exif; })) {
+        Bytes isSRGB;
+        appendInteger(isSRGB, bitmap.colorSpace()->isSRGB() ? 1 : 65535, 2, file->isBigEndian());
+        tags->push_back({TiffPlace::exif, 0x9000, TiffType::undefined, {'0', '2', '3', '0'}}); // version
+        tags->push_back({TiffPlace::exif, 0xA001, TiffType::shortInteger, std::move(isSRGB)});
     }
-    std::uint64_t offset = 0;
-    const bool written = TIFFWriteCustomDirectory(tiff, &offset) == 1;
-    TIFFFreeDirectory(tiff);
-    TIFFCreateDirectory(tiff);
-    return written ? offset : 0;
+    const auto writes = file->writesFor(*tags, true);
+    if (!writes) return base::failure(imageMetadataErrorDomain, 0, "the metadata finds no room");
+    for (const TiffWrite& write : *writes) {
+        sink.seek(write.position);
+        sink.write(write.bytes.data(), write.bytes.size());
+    }
+    return {};
 }
 
 } // namespace
@@ -115,19 +113,13 @@ base::Result<void> encodeTIFF(const Bitmap& bitmap, const EncodingOptions& optio
         TIFFSetWarningHandler(nullptr);
     });
     const auto failed = [] { return base::failure(base::cocoaErrorDomain, 0, "the TIFF file can't be encoded"); };
-    const std::unique_ptr<TIFF, CloseTIFF> tiff(TIFFClientOpen("product", "w", &sink, readBytes, writeBytes, seekTo,
-                                                               closeNothing, sizeOfFile, nullptr, nullptr));
+    std::unique_ptr<TIFF, CloseTIFF> tiff(TIFFClientOpen("product", "w", &sink, readBytes, writeBytes, seekTo,
+                                                         closeNothing, sizeOfFile, nullptr, nullptr));
     if (!tiff) return failed();
-    std::uint64_t exifOffset = 0;
-    if (const auto* exif =
-            base::valueForKey(options.properties, kCGImagePropertyExifDictionary).as<base::Dictionary>()) {
-        exifOffset = writeExif(tiff.get(), *exif);
-        if (exifOffset == 0) return failed();
-    }
-    describe(tiff.get(), bitmap, options);
-    if (exifOffset != 0) TIFFSetField(tiff.get(), TIFFTAG_EXIFIFD, exifOffset);
+    describe(tiff.get(), bitmap);
     if (!writeRows(tiff.get(), bitmap) || TIFFWriteDirectory(tiff.get()) != 1) return failed();
-    return {};
+    tiff.reset();
+    return addTags(bitmap, options.properties, sink);
 }
 
 } // namespace platform::draw
