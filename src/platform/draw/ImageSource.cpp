@@ -34,7 +34,14 @@ constexpr std::array formats{
                              begin.starts_with("II+\0"sv) || begin.starts_with("MM\0+"sv);
                   },
                   openTiff},
+    PictureFormat{"com.adobe.photoshop-image", [](std::string_view begin) { return begin.starts_with("8BPS"); },
+                  openPsd},
     PictureFormat{"com.adobe.pdf", [](std::string_view begin) { return begin.starts_with("%PDF-"); }, openPdf},
+    PictureFormat{"org.webmproject.webp",
+                  [](std::string_view begin) { return begin.starts_with("RIFF") && begin.substr(8, 4) == "WEBP"; },
+                  openWebp},
+    PictureFormat{"com.compuserve.gif", [](std::string_view begin) { return begin.starts_with("GIF8"); }, openGif},
+    PictureFormat{"com.microsoft.bmp", [](std::string_view begin) { return begin.starts_with("BM"); }, openBmp},
     PictureFormat{"public.heic", [](std::string_view begin) { return hasBrand(begin, heicBrands); }, openHeic},
     PictureFormat{"public.heif", [](std::string_view begin) { return hasBrand(begin, heifBrands); }, openHeic},
 };

@@ -36,8 +36,12 @@ struct PictureFormat {
 base::Result<std::vector<Picture>> openJpeg(std::shared_ptr<const ByteSource> bytes);
 base::Result<std::vector<Picture>> openPng(std::shared_ptr<const ByteSource> bytes);
 base::Result<std::vector<Picture>> openTiff(std::shared_ptr<const ByteSource> bytes);
+base::Result<std::vector<Picture>> openPsd(std::shared_ptr<const ByteSource> bytes);
 /// The pages, at 72 pixels an inch.
 base::Result<std::vector<Picture>> openPdf(std::shared_ptr<const ByteSource> bytes);
+base::Result<std::vector<Picture>> openWebp(std::shared_ptr<const ByteSource> bytes);
+base::Result<std::vector<Picture>> openGif(std::shared_ptr<const ByteSource> bytes);
+base::Result<std::vector<Picture>> openBmp(std::shared_ptr<const ByteSource> bytes);
 /// HEIC and other HEIF files that the library can decode.
 base::Result<std::vector<Picture>> openHeic(std::shared_ptr<const ByteSource> bytes);
 

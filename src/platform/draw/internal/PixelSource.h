@@ -54,9 +54,36 @@ public:
     const ReadingFormat& format() const { return format_; }
     /// Fills rows[plane][0 to rowsPerBand]; rows behind a plane's last one are left as they are.
     virtual base::Result<void> readBand(std::uint8_t** const* rows) = 0;
+    /// Passes over bands whose rows nobody wants; `rows` may be written to all the same.
+    virtual base::Result<void> skipBands(int count, std::uint8_t** const* rows) {
+        for (int i = 0; i < count; ++i)
+            if (auto read = readBand(rows); !read) return read;
+        return {};
+    }
 
 protected:
     ReadingFormat format_;
+};
+
+/// What the 16-bit samples of a deep row mean: the components of the source's colour space in their order (65535 is
+/// full ink), then alpha when there is one, pixel after pixel.
+struct DeepFormat {
+    int colors = 3; ///< 1, 3 or 4.
+    bool hasAlpha = false;
+    bool premultiplied = false;
+    std::size_t samplesPerPixel() const { return static_cast<std::size_t>(colors) + (hasAlpha ? 1 : 0); }
+};
+
+/// Delivers a whole picture with 16 bits a sample, a row at a time from the top.
+class DeepReader {
+public:
+    virtual ~DeepReader() = default;
+    const DeepFormat& format() const { return format_; }
+    /// Fills a row of width x samplesPerPixel samples.
+    virtual base::Result<void> readRow(std::uint16_t* row) = 0;
+
+protected:
+    DeepFormat format_;
 };
 
 class PixelSource {
@@ -75,6 +102,22 @@ public:
     /// the format makes that cheaper than reading all of it.
     virtual base::Result<std::unique_ptr<BandReader>> open(const PixelRect& region, int reduction) const = 0;
 
+    /// Opens a reading that keeps more than 8 bits a sample; null for a picture that has no more.
+    virtual base::Result<std::unique_ptr<DeepReader>> openDeep() const { return nullptr; }
+
+    /// Opens a reading for a drawing at the picture's own size: where the format leaves open how colour of a lower
+    /// resolution is enlarged, as its own library does it.
+    virtual base::Result<std::unique_ptr<BandReader>> openAtOwnSize(const PixelRect& region) const {
+        return open(region, 1);
+    }
+
+    /// The largest reduction that open() makes use of.
+    int largestReduction() const { return largestReduction_; }
+    /// About how many bytes the planes of the whole picture take.
+    virtual std::int64_t planeBytes(int reduction) const {
+        return std::int64_t{4} * (width_ / reduction) * (height_ / reduction);
+    }
+
     /// The pixels when they are in memory, else null.
     virtual const Bitmap* bitmap() const { return nullptr; }
 
@@ -85,6 +128,7 @@ protected:
     ColorSpaceRef colorSpace_;
     ContentIdentity identity_;
     std::size_t index_ = 0;
+    int largestReduction_ = 1;
 };
 
 } // namespace platform::draw

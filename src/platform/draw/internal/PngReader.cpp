@@ -1,7 +1,9 @@
-// PNG by libpng, a row at a time; interlaced files are decoded whole. 16 bits are reduced to 8 by the library.
+// PNG by libpng, a row at a time; interlaced files are decoded whole. 16 bits are reduced to 8 by the library, unless
+// the reading is a deep one.
 #include "PictureFormat.h"
 #include "platform/draw/ColorSpace.h"
 
+#include <bit>
 #include <csetjmp>
 #include <cstring>
 #include <png.h>
@@ -57,16 +59,20 @@ public:
         return (png_get_color_type(png_, info_) & (PNG_COLOR_MASK_COLOR | PNG_COLOR_MASK_PALETTE)) == 0 && !hasAlpha();
     }
 
-    /// From here on rows come as one grey byte a pixel, or as blue, green, red and alpha (255 for none).
-    base::Result<void> startRows() {
-        return guarded([this] {
+    /// From here on rows come as one grey byte a pixel, or as blue, green, red and alpha (255 for none); deep ones with
+    /// 16 bits a sample, as grey, or red, green, blue, and alpha when there is one.
+    base::Result<void> startRows(bool deep) {
+        return guarded([this, deep] {
             const int type = png_get_color_type(png_, info_);
-            png_set_scale_16(png_);
             png_set_expand(png_);
-            if (!isGray()) {
-                if ((type & PNG_COLOR_MASK_COLOR) == 0) png_set_gray_to_rgb(png_);
-                if (!hasAlpha()) png_set_filler(png_, 0xFF, PNG_FILLER_AFTER);
-                png_set_bgr(png_);
+            if (!isGray() && (type & PNG_COLOR_MASK_COLOR) == 0) png_set_gray_to_rgb(png_);
+            if (deep) {
+                png_set_expand_16(png_);
+                if (std::endian::native == std::endian::little) png_set_swap(png_);
+            } else {
+                png_set_scale_16(png_);
+                if (!isGray() && !hasAlpha()) png_set_filler(png_, 0xFF, PNG_FILLER_AFTER);
+                if (!isGray()) png_set_bgr(png_);
             }
             passes_ = png_set_interlace_handling(png_);
             png_read_update_info(png_, info_);
@@ -122,73 +128,103 @@ base::Result<std::unique_ptr<Decoder>> openDecoder(const std::shared_ptr<const B
     return decoder;
 }
 
+/// The rows of one decoder, from any first one.
+class Rows {
+public:
+    explicit Rows(std::unique_ptr<Decoder> decoder) : decoder_(std::move(decoder)) {}
+    Decoder& decoder() const { return *decoder_; }
+    int width() const { return static_cast<int>(png_get_image_width(decoder_->png(), decoder_->info())); }
+    int height() const { return static_cast<int>(png_get_image_height(decoder_->png(), decoder_->info())); }
+    std::size_t rowBytes() const { return rowBytes_; }
+
+    base::Result<void> start(int first, bool deep) {
+        if (auto started = decoder_->startRows(deep); !started) return started;
+        rowBytes_ = png_get_rowbytes(decoder_->png(), decoder_->info());
+        if (decoder_->passes() > 1) {
+            whole_.resize(rowBytes_ * static_cast<std::size_t>(height()));
+            next_ = static_cast<std::size_t>(first);
+            return readInterlaced();
+        }
+        std::vector<std::uint8_t> skipped(rowBytes_);
+        for (int y = 0; y < first; ++y)
+            if (auto read = decode(skipped.data()); !read) return read;
+        return {};
+    }
+
+    base::Result<void> read(std::uint8_t* row) {
+        if (whole_.empty()) return decode(row);
+        std::memcpy(row, whole_.data() + next_++ * rowBytes_, rowBytes_);
+        return {};
+    }
+
+private:
+    base::Result<void> decode(std::uint8_t* row) {
+        return decoder_->guarded([this, row] { png_read_row(decoder_->png(), row, nullptr); });
+    }
+    base::Result<void> readInterlaced() {
+        for (int pass = 0; pass < decoder_->passes(); ++pass)
+            for (std::size_t start = 0; start < whole_.size(); start += rowBytes_)
+                if (auto read = decode(whole_.data() + start); !read) return read;
+        return {};
+    }
+
+    std::unique_ptr<Decoder> decoder_;
+    std::size_t rowBytes_ = 0;
+    std::vector<std::uint8_t> whole_; // of an interlaced picture
+    std::size_t next_ = 0;            // row of it
+};
+
 class PngBandReader final : public BandReader {
 public:
-    explicit PngBandReader(std::unique_ptr<Decoder> decoder) : decoder_(std::move(decoder)) {}
+    explicit PngBandReader(std::unique_ptr<Decoder> decoder) : rows_(std::move(decoder)) {}
 
     base::Result<void> start(const PixelRect& region) {
-        const int width = static_cast<int>(png_get_image_width(decoder_->png(), decoder_->info()));
-        const int height = static_cast<int>(png_get_image_height(decoder_->png(), decoder_->info()));
-        alpha_ = decoder_->hasAlpha();
+        const bool isGray = rows_.decoder().isGray();
+        alpha_ = rows_.decoder().hasAlpha();
         PlaneFormat plane;
-        plane.samplesPerPixel = decoder_->isGray() ? 1 : 4;
-        plane.width = width;
-        plane.height = height - region.y;
-        format_.kind = decoder_->isGray() ? SampleKind::gray : alpha_ ? SampleKind::bgra : SampleKind::bgrx;
-        format_.gridWidth = width;
+        plane.samplesPerPixel = isGray ? 1 : 4;
+        plane.width = rows_.width();
+        plane.height = rows_.height() - region.y;
+        format_.kind = isGray ? SampleKind::gray : alpha_ ? SampleKind::bgra : SampleKind::bgrx;
+        format_.gridWidth = plane.width;
         format_.gridHeight = plane.height;
         format_.region = {static_cast<double>(region.x), 0, static_cast<double>(region.width),
                           static_cast<double>(region.height)};
-        if (auto started = decoder_->startRows(); !started) return started;
-        plane.rowBytes = png_get_rowbytes(decoder_->png(), decoder_->info());
+        if (auto started = rows_.start(region.y, false); !started) return started;
+        plane.rowBytes = rows_.rowBytes();
         format_.planes.push_back(plane);
-
-        if (decoder_->passes() > 1) {
-            whole_.resize(plane.rowBytes * static_cast<std::size_t>(height));
-            next_ = static_cast<std::size_t>(region.y);
-            return readInterlaced(static_cast<std::size_t>(height));
-        }
-        std::vector<std::uint8_t> skipped(plane.rowBytes);
-        for (int y = 0; y < region.y; ++y)
-            if (auto read = readRow(skipped.data()); !read) return read;
         return {};
     }
 
     base::Result<void> readBand(std::uint8_t** const* rows) override {
         std::uint8_t* row = rows[0][0];
-        const PlaneFormat& plane = format_.planes.front();
-        if (whole_.empty()) {
-            if (auto read = readRow(row); !read) return read;
-        } else {
-            std::memcpy(row, whole_.data() + next_++ * plane.rowBytes, plane.rowBytes);
-        }
-        if (alpha_) premultiply(row, static_cast<std::size_t>(plane.width));
+        if (auto read = rows_.read(row); !read) return read;
+        if (alpha_) premultiply(row, static_cast<std::size_t>(format_.gridWidth));
         return {};
     }
 
 private:
-    base::Result<void> readRow(std::uint8_t* row) {
-        return decoder_->guarded([this, row] { png_read_row(decoder_->png(), row, nullptr); });
-    }
-
-    base::Result<void> readInterlaced(std::size_t height) {
-        const std::size_t rowBytes = format_.planes.front().rowBytes;
-        for (int pass = 0; pass < decoder_->passes(); ++pass)
-            for (std::size_t y = 0; y < height; ++y)
-                if (auto read = readRow(whole_.data() + y * rowBytes); !read) return read;
-        return {};
-    }
-
-    std::unique_ptr<Decoder> decoder_;
+    Rows rows_;
     bool alpha_ = false;
-    std::vector<std::uint8_t> whole_; // of an interlaced picture
-    std::size_t next_ = 0;            // row of it
+};
+
+class PngDeepReader final : public DeepReader {
+public:
+    explicit PngDeepReader(std::unique_ptr<Decoder> decoder) : rows_(std::move(decoder)) {
+        format_ = {rows_.decoder().isGray() ? 1 : 3, rows_.decoder().hasAlpha(), false};
+    }
+    base::Result<void> start() { return rows_.start(0, true); }
+    base::Result<void> readRow(std::uint16_t* row) override { return rows_.read(reinterpret_cast<std::uint8_t*>(row)); }
+
+private:
+    Rows rows_;
 };
 
 class PngSource final : public PixelSource {
 public:
-    PngSource(std::shared_ptr<const ByteSource> bytes, int width, int height, bool opaque, ColorSpaceRef colorSpace)
-        : bytes_(std::move(bytes)) {
+    PngSource(std::shared_ptr<const ByteSource> bytes, int width, int height, int bits, bool opaque,
+              ColorSpaceRef colorSpace)
+        : bytes_(std::move(bytes)), bits_(bits) {
         width_ = width;
         height_ = height;
         opaque_ = opaque;
@@ -204,8 +240,19 @@ public:
         return reader;
     }
 
+    base::Result<std::unique_ptr<DeepReader>> openDeep() const override {
+        // Alpha, because colours lose precision when they are multiplied by it in 8 bits.
+        if (bits_ < 16 && opaque_) return nullptr;
+        auto decoder = openDecoder(bytes_);
+        if (!decoder) return base::failure(decoder.error());
+        auto reader = std::make_unique<PngDeepReader>(std::move(*decoder));
+        if (auto started = reader->start(); !started) return base::failure(started.error());
+        return reader;
+    }
+
 private:
     std::shared_ptr<const ByteSource> bytes_;
+    int bits_;
 };
 
 } // namespace
@@ -236,9 +283,9 @@ base::Result<std::vector<Picture>> openPng(std::shared_ptr<const ByteSource> byt
         picture.dpiWidth = densityX * 0.0254;
         picture.dpiHeight = densityY * 0.0254;
     }
-    picture.pixels =
-        std::make_shared<PngSource>(bytes, static_cast<int>(png_get_image_width(png, info)),
-                                    static_cast<int>(png_get_image_height(png, info)), !decoder.hasAlpha(), space);
+    picture.pixels = std::make_shared<PngSource>(bytes, static_cast<int>(png_get_image_width(png, info)),
+                                                 static_cast<int>(png_get_image_height(png, info)),
+                                                 picture.bitsPerComponent, !decoder.hasAlpha(), space);
     return std::vector<Picture>{std::move(picture)};
 }
 

@@ -1,159 +1,24 @@
-// TIFF by libtiff. Plain stripes of grey, RGB and CMYK with 8 or 16 bits come a row at a time, with all their colours;
-// everything else (tiles, palettes, planes, few bits) is decoded whole by the library's own conversion to RGB.
-#include "PictureFormat.h"
-#include "TiffProperties.h"
+// TIFF by libtiff. Grey, RGB and CMYK with 8 or 16 bits come a row (or a row of tiles) at a time, with all their
+// colours; everything else (palettes, few bits, YCbCr, Lab) is decoded whole by the library's own conversion to RGB.
+#include "DeepTransform.h"
+#include "TiffDecoder.h"
+#include "TiffStructure.h"
 #include "platform/draw/ColorSpace.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
-#include <string>
-#include <tiffio.h>
 
 namespace platform::draw {
 
 namespace {
 
 constexpr std::size_t maximumPages = 1000;
-constexpr tmsize_t maximumAllocation = tmsize_t{2} << 30;
-
-class Decoder {
-public:
-    Decoder(std::shared_ptr<const ByteSource> bytes, std::unique_ptr<ByteReader> reader)
-        : bytes_(std::move(bytes)), reader_(std::move(reader)) {}
-    ~Decoder() {
-        if (tiff_) TIFFClose(tiff_);
-    }
-    Decoder(const Decoder&) = delete;
-    Decoder& operator=(const Decoder&) = delete;
-
-    base::Result<void> open(std::size_t page) {
-        TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
-        if (!options) return pictureFailure(*bytes_, "no memory");
-        TIFFOpenOptionsSetMaxSingleMemAlloc(options, maximumAllocation);
-        TIFFOpenOptionsSetErrorHandlerExtR(options, keepError, this);
-        TIFFOpenOptionsSetWarningHandlerExtR(
-            options, [](TIFF*, void*, const char*, const char*, va_list) { return 1; }, nullptr);
-        // "m": no memory mapping; a file that is cut short while it is mapped ends the process.
-        tiff_ = TIFFClientOpenExt(bytes_->name().c_str(), "rm", this, read, write, seek, close, size, nullptr, nullptr,
-                                  options);
-        TIFFOpenOptionsFree(options);
-        if (!tiff_ || (page > 0 && !TIFFSetDirectory(tiff_, static_cast<tdir_t>(page)))) return failure();
-        return {};
-    }
-
-    TIFF* tiff() const { return tiff_; }
-    /// The library's own words about its last error.
-    tl::unexpected<base::Error> failure() const {
-        return pictureFailure(*bytes_, error_.empty() ? "the file is broken" : error_);
-    }
-
-    template <class T>
-    T field(std::uint32_t tag, T otherwise) const {
-        T value = otherwise;
-        return TIFFGetFieldDefaulted(tiff_, tag, &value) ? value : otherwise;
-    }
-
-private:
-    static Decoder& of(thandle_t handle) { return *static_cast<Decoder*>(handle); }
-
-    static int keepError(TIFF*, void* user, const char*, const char* format, va_list arguments) {
-        std::array<char, 256> text{};
-        std::vsnprintf(text.data(), text.size(), format, arguments);
-        auto& decoder = *static_cast<Decoder*>(user);
-        if (decoder.error_.empty()) decoder.error_ = text.data();
-        return 1;
-    }
-    static tmsize_t read(thandle_t handle, void* target, tmsize_t count) {
-        Decoder& decoder = of(handle);
-        const std::size_t got = decoder.reader_->read(decoder.position_, target, static_cast<std::size_t>(count));
-        decoder.position_ += got;
-        return static_cast<tmsize_t>(got);
-    }
-    static tmsize_t write(thandle_t, void*, tmsize_t) { return 0; }
-    static toff_t seek(thandle_t handle, toff_t offset, int whence) {
-        Decoder& decoder = of(handle);
-        const std::uint64_t base = whence == SEEK_CUR   ? decoder.position_
-                                   : whence == SEEK_END ? decoder.reader_->size()
-                                                        : 0;
-        decoder.position_ = base + offset;
-        return decoder.position_;
-    }
-    static int close(thandle_t) { return 0; }
-    static toff_t size(thandle_t handle) { return of(handle).reader_->size(); }
-
-    std::shared_ptr<const ByteSource> bytes_;
-    std::unique_ptr<ByteReader> reader_;
-    TIFF* tiff_ = nullptr;
-    std::uint64_t position_ = 0;
-    std::string error_;
-};
-
-/// How the samples of a file lie, and what they mean.
-struct Layout {
-    int width = 0;
-    int height = 0;
-    std::uint16_t bits = 8;
-    std::uint16_t samples = 1;
-    std::uint16_t photometric = PHOTOMETRIC_MINISBLACK;
-    bool hasAlpha = false;
-    bool premultiplied = false;
-    bool byRows = false; ///< Rows can be taken as they are; else the library converts the whole.
-
-    explicit Layout(const Decoder& decoder) {
-        width = static_cast<int>(decoder.field<std::uint32_t>(TIFFTAG_IMAGEWIDTH, 0));
-        height = static_cast<int>(decoder.field<std::uint32_t>(TIFFTAG_IMAGELENGTH, 0));
-        bits = decoder.field<std::uint16_t>(TIFFTAG_BITSPERSAMPLE, 1);
-        samples = decoder.field<std::uint16_t>(TIFFTAG_SAMPLESPERPIXEL, 1);
-        photometric = decoder.field<std::uint16_t>(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
-        std::uint16_t extraCount = 0;
-        std::uint16_t* extra = nullptr;
-        if (TIFFGetFieldDefaulted(decoder.tiff(), TIFFTAG_EXTRASAMPLES, &extraCount, &extra) && extraCount > 0) {
-            hasAlpha = extra[0] == EXTRASAMPLE_ASSOCALPHA || extra[0] == EXTRASAMPLE_UNASSALPHA;
-            premultiplied = extra[0] == EXTRASAMPLE_ASSOCALPHA;
-        }
-        const bool wholeNumbers =
-            decoder.field<std::uint16_t>(TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT) == SAMPLEFORMAT_UINT;
-        const bool together = samples == 1 || decoder.field<std::uint16_t>(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) ==
-                                                  PLANARCONFIG_CONTIG;
-        const bool known = isGray() || (photometric == PHOTOMETRIC_RGB && samples >= 3) ||
-                           (photometric == PHOTOMETRIC_SEPARATED && samples == 4);
-        const bool plain = decoder.field<std::uint16_t>(TIFFTAG_COMPRESSION, COMPRESSION_NONE) != COMPRESSION_OJPEG;
-        byRows =
-            known && wholeNumbers && together && plain && (bits == 8 || bits == 16) && !TIFFIsTiled(decoder.tiff());
-        // The library's conversion keeps an alpha of any kind, premultiplied.
-        if (!byRows && !hasAlpha && samples == 4 && photometric == PHOTOMETRIC_RGB) hasAlpha = true;
-    }
-
-    bool isGray() const { return photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE; }
-    SampleKind kind() const {
-        if (!byRows) return hasAlpha ? SampleKind::bgra : SampleKind::bgrx;
-        if (photometric == PHOTOMETRIC_SEPARATED) return SampleKind::cmyk;
-        if (hasAlpha) return SampleKind::bgra;
-        return isGray() ? SampleKind::gray : SampleKind::bgrx;
-    }
-    int components() const {
-        const SampleKind sampleKind = kind();
-        return sampleKind == SampleKind::gray ? 1 : sampleKind == SampleKind::cmyk ? 4 : 3;
-    }
-};
-
-base::Result<std::unique_ptr<Decoder>> openDecoder(const std::shared_ptr<const ByteSource>& bytes, std::size_t page) {
-    auto reader = bytes->open();
-    if (!reader) return base::failure(reader.error());
-    auto decoder = std::make_unique<Decoder>(bytes, std::move(*reader));
-    if (auto opened = decoder->open(page); !opened) return base::failure(opened.error());
-    const auto width = decoder->field<std::uint32_t>(TIFFTAG_IMAGEWIDTH, 0);
-    const auto height = decoder->field<std::uint32_t>(TIFFTAG_IMAGELENGTH, 0);
-    if (auto size = checkPictureSize(*bytes, width, height); !size) return base::failure(size.error());
-    return decoder;
-}
 
 class TiffBandReader final : public BandReader {
 public:
-    explicit TiffBandReader(std::unique_ptr<Decoder> decoder) : decoder_(std::move(decoder)), layout_(*decoder_) {}
+    explicit TiffBandReader(std::unique_ptr<TiffDecoder> decoder)
+        : decoder_(std::move(decoder)), layout_(*decoder_), rows_(*decoder_, layout_) {}
 
     base::Result<void> start(const PixelRect& region) {
         format_.kind = layout_.kind();
@@ -171,14 +36,7 @@ public:
         next_ = static_cast<std::uint32_t>(region.y);
         if (!layout_.byRows) return convertWhole();
 
-        const auto scanline = static_cast<std::size_t>(TIFFScanlineSize64(decoder_->tiff()));
-        const auto needed = static_cast<std::size_t>(layout_.width) * layout_.samples * (layout_.bits / 8u);
-        if (scanline < needed) return decoder_->failure();
-        row_.resize(scanline);
-        // Rows before the region may be needed to unpack those of it.
-        for (std::uint32_t y = 0; y < next_; ++y)
-            if (TIFFReadScanline(decoder_->tiff(), row_.data(), y, 0) != 1) return decoder_->failure();
-        return {};
+        return rows_.start(next_);
     }
 
     base::Result<void> readBand(std::uint8_t** const* rows) override {
@@ -188,9 +46,11 @@ public:
             ++next_;
             return {};
         }
-        if (TIFFReadScanline(decoder_->tiff(), row_.data(), next_++, 0) != 1) return decoder_->failure();
-        if (layout_.bits == 16) reduceTo8Bits();
-        distribute(rows);
+        auto row = rows_.next();
+        if (!row) return base::failure(row.error());
+        ++next_;
+        if (layout_.bits == 16) reduceTo8Bits(*row);
+        distribute(*row, rows);
         return {};
     }
 
@@ -198,7 +58,7 @@ private:
     base::Result<void> convertWhole() {
         TIFF* tiff = decoder_->tiff();
         std::array<char, 1024> why{};
-        if (!TIFFRGBAImageOK(tiff, why.data())) return pictureFailureOf(why.data());
+        if (!TIFFRGBAImageOK(tiff, why.data())) return decoder_->failure(why.data());
         whole_.resize(static_cast<std::size_t>(layout_.width) * static_cast<std::size_t>(layout_.height));
         // Asked for in the file's own orientation, the pixels stay where they are stored.
         const int orientation = decoder_->field<std::uint16_t>(TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
@@ -206,12 +66,6 @@ private:
                                        static_cast<std::uint32_t>(layout_.height), whole_.data(), orientation, 1))
             return decoder_->failure();
         return {};
-    }
-
-    tl::unexpected<base::Error> pictureFailureOf(const char* why) const {
-        base::Error error = decoder_->failure().value();
-        error.localizedDescription += std::string(": ") + why;
-        return base::failure(std::move(error));
     }
 
     void takeConverted(std::uint8_t* row) const {
@@ -225,19 +79,18 @@ private:
         }
     }
 
-    void reduceTo8Bits() {
+    void reduceTo8Bits(std::uint8_t* row) const {
         const std::size_t count = static_cast<std::size_t>(layout_.width) * layout_.samples;
         for (std::size_t i = 0; i < count; ++i) {
-            std::uint16_t value; // in this machine's order of bytes: the library has seen to that
-            std::memcpy(&value, row_.data() + 2 * i, 2);
-            row_[i] = static_cast<std::uint8_t>((value * 255u + 32895u) >> 16);
+            std::uint16_t value;
+            std::memcpy(&value, row + 2 * i, 2);
+            row[i] = reducedTo8Bits(value);
         }
     }
 
-    void distribute(std::uint8_t** const* rows) const {
+    void distribute(const std::uint8_t* source, std::uint8_t** const* rows) const {
         const auto width = static_cast<std::size_t>(layout_.width);
         const std::size_t step = layout_.samples;
-        const std::uint8_t* source = row_.data();
         const std::uint8_t inversion = layout_.photometric == PHOTOMETRIC_MINISWHITE ? 0xFF : 0;
         switch (format_.kind) {
         case SampleKind::gray:
@@ -264,18 +117,55 @@ private:
         if (layout_.hasAlpha && !layout_.premultiplied) premultiply(row, width);
     }
 
-    std::unique_ptr<Decoder> decoder_;
-    Layout layout_;
-    std::uint32_t next_ = 0; // row of the picture
-    std::vector<std::uint8_t> row_;
+    std::unique_ptr<TiffDecoder> decoder_;
+    TiffLayout layout_;
+    TiffRows rows_;
+    std::uint32_t next_ = 0;           // row of the picture
     std::vector<std::uint32_t> whole_; // of a converted picture
+};
+
+class TiffDeepReader final : public DeepReader {
+public:
+    explicit TiffDeepReader(std::unique_ptr<TiffDecoder> decoder)
+        : decoder_(std::move(decoder)), layout_(*decoder_), rows_(*decoder_, layout_) {
+        format_ = {layout_.components(), layout_.hasAlpha && layout_.components() == 3, layout_.premultiplied};
+    }
+    base::Result<void> start() { return rows_.start(0); }
+
+    base::Result<void> readRow(std::uint16_t* row) override {
+        const auto source = rows_.next();
+        if (!source) return base::failure(source.error());
+        const std::size_t grayOrColors = layout_.isGray() ? 1 : static_cast<std::size_t>(format_.colors);
+        const std::uint16_t inversion = layout_.photometric == PHOTOMETRIC_MINISWHITE ? 0xFFFF : 0;
+        for (std::size_t pixel = 0; pixel < static_cast<std::size_t>(layout_.width); ++pixel) {
+            const std::size_t first = pixel * layout_.samples;
+            for (std::size_t k = 0; k < static_cast<std::size_t>(format_.colors); ++k)
+                *row++ = sample(*source, first + std::min(k, grayOrColors - 1)) ^ inversion;
+            if (format_.hasAlpha) *row++ = sample(*source, first + grayOrColors);
+        }
+        return {};
+    }
+
+private:
+    std::uint16_t sample(const std::uint8_t* source, std::size_t index) const {
+        if (layout_.bits == 8) return widenedTo16Bits(source[index]);
+        std::uint16_t value;
+        std::memcpy(&value, source + 2 * index, 2);
+        return value;
+    }
+
+    std::unique_ptr<TiffDecoder> decoder_;
+    TiffLayout layout_;
+    TiffRows rows_;
 };
 
 class TiffSource final : public PixelSource {
 public:
-    TiffSource(std::shared_ptr<const ByteSource> bytes, std::size_t page, const Layout& layout,
+    TiffSource(std::shared_ptr<const ByteSource> bytes, std::size_t page, const TiffLayout& layout,
                ColorSpaceRef colorSpace)
         : bytes_(std::move(bytes)) {
+        // Alpha, because colours lose precision when they are multiplied by it in 8 bits.
+        deep_ = layout.byRows && (layout.bits == 16 || (layout.hasAlpha && !layout.premultiplied));
         width_ = layout.width;
         height_ = layout.height;
         opaque_ = layout.kind() != SampleKind::bgra;
@@ -285,19 +175,29 @@ public:
     }
 
     base::Result<std::unique_ptr<BandReader>> open(const PixelRect& region, int) const override {
-        auto decoder = openDecoder(bytes_, index_);
+        auto decoder = TiffDecoder::open(bytes_, index_);
         if (!decoder) return base::failure(decoder.error());
         auto reader = std::make_unique<TiffBandReader>(std::move(*decoder));
         if (auto started = reader->start(region); !started) return base::failure(started.error());
         return reader;
     }
 
+    base::Result<std::unique_ptr<DeepReader>> openDeep() const override {
+        if (!deep_) return nullptr;
+        auto decoder = TiffDecoder::open(bytes_, index_);
+        if (!decoder) return base::failure(decoder.error());
+        auto reader = std::make_unique<TiffDeepReader>(std::move(*decoder));
+        if (auto started = reader->start(); !started) return base::failure(started.error());
+        return reader;
+    }
+
 private:
     std::shared_ptr<const ByteSource> bytes_;
+    bool deep_ = false;
 };
 
-Picture pictureOf(const std::shared_ptr<const ByteSource>& bytes, const Decoder& decoder, std::size_t page) {
-    const Layout layout(decoder);
+Picture pictureOf(const std::shared_ptr<const ByteSource>& bytes, const TiffDecoder& decoder, std::size_t page) {
+    const TiffLayout layout(decoder);
     std::uint32_t profileSize = 0;
     void* profile = nullptr;
     if (!TIFFGetField(decoder.tiff(), TIFFTAG_ICCPROFILE, &profileSize, &profile)) profile = nullptr;
@@ -318,14 +218,19 @@ Picture pictureOf(const std::shared_ptr<const ByteSource>& bytes, const Decoder&
         picture.dpiWidth = density * perInch;
     if (const float density = decoder.field<float>(TIFFTAG_YRESOLUTION, 0); density > 0 && unit != RESUNIT_NONE)
         picture.dpiHeight = density * perInch;
-    picture.properties = tiffProperties(decoder.tiff());
+    if (const auto reader = bytes->open()) {
+        const auto file = TiffStructure::of(
+            [&](std::uint64_t at, void* target, std::size_t count) { return (*reader)->read(at, target, count); },
+            (*reader)->size());
+        if (file) picture.exif = exifBlockOfPage(*file, TIFFCurrentDirOffset(decoder.tiff()));
+    }
     return picture;
 }
 
 } // namespace
 
 base::Result<std::vector<Picture>> openTiff(std::shared_ptr<const ByteSource> bytes) {
-    auto decoder = openDecoder(bytes, 0);
+    auto decoder = TiffDecoder::open(bytes, 0);
     if (!decoder) return base::failure(decoder.error());
     std::vector<Picture> pictures;
     do {
