@@ -1,6 +1,7 @@
 // velmctl render TEMPLATE -o FILE: one template to one picture.
 #include "Command.h"
 #include "Console.h"
+#include "PictureFiles.h"
 #include "Session.h"
 #include "base/Path.h"
 #include "base/Text.h"
@@ -12,7 +13,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace velmctl {
 
@@ -27,20 +27,6 @@ struct Request {
     std::optional<double> scale;
     std::string output;
 };
-
-struct PictureType {
-    std::string_view extension;
-    std::string_view identifier;
-};
-constexpr PictureType pictureTypes[] = {
-    {"png", "public.png"}, {"jpg", "public.jpeg"}, {"jpeg", "public.jpeg"}, {"jpe", "public.jpeg"}};
-
-std::string_view typeForPath(const std::string& path) {
-    const std::string extension = base::lowercase(base::pathExtension(path));
-    for (const PictureType& type : pictureTypes)
-        if (extension == type.extension) return type.identifier;
-    return {};
-}
 
 /// The order, and a package that stands for its first one: what the template's holes are filled from.
 struct Filling {
@@ -61,7 +47,9 @@ base::Result<Filling> fillingFromOrder(const std::string& order) {
 }
 
 base::Result<void> write(const draw::ImageRef& picture, const std::string& path) {
-    auto destination = draw::ImageDestination::createWithURL(base::URL::fileURLWithPath(path), typeForPath(path));
+    const auto type = pictureTypeForPath(path);
+    if (!type) return base::failure(type.error());
+    auto destination = draw::ImageDestination::createWithURL(base::URL::fileURLWithPath(path), *type);
     if (!destination) return base::failure(destination.error());
     (*destination)
         ->addImage(picture, {{std::string(draw::kCGImageDestinationLossyCompressionQuality), 0.9},
@@ -108,12 +96,10 @@ void declareRender(CLI::App& app, const Chosen& chosen) {
     command->add_option("--scale", request->scale, "Factor on all sizes")
         ->check(CLI::PositiveNumber)
         ->type_name("NUMBER");
-    command->add_option("-o,--output", request->output, "The picture to write: *.png, *.jpg or *.jpeg")
+    command->add_option("-o,--output", request->output, "The picture to write: " + writableExtensions())
         ->required()
         ->type_name("FILE")
-        ->check([](const std::string& path) {
-            return typeForPath(path).empty() ? path + " ends neither in .png nor in .jpg or .jpeg" : std::string();
-        });
+        ->check(whyNotWritable);
     command->callback([request, chosen] {
         chosen([request](const Options& options) {
             Session session(options);

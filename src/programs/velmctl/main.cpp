@@ -30,6 +30,8 @@ int parseAndRun(int count, char** arguments) {
     velmctl::declareInit(app, chosen);
     velmctl::declareRender(app, chosen);
     velmctl::declareDefaults(app, chosen);
+    velmctl::declareImage(app, chosen);
+    velmctl::declareCode(app, chosen);
 
     try {
         app.parse(count, arguments);
