@@ -98,6 +98,15 @@ public:
     /// An upright thumbnail of at most 1000 pixels, kept for the life of the process; null for an image that is not a
     /// file or data.
     static KLARON_ImageRef previewImageWithObject(const ImageObject& object);
+    /// The first page of the PDF document at a path or URL, fitted into a new sRGB picture of `size`, rounded to whole
+    /// pixels: centred, and a small page enlarged to its height; what sticks out is cut off. Alpha (0 to 1, opaque
+    /// when absent) is that of the page and of the background, which fills the picture. Null with an error, which is
+    /// not logged unless the object is of the wrong kind, when there is no such picture. (KLARON_Image_pdf.cpp)
+    static KLARON_ImageRef imageWithPDFObject(const ImageObject& object, base::Size size, ErrorPlace error);
+    static KLARON_ImageRef imageWithPDFObject(const ImageObject& object, base::Size size, std::optional<double> alpha,
+                                              ErrorPlace error);
+    static KLARON_ImageRef imageWithPDFObject(const ImageObject& object, base::Size size, std::optional<double> alpha,
+                                              const std::optional<std::string>& backgroundColorCode, ErrorPlace error);
 
     // -- Geometry ------------------------------------------------------------------------------------------------
 
