@@ -17,6 +17,7 @@ constexpr WritableType writableTypes[] = {
     {"public.jpeg", encodeJPEG},
     {"public.png", encodePNG},
     {"public.tiff", encodeTIFF},
+    {"com.adobe.photoshop-image", encodePSD},
     {"com.adobe.pdf", encodePDF},
     {"public.heic", encodeHEIC},
 };

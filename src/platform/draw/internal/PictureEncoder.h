@@ -20,6 +20,8 @@ base::Result<void> encodeJPEG(const Bitmap& bitmap, const EncodingOptions& optio
 base::Result<void> encodePNG(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink);
 /// Uncompressed; alpha stays premultiplied, and is said to be.
 base::Result<void> encodeTIFF(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink);
+/// One picture, with a layer that holds it too when it is not opaque.
+base::Result<void> encodePSD(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink);
 /// One page of a point a pixel, with the picture in JPEG compression. EXIF tags go into its XMP packet and its
 /// information dictionary.
 base::Result<void> encodePDF(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink);
