@@ -5,6 +5,7 @@
 #include "platform/draw/ColorSpace.h"
 #include "platform/draw/ImageDestination.h"
 #include "platform/draw/ImageMetadata.h"
+#include "platform/draw/PictureCache.h"
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
@@ -336,6 +337,7 @@ TEST(ImageSource, FilesAreReadAnewAndMustBeTheSame) {
     const ImageRef image = (*source)->imageAtIndex(0);
     EXPECT_TRUE(scaledBitmap(*image, 40, 30, Quality::final, ColorSpace::sRGB()));
     write(jpegOf(Pixels::of(90, 60, photographLike)));
+    clearPictureCache();
     const auto changed = scaledBitmap(*image, 41, 30, Quality::final, ColorSpace::sRGB());
     ASSERT_FALSE(changed);
     EXPECT_NE(changed.error().localizedDescription.find(path), std::string::npos);

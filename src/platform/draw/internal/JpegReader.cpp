@@ -179,31 +179,33 @@ int planeCount(SampleKind kind) {
     return kind == SampleKind::gray ? 1 : kind == SampleKind::yCbCr || kind == SampleKind::rgb ? 3 : 4;
 }
 
+/// Begins to decode. A cut between two scans leaves a whole, but coarse picture: no product is made of it.
+base::Result<void> startDecoding(Decoder& decoder, jpeg_progress_mgr& progress) {
+    progress.progress_monitor = [](j_common_ptr common) {
+        auto* decompress = reinterpret_cast<j_decompress_ptr>(common);
+        if (decompress->input_scan_number > maximumScans) ERREXIT(common, JERR_BAD_PROGRESSION);
+    };
+    decoder.jpeg().progress = &progress;
+    auto started = decoder.guarded([](jpeg_decompress_struct& jpeg) { jpeg_start_decompress(&jpeg); });
+    if (started && jpeg_has_multiple_scans(&decoder.jpeg()) && decoder.sourceEnded())
+        return pictureFailure(decoder.bytes(), "the file is cut off");
+    return started;
+}
+
+/// The planes as they are in the file.
 class JpegBandReader final : public BandReader {
 public:
     explicit JpegBandReader(std::unique_ptr<Decoder> decoder) : decoder_(std::move(decoder)) {}
 
     base::Result<void> start(const PixelRect& region, int reduction, SampleKind kind) {
         jpeg_decompress_struct& jpeg = decoder_->jpeg();
-        auto limitScans = [](j_common_ptr common) {
-            auto* decompress = reinterpret_cast<j_decompress_ptr>(common);
-            if (decompress->input_scan_number > maximumScans) ERREXIT(common, JERR_BAD_PROGRESSION);
-        };
-        progress_.progress_monitor = limitScans;
-        jpeg.progress = &progress_;
-        const auto started = decoder_->guarded([reduction](jpeg_decompress_struct& decompress) {
-            decompress.scale_num = 1;
-            decompress.scale_denom = static_cast<unsigned>(reduction);
-            decompress.raw_data_out = TRUE;
-            decompress.out_color_space = decompress.jpeg_color_space;
-            jpeg_start_decompress(&decompress);
-        });
-        if (!started) return started;
-        // All scans are in by now. A cut between two of them leaves a whole, but coarse picture.
-        if (jpeg_has_multiple_scans(&jpeg) && decoder_->sourceEnded())
-            return pictureFailure(decoder_->bytes(), "the file is cut off");
+        jpeg.scale_num = 1;
+        jpeg.scale_denom = static_cast<unsigned>(reduction);
+        jpeg.raw_data_out = TRUE;
+        jpeg.out_color_space = jpeg.jpeg_color_space;
+        if (auto started = startDecoding(*decoder_, progress_); !started) return started;
         describe(region, reduction, kind);
-        return skipBands();
+        return {};
     }
 
     base::Result<void> readBand(std::uint8_t** const* rows) override {
@@ -213,26 +215,30 @@ public:
         });
     }
 
+    base::Result<void> skipBands(int count, std::uint8_t** const* rows) override {
+        // The data has to be gone through, but not be turned into samples.
+        need(false);
+        auto skipped = BandReader::skipBands(count, rows);
+        need(true);
+        return skipped;
+    }
+
 private:
     void describe(const PixelRect& region, int reduction, SampleKind kind) {
         jpeg_decompress_struct& jpeg = decoder_->jpeg();
         lines_ = static_cast<unsigned>(jpeg.max_v_samp_factor * jpeg.min_DCT_scaled_size);
-        // One band above the region is kept: smooth enlargement of colour looks at the row above.
-        skippedBands_ = std::max(0, region.y / reduction / static_cast<int>(lines_) - 1);
-        const int skippedLines = skippedBands_ * static_cast<int>(lines_);
-
         format_.kind = kind;
         format_.gridWidth = static_cast<int>(jpeg.output_width);
-        format_.gridHeight = static_cast<int>(jpeg.output_height) - skippedLines;
-        format_.region = {
-            static_cast<double>(region.x) / reduction, static_cast<double>(region.y) / reduction - skippedLines,
-            static_cast<double>(region.width) / reduction, static_cast<double>(region.height) / reduction};
+        format_.gridHeight = static_cast<int>(jpeg.output_height);
+        format_.region = {static_cast<double>(region.x) / reduction, static_cast<double>(region.y) / reduction,
+                          static_cast<double>(region.width) / reduction,
+                          static_cast<double>(region.height) / reduction};
         for (int i = 0; i < planeCount(kind); ++i) {
             const jpeg_component_info& component = jpeg.comp_info[i];
             PlaneFormat plane;
             plane.rowsPerBand = component.v_samp_factor * component.DCT_scaled_size;
             plane.width = static_cast<int>(component.downsampled_width);
-            plane.height = static_cast<int>(component.downsampled_height) - skippedBands_ * plane.rowsPerBand;
+            plane.height = static_cast<int>(component.downsampled_height);
             plane.rowBytes = static_cast<std::size_t>(component.width_in_blocks) *
                              static_cast<std::size_t>(component.DCT_scaled_size);
             plane.horizontal = {jpeg.max_h_samp_factor * jpeg.min_DCT_scaled_size,
@@ -250,36 +256,59 @@ private:
         }
     }
 
-    /// Decodes what stands above the region, into nowhere.
-    base::Result<void> skipBands() {
-        if (skippedBands_ == 0) return {};
-        std::vector<std::vector<std::uint8_t>> row;
-        std::vector<std::vector<std::uint8_t*>> rows;
-        std::vector<std::uint8_t**> planes;
-        for (const PlaneFormat& plane : format_.planes) {
-            row.emplace_back(plane.rowBytes);
-            rows.emplace_back(static_cast<std::size_t>(plane.rowsPerBand), row.back().data());
-        }
-        for (auto& pointers : rows)
-            planes.push_back(pointers.data());
-        for (int i = 0; i < skippedBands_; ++i)
-            if (auto read = readBand(planes.data()); !read) return read;
-        return {};
+    void need(bool needed) {
+        jpeg_decompress_struct& jpeg = decoder_->jpeg();
+        for (int i = 0; i < jpeg.num_components; ++i)
+            jpeg.comp_info[i].component_needed = needed ? TRUE : FALSE;
     }
 
     std::unique_ptr<Decoder> decoder_;
     jpeg_progress_mgr progress_{};
     unsigned lines_ = 0;
-    int skippedBands_ = 0;
+};
+
+/// Pixels in full colour, as the library makes them of YCbCr.
+class JpegPixelReader final : public BandReader {
+public:
+    explicit JpegPixelReader(std::unique_ptr<Decoder> decoder) : decoder_(std::move(decoder)) {}
+
+    base::Result<void> start(const PixelRect& region) {
+        jpeg_decompress_struct& jpeg = decoder_->jpeg();
+        jpeg.out_color_space = JCS_EXT_BGRX;
+        if (auto started = startDecoding(*decoder_, progress_); !started) return started;
+        PlaneFormat plane;
+        plane.samplesPerPixel = 4;
+        plane.width = format_.gridWidth = static_cast<int>(jpeg.output_width);
+        plane.height = format_.gridHeight = static_cast<int>(jpeg.output_height);
+        plane.rowBytes = static_cast<std::size_t>(plane.width) * 4;
+        format_.planes.push_back(plane);
+        format_.region = {static_cast<double>(region.x), static_cast<double>(region.y),
+                          static_cast<double>(region.width), static_cast<double>(region.height)};
+        return {};
+    }
+
+    base::Result<void> readBand(std::uint8_t** const* rows) override {
+        return decoder_->guarded([rows](jpeg_decompress_struct& jpeg) {
+            if (jpeg.output_scanline < jpeg.output_height) jpeg_read_scanlines(&jpeg, rows[0], 1);
+        });
+    }
+
+private:
+    std::unique_ptr<Decoder> decoder_;
+    jpeg_progress_mgr progress_{};
 };
 
 class JpegSource final : public PixelSource {
 public:
-    JpegSource(std::shared_ptr<const ByteSource> bytes, int width, int height, SampleKind kind,
+    JpegSource(std::shared_ptr<const ByteSource> bytes, const jpeg_decompress_struct& jpeg, SampleKind kind,
                ColorSpaceRef colorSpace)
         : bytes_(std::move(bytes)), kind_(kind) {
-        width_ = width;
-        height_ = height;
+        width_ = static_cast<int>(jpeg.image_width);
+        height_ = static_cast<int>(jpeg.image_height);
+        largestReduction_ = 8;
+        for (int i = 0; i < planeCount(kind); ++i)
+            bytesPerPixel_ += static_cast<double>(jpeg.comp_info[i].h_samp_factor * jpeg.comp_info[i].v_samp_factor) /
+                              (jpeg.max_h_samp_factor * jpeg.max_v_samp_factor);
         colorSpace_ = std::move(colorSpace);
         identity_ = bytes_->identity();
     }
@@ -288,14 +317,30 @@ public:
         auto decoder = openDecoder(bytes_, false);
         if (!decoder) return base::failure(decoder.error());
         auto reader = std::make_unique<JpegBandReader>(std::move(*decoder));
-        if (auto started = reader->start(region, std::min(reduction, 8), kind_); !started)
+        if (auto started = reader->start(region, std::min(reduction, largestReduction()), kind_); !started)
             return base::failure(started.error());
         return reader;
+    }
+
+    base::Result<std::unique_ptr<BandReader>> openAtOwnSize(const PixelRect& region) const override {
+        if (kind_ != SampleKind::yCbCr) return open(region, 1);
+        auto decoder = openDecoder(bytes_, false);
+        if (!decoder) return base::failure(decoder.error());
+        auto reader = std::make_unique<JpegPixelReader>(std::move(*decoder));
+        if (auto started = reader->start(region); !started) return base::failure(started.error());
+        return reader;
+    }
+
+    std::int64_t planeBytes(int reduction) const override {
+        const double pixels = static_cast<double>(width_ / reduction) * (height_ / reduction);
+        // A reduction is made on the finer planes first.
+        return static_cast<std::int64_t>(pixels * (reduction == 1 ? bytesPerPixel_ : planeCount(kind_)));
     }
 
 private:
     std::shared_ptr<const ByteSource> bytes_;
     SampleKind kind_;
+    double bytesPerPixel_ = 0; // of all planes
 };
 
 std::vector<std::uint8_t> exifOf(const jpeg_decompress_struct& jpeg) {
@@ -344,9 +389,7 @@ base::Result<std::vector<Picture>> openJpeg(std::shared_ptr<const ByteSource> by
         picture.dpiWidth = jpeg.X_density * perInch;
         picture.dpiHeight = jpeg.Y_density * perInch;
     }
-    picture.pixels =
-        std::make_shared<JpegSource>(bytes, static_cast<int>(jpeg.image_width), static_cast<int>(jpeg.image_height),
-                                     *kind, colorSpaceOf(decoder, *kind));
+    picture.pixels = std::make_shared<JpegSource>(bytes, jpeg, *kind, colorSpaceOf(decoder, *kind));
     return std::vector<Picture>{std::move(picture)};
 }
 

@@ -108,18 +108,24 @@ std::vector<std::int16_t> quantized(const std::vector<double>& weights) {
 AxisWeights axisWeights(const AxisMapping& mapping, const Subsampling& subsampling, int samples) {
     const double step = mapping.length / mapping.outputLength;
     const double stretch = std::max(1.0, step);
-    const int low = std::clamp(static_cast<int>(std::floor(mapping.from + 1e-6)), 0, mapping.gridSize - 1);
-    const int high =
-        std::clamp(static_cast<int>(std::ceil(mapping.from + mapping.length - 1e-6)), low + 1, mapping.gridSize);
+    // Counted from a place near the stretch, so that the weights do not depend, by the rounding of their last binary
+    // place, on where the grid begins.
+    const int unit = subsampling.numerator;
+    const int origin = std::max(0, static_cast<int>(std::floor(mapping.from)) / unit - 1) * unit;
+    const int firstSample = origin / unit * subsampling.denominator;
+    const double from = mapping.from - origin;
+    const int gridSize = mapping.gridSize - origin;
+    const int low = std::clamp(static_cast<int>(std::floor(from + 1e-6)), 0, gridSize - 1);
+    const int high = std::clamp(static_cast<int>(std::ceil(from + mapping.length - 1e-6)), low + 1, gridSize);
     const bool plain = subsampling.numerator == subsampling.denominator;
 
     AxisWeights axis;
     axis.positions.reserve(static_cast<std::size_t>(mapping.count));
     axis.begin = samples;
     for (int i = 0; i < mapping.count; ++i) {
-        const double center = mapping.from + (mapping.first + i + 0.5 - mapping.outputPhase) * step;
+        const double center = from + (mapping.first + i + 0.5 - mapping.outputPhase) * step;
         Kernel kernel = gridKernel(center, stretch, low, high);
-        if (!plain) kernel = sampleKernel(kernel, subsampling, samples);
+        if (!plain) kernel = sampleKernel(kernel, subsampling, samples - firstSample);
         const std::vector<std::int16_t> weights = quantized(kernel.weights);
         std::size_t first = 0;
         std::size_t last = weights.size();
@@ -129,7 +135,7 @@ AxisWeights axisWeights(const AxisMapping& mapping, const Subsampling& subsampli
             --last;
 
         AxisWeights::Position position;
-        position.start = kernel.start + static_cast<int>(first);
+        position.start = firstSample + kernel.start + static_cast<int>(first);
         position.count = static_cast<int>(last - first);
         position.offset = static_cast<int>(axis.weights.size());
         axis.positions.push_back(position);

@@ -4,7 +4,7 @@
 #include "ResampleKernels.h"
 
 #include <algorithm>
-#include <cstring>
+#include <limits>
 
 namespace platform::draw {
 
@@ -39,38 +39,68 @@ void setOpaque(std::uint8_t* row, std::size_t pixels) {
 
 } // namespace
 
-base::Result<std::unique_ptr<Resampler>> Resampler::create(std::unique_ptr<BandReader> reader,
-                                                           const ResampledSize& size, const ColorSpaceRef& source,
-                                                           const ColorSpaceRef& target) {
-    const SampleKind kind = reader->format().kind;
-    auto transform = ColorTransform::between(source, layoutOf(kind), target);
+base::Result<std::unique_ptr<Resampler>> Resampler::make(const ReadingFormat& format, const base::Rect& region,
+                                                         const ResampledSize& size, const ColorSpaceRef& source,
+                                                         const ColorSpaceRef& target) {
+    auto transform = ColorTransform::between(source, layoutOf(format.kind), target);
     if (!transform) return base::failure(transform.error());
-
     auto resampler = std::unique_ptr<Resampler>(new Resampler);
-    resampler->reader_ = std::move(reader);
     resampler->transform_ = std::move(*transform);
+    resampler->kind_ = format.kind;
     resampler->outputWidth_ = static_cast<std::size_t>(size.visible.width);
-    if (layoutOf(kind) != PixelLayout::bgra8) resampler->unconverted_.resize(resampler->outputWidth_ * 4);
-    resampler->makeWeights(size);
-    resampler->sizeRings();
+    if (layoutOf(format.kind) != PixelLayout::bgra8) resampler->unconverted_.resize(resampler->outputWidth_ * 4);
+    resampler->makeWeights(format, region, size);
     return resampler;
 }
 
-void Resampler::makeWeights(const ResampledSize& size) {
-    const ReadingFormat& format = reader_->format();
-    const AxisMapping horizontal{format.region.x, format.region.width, size.width,      size.phaseX,
-                                 size.visible.x,  size.visible.width,  format.gridWidth};
-    const AxisMapping vertical{format.region.y, format.region.height, size.height,      size.phaseY,
-                               size.visible.y,  size.visible.height,  format.gridHeight};
+base::Result<std::unique_ptr<Resampler>> Resampler::create(std::unique_ptr<BandReader> reader,
+                                                           const ResampledSize& size, const ColorSpaceRef& source,
+                                                           const ColorSpaceRef& target) {
+    const ReadingFormat& format = reader->format();
+    auto resampler = make(format, format.region, size, source, target);
+    if (!resampler) return resampler;
+    (*resampler)->filled_ = std::make_shared<PlaneRows>(format, (*resampler)->ringSizes(format));
+    (*resampler)->rows_ = (*resampler)->filled_;
+    (*resampler)->reader_ = std::move(reader);
+    return resampler;
+}
+
+base::Result<std::unique_ptr<Resampler>> Resampler::create(std::unique_ptr<BandReader> reader,
+                                                           std::shared_ptr<PlaneRows> rows, const base::Rect& region,
+                                                           const ResampledSize& size, const ColorSpaceRef& source,
+                                                           const ColorSpaceRef& target) {
+    auto resampler = make(rows->format(), region, size, source, target);
+    if (!resampler) return resampler;
+    (*resampler)->reader_ = std::move(reader);
+    (*resampler)->keepsAll_ = true;
+    (*resampler)->filled_ = std::move(rows);
+    (*resampler)->rows_ = (*resampler)->filled_;
+    return resampler;
+}
+
+base::Result<std::unique_ptr<Resampler>> Resampler::create(std::shared_ptr<const PlaneRows> rows,
+                                                           const base::Rect& region, const ResampledSize& size,
+                                                           const ColorSpaceRef& source, const ColorSpaceRef& target) {
+    auto resampler = make(rows->format(), region, size, source, target);
+    if (resampler) (*resampler)->rows_ = std::move(rows);
+    return resampler;
+}
+
+void Resampler::makeWeights(const ReadingFormat& format, const base::Rect& region, const ResampledSize& size) {
+    const AxisMapping horizontal{region.x,       region.width,       size.width,      size.phaseX,
+                                 size.visible.x, size.visible.width, format.gridWidth};
+    const AxisMapping vertical{region.y,       region.height,       size.height,      size.phaseY,
+                               size.visible.y, size.visible.height, format.gridHeight};
     for (const PlaneFormat& planeFormat : format.planes) {
         Plane plane;
-        plane.format = planeFormat;
+        plane.samplesPerPixel = planeFormat.samplesPerPixel;
         // The two planes of colour have the same geometry as a rule.
-        for (const Plane& other : planes_) {
-            if (other.format.width == planeFormat.width && other.format.horizontal == planeFormat.horizontal)
-                plane.horizontal = other.horizontal;
-            if (other.format.height == planeFormat.height && other.format.vertical == planeFormat.vertical)
-                plane.vertical = other.vertical;
+        for (std::size_t i = 0; i < planes_.size(); ++i) {
+            const PlaneFormat& other = format.planes[i];
+            if (other.width == planeFormat.width && other.horizontal == planeFormat.horizontal)
+                plane.horizontal = planes_[i].horizontal;
+            if (other.height == planeFormat.height && other.vertical == planeFormat.vertical)
+                plane.vertical = planes_[i].vertical;
         }
         if (!plane.horizontal)
             plane.horizontal =
@@ -78,69 +108,64 @@ void Resampler::makeWeights(const ResampledSize& size) {
         if (!plane.vertical)
             plane.vertical =
                 std::make_shared<AxisWeights>(axisWeights(vertical, planeFormat.vertical, planeFormat.height));
+        const auto samples = static_cast<std::size_t>(planeFormat.width * planeFormat.samplesPerPixel);
+        plane.column.resize(samples + kernelSlack);
+        plane.row.resize(outputWidth_ * static_cast<std::size_t>(plane.samplesPerPixel) + kernelSlack);
         planes_.push_back(std::move(plane));
     }
 }
 
 /// Goes through the whole reading without reading, to see how many rows of each plane are held at once at most: one
 /// plane runs ahead while another waits for its rows.
-void Resampler::sizeRings() {
+std::vector<int> Resampler::ringSizes(const ReadingFormat& format) const {
     std::vector<int> available(planes_.size(), 0);
+    std::vector<int> sizes(planes_.size(), 0);
     for (std::size_t y = 0; y < planes_.front().vertical->positions.size(); ++y) {
         int bands = 0;
         for (std::size_t i = 0; i < planes_.size(); ++i) {
             const AxisWeights::Position& position = planes_[i].vertical->positions[y];
             const int missing = position.start + position.count - available[i];
-            const int perBand = planes_[i].format.rowsPerBand;
+            const int perBand = format.planes[i].rowsPerBand;
             if (missing > 0) bands = std::max(bands, (missing + perBand - 1) / perBand);
         }
         for (std::size_t i = 0; i < planes_.size(); ++i) {
-            available[i] += bands * planes_[i].format.rowsPerBand;
-            planes_[i].ringRows = std::max(planes_[i].ringRows, available[i] - planes_[i].vertical->positions[y].start);
+            available[i] += bands * format.planes[i].rowsPerBand;
+            sizes[i] = std::max(sizes[i], available[i] - planes_[i].vertical->positions[y].start);
         }
     }
-    for (Plane& plane : planes_) {
-        const auto samples = static_cast<std::size_t>(plane.format.width * plane.format.samplesPerPixel);
-        plane.ringRows = std::max(plane.ringRows, plane.format.rowsPerBand);
-        plane.rowStride = (std::max(plane.format.rowBytes, samples) + kernelSlack + 63) / 64 * 64;
-        plane.ring.resize(plane.rowStride * static_cast<std::size_t>(plane.ringRows));
-        plane.column.resize(samples + kernelSlack);
-        plane.row.resize(outputWidth_ * static_cast<std::size_t>(plane.format.samplesPerPixel) + kernelSlack);
-        plane.band.resize(static_cast<std::size_t>(plane.format.rowsPerBand));
-    }
-    for (Plane& plane : planes_)
-        bands_.push_back(plane.band.data());
+    return sizes;
 }
 
 bool Resampler::needsBand() const {
-    return std::any_of(planes_.begin(), planes_.end(), [this](const Plane& plane) {
-        const AxisWeights::Position& position = plane.vertical->positions[static_cast<std::size_t>(next_)];
-        return plane.available < position.start + position.count;
-    });
-}
-
-base::Result<void> Resampler::readBand() {
-    for (Plane& plane : planes_) {
-        for (std::size_t i = 0; i < plane.band.size(); ++i) {
-            const int slot = (plane.available + static_cast<int>(i)) % plane.ringRows;
-            plane.band[i] = plane.ring.data() + plane.rowStride * static_cast<std::size_t>(slot);
-        }
-        plane.available += plane.format.rowsPerBand;
+    for (std::size_t i = 0; i < planes_.size(); ++i) {
+        const AxisWeights::Position& position = planes_[i].vertical->positions[static_cast<std::size_t>(next_)];
+        if (rows_->available(i) < position.start + position.count) return true;
     }
-    return reader_->readBand(bands_.data());
+    return false;
 }
 
-void Resampler::filter(Plane& plane) {
+/// Bands that lie wholly above the first row used need not be put together.
+base::Result<void> Resampler::skipToFirst() {
+    int bands = std::numeric_limits<int>::max();
+    for (std::size_t i = 0; i < planes_.size(); ++i) {
+        int first = std::numeric_limits<int>::max();
+        for (const AxisWeights::Position& position : planes_[i].vertical->positions)
+            first = std::min(first, position.start);
+        bands = std::min(bands, first / rows_->format().planes[i].rowsPerBand);
+    }
+    return bands > 0 ? filled_->skipBands(*reader_, bands) : base::Result<void>();
+}
+
+void Resampler::filter(std::size_t index) {
+    Plane& plane = planes_[index];
     const AxisWeights& horizontal = *plane.horizontal;
     const AxisWeights::Position& position = plane.vertical->positions[static_cast<std::size_t>(next_)];
-    const auto samplesPerPixel = static_cast<std::size_t>(plane.format.samplesPerPixel);
+    const auto samplesPerPixel = static_cast<std::size_t>(plane.samplesPerPixel);
     const std::size_t begin = static_cast<std::size_t>(horizontal.begin) * samplesPerPixel;
     const std::size_t end = static_cast<std::size_t>(horizontal.end) * samplesPerPixel;
     plane.taps.clear();
-    for (int i = 0; i < position.count; ++i) {
-        const auto slot = static_cast<std::size_t>((position.start + i) % plane.ringRows);
-        plane.taps.push_back(plane.ring.data() + plane.rowStride * slot + begin);
-    }
+    for (int i = 0; i < position.count; ++i)
+        plane.taps.push_back(rows_->row(index, position.start + i) + begin);
     filterColumns(plane.taps.data(), plane.vertical->weights.data() + position.offset, position.count, end - begin,
                   plane.column.data() + begin);
     if (samplesPerPixel == 4)
@@ -151,7 +176,7 @@ void Resampler::filter(Plane& plane) {
 
 void Resampler::store(std::uint8_t* pixels) {
     const auto row = [this](std::size_t plane) { return planes_[plane].row.data(); };
-    switch (reader_->format().kind) {
+    switch (kind_) {
     case SampleKind::bgrx:
         storePlain(row(0), 4 * outputWidth_, pixels);
         setOpaque(pixels, outputWidth_);
@@ -174,8 +199,7 @@ void Resampler::store(std::uint8_t* pixels) {
     case SampleKind::yccK:
     case SampleKind::yccKInverted: {
         // The kernels write blue, green, red: yellow, magenta, cyan. The fourth byte takes the black.
-        const SampleKind kind = reader_->format().kind;
-        const bool yccK = kind == SampleKind::yccK || kind == SampleKind::yccKInverted;
+        const bool yccK = kind_ == SampleKind::yccK || kind_ == SampleKind::yccKInverted;
         if (yccK)
             storeYCbCr(row(0), row(1), row(2), outputWidth_, pixels);
         else
@@ -195,17 +219,28 @@ void Resampler::store(std::uint8_t* pixels) {
 }
 
 base::Result<void> Resampler::readRow(std::uint8_t* pixels) {
-    while (needsBand())
-        if (auto read = readBand(); !read) return read;
-    for (Plane& plane : planes_)
-        filter(plane);
+    if (reader_) {
+        if (next_ == 0 && !keepsAll_)
+            if (auto skipped = skipToFirst(); !skipped) return skipped;
+        while (needsBand())
+            if (auto read = filled_->readBand(*reader_); !read) return read;
+    }
+    for (std::size_t i = 0; i < planes_.size(); ++i)
+        filter(i);
     store(pixels);
     ++next_;
     if (!transform_) return {};
-    const bool premultiplied = reader_->format().kind == SampleKind::bgra;
+    const bool premultiplied = kind_ == SampleKind::bgra;
     if (premultiplied) unpremultiply(pixels, outputWidth_);
     transform_->convert(unconverted_.empty() ? pixels : unconverted_.data(), pixels, outputWidth_);
     if (premultiplied) premultiply(pixels, outputWidth_);
+    return {};
+}
+
+base::Result<void> Resampler::readRest() {
+    const PlaneFormat& first = rows_->format().planes.front();
+    while (rows_->available(0) < first.height)
+        if (auto read = filled_->readBand(*reader_); !read) return read;
     return {};
 }
 

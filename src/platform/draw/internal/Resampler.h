@@ -1,10 +1,10 @@
-// Resampling of a reading, row by row: the rows of a few bands are held as they come out of the decoder, filtered down
-// their columns into one row, that row filtered along, and the result turned into pixels of the target's colours. An
-// object of one thread.
+// Resampling of a reading, row by row: rows as they come out of the decoder are filtered down their columns into one
+// row, that row filtered along, and the result turned into pixels of the target's colours. An object of one thread.
 #pragma once
 
 #include "ColorTransform.h"
 #include "PixelSource.h"
+#include "PlaneRows.h"
 #include "ResampleWeights.h"
 
 #include <cstdint>
@@ -25,40 +25,53 @@ struct ResampledSize {
 
 class Resampler {
 public:
-    /// `source` is the space of the reading's samples, `target` an RGB space.
+    /// Rows as `reader` delivers them. `source` is the space of its samples, `target` an RGB space.
     static base::Result<std::unique_ptr<Resampler>> create(std::unique_ptr<BandReader> reader,
                                                            const ResampledSize& size, const ColorSpaceRef& source,
                                                            const ColorSpaceRef& target);
+    /// As above, with all rows kept in `rows`, which has room for them and is still empty. `region` takes the place of
+    /// the reading's own.
+    static base::Result<std::unique_ptr<Resampler>> create(std::unique_ptr<BandReader> reader,
+                                                           std::shared_ptr<PlaneRows> rows, const base::Rect& region,
+                                                           const ResampledSize& size, const ColorSpaceRef& source,
+                                                           const ColorSpaceRef& target);
+    /// Out of rows that are all there.
+    static base::Result<std::unique_ptr<Resampler>> create(std::shared_ptr<const PlaneRows> rows,
+                                                           const base::Rect& region, const ResampledSize& size,
+                                                           const ColorSpaceRef& source, const ColorSpaceRef& target);
 
     /// The next of visible.height rows, as visible.width pixels in the form of a Bitmap.
     base::Result<void> readRow(std::uint8_t* pixels);
+    /// Reads the rest of the bands into the rows that are kept.
+    base::Result<void> readRest();
 
 private:
     struct Plane {
-        PlaneFormat format;
+        int samplesPerPixel = 1;
         std::shared_ptr<const AxisWeights> horizontal;
         std::shared_ptr<const AxisWeights> vertical;
-        std::vector<std::uint8_t> ring; // the last ringRows rows that were decoded
-        std::size_t rowStride = 0;
-        int ringRows = 0;
-        int available = 0; // rows decoded so far
         std::vector<std::int16_t> column;
         std::vector<std::int16_t> row;
-        std::vector<std::uint8_t*> band; // where the next band goes
         std::vector<const std::uint8_t*> taps;
     };
 
     Resampler() = default;
-    void makeWeights(const ResampledSize& size);
-    void sizeRings();
+    static base::Result<std::unique_ptr<Resampler>> make(const ReadingFormat& format, const base::Rect& region,
+                                                         const ResampledSize& size, const ColorSpaceRef& source,
+                                                         const ColorSpaceRef& target);
+    void makeWeights(const ReadingFormat& format, const base::Rect& region, const ResampledSize& size);
+    std::vector<int> ringSizes(const ReadingFormat& format) const;
     bool needsBand() const;
-    base::Result<void> readBand();
-    void filter(Plane& plane);
+    base::Result<void> skipToFirst();
+    void filter(std::size_t index);
     void store(std::uint8_t* pixels);
 
-    std::unique_ptr<BandReader> reader_;
+    std::unique_ptr<BandReader> reader_; // null when all rows are there
+    std::shared_ptr<PlaneRows> filled_;  // the same rows, while the reader fills them
+    std::shared_ptr<const PlaneRows> rows_;
+    bool keepsAll_ = false;
+    SampleKind kind_ = SampleKind::bgrx;
     std::vector<Plane> planes_;
-    std::vector<std::uint8_t**> bands_;
     std::shared_ptr<const ColorTransform> transform_;
     std::vector<std::uint8_t> unconverted_; // a row of samples before its colour conversion
     std::size_t outputWidth_ = 0;

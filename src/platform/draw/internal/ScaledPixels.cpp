@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <optional>
 #include <stdexcept>
 
 namespace platform::draw {
@@ -29,37 +30,112 @@ int reductionFor(const PixelRect& region, double width, double height, Quality q
     return reduction;
 }
 
-base::Result<Bitmap> resampled(const Image& image, const PixelRect& region, const ResampledSize& size, int reduction,
-                               const ColorSpaceRef& colorSpace) {
-    try {
-        auto reader = image.source().open(region, reduction);
-        if (!reader) return base::failure(reader.error());
-        auto bitmap =
-            Bitmap::createUninitialized(size.visible.width, size.visible.height, colorSpace, image.isOpaque());
-        if (!bitmap) return bitmap;
-        auto resampler = Resampler::create(std::move(*reader), size, image.colorSpace(), colorSpace);
-        if (!resampler) return base::failure(resampler.error());
-        std::uint8_t* pixels = bitmap->mutablePixels();
-        for (int y = 0; y < bitmap->height(); ++y)
-            if (auto read = (*resampler)->readRow(pixels + static_cast<std::size_t>(y) * bitmap->stride()); !read)
-                return base::failure(read.error());
-        return bitmap;
-    } catch (const std::bad_alloc&) {
-        return base::failure(base::posixErrorDomain, ENOMEM, "no memory to draw a picture");
-    } catch (const std::length_error&) {
-        return base::failure(base::posixErrorDomain, ENOMEM, "no memory to draw a picture");
+/// A region of a picture at a size.
+struct Drawing {
+    const Image& image;
+    PixelRect region;
+    ResampledSize size;
+    int reduction = 1;
+    ColorSpaceRef colorSpace;
+
+    const PixelSource& source() const { return image.source(); }
+    bool isAtOwnSize() const {
+        return size.width == region.width && size.height == region.height && size.phaseX == 0 && size.phaseY == 0;
     }
+    RasterKey key() const {
+        return {source().identity(), source().index(),   region,       fixed(size.width), fixed(size.height),
+                fixed(size.phaseX),  fixed(size.phaseY), size.visible, reduction,         colorSpace};
+    }
+    RasterKey keyOfRows() const {
+        return {source().identity(), source().index(), {}, 0, 0, 0, 0, {}, reduction, nullptr};
+    }
+    base::Result<Bitmap> emptyRaster() const {
+        return Bitmap::createUninitialized(size.visible.width, size.visible.height, colorSpace, image.isOpaque());
+    }
+};
+
+template <class Make>
+auto withMemory(Make make) -> decltype(make()) {
+    try {
+        return make();
+    } catch (const std::bad_alloc&) {
+    } catch (const std::length_error&) {
+    }
+    return base::failure(base::posixErrorDomain, ENOMEM, "no memory to draw a picture");
+}
+
+base::Result<Bitmap> rasterBy(base::Result<std::unique_ptr<Resampler>>& resampler, const Drawing& drawing) {
+    if (!resampler) return base::failure(resampler.error());
+    auto bitmap = drawing.emptyRaster();
+    if (!bitmap) return bitmap;
+    std::uint8_t* pixels = bitmap->mutablePixels();
+    for (int y = 0; y < bitmap->height(); ++y)
+        if (auto read = (*resampler)->readRow(pixels + static_cast<std::size_t>(y) * bitmap->stride()); !read)
+            return base::failure(read.error());
+    return bitmap;
+}
+
+/// Decodes no more than the drawing needs, and keeps none of it.
+base::Result<Bitmap> streamed(const Drawing& drawing) {
+    RasterCache::shared().countDecoding();
+    auto reader = drawing.isAtOwnSize() ? drawing.source().openAtOwnSize(drawing.region)
+                                        : drawing.source().open(drawing.region, drawing.reduction);
+    if (!reader) return base::failure(reader.error());
+    auto resampler =
+        Resampler::create(std::move(*reader), drawing.size, drawing.image.colorSpace(), drawing.colorSpace);
+    return rasterBy(resampler, drawing);
+}
+
+/// Out of the rows of the whole picture, which are kept for drawings at other sizes.
+base::Result<Bitmap> shared(const Drawing& drawing) {
+    const PixelSource& source = drawing.source();
+    const auto regionOn = [&](const ReadingFormat& format) -> base::Rect {
+        const double scaleX = format.region.width / source.width();
+        const double scaleY = format.region.height / source.height();
+        const PixelRect& region = drawing.region;
+        return {format.region.x + region.x * scaleX, format.region.y + region.y * scaleY, region.width * scaleX,
+                region.height * scaleY};
+    };
+    // Who decodes draws while the rows come in.
+    std::optional<base::Result<Bitmap>> own;
+    const auto decode = [&]() -> base::Result<RasterCache::Rows> {
+        RasterCache::shared().countDecoding();
+        auto reader = source.open({0, 0, source.width(), source.height()}, drawing.reduction);
+        if (!reader) return base::failure(reader.error());
+        const auto rows = std::make_shared<PlaneRows>((*reader)->format(), PlaneRows::allRows((*reader)->format()));
+        auto resampler = Resampler::create(std::move(*reader), rows, regionOn(rows->format()), drawing.size,
+                                           drawing.image.colorSpace(), drawing.colorSpace);
+        own = rasterBy(resampler, drawing);
+        if (!*own) return base::failure(own->error());
+        if (auto rest = (*resampler)->readRest(); !rest) return base::failure(rest.error());
+        return rows;
+    };
+    const auto rows = RasterCache::shared().rowsFor(drawing.keyOfRows(), [&] { return withMemory(decode); });
+    if (own) return *own;
+    // The picture may be broken elsewhere, or memory short.
+    if (!rows) return streamed(drawing);
+    auto resampler = Resampler::create(*rows, regionOn((*rows)->format()), drawing.size, drawing.image.colorSpace(),
+                                       drawing.colorSpace);
+    return rasterBy(resampler, drawing);
+}
+
+bool goesByRows(const Drawing& drawing) {
+    const PixelSource& source = drawing.source();
+    if (source.bitmap() || drawing.isAtOwnSize()) return false;
+    return RasterCache::shared().wantsRows(drawing.keyOfRows(), source.planeBytes(drawing.reduction),
+                                           static_cast<double>(drawing.region.height) / source.height());
 }
 
 /// The region at this size, out of the cache or into it.
 base::Result<Bitmap> rasterOf(const Image& image, const ResampledSize& size, Quality quality,
                               const ColorSpaceRef& colorSpace) {
     const PixelRect region{image.x(), image.y(), image.width(), image.height()};
-    const int reduction = reductionFor(region, size.width, size.height, quality);
-    const RasterKey key{
-        image.source().identity(), image.source().index(), region,       fixed(size.width), fixed(size.height),
-        fixed(size.phaseX),        fixed(size.phaseY),     size.visible, reduction,         colorSpace};
-    return RasterCache::shared().rasterFor(key, [&] { return resampled(image, region, size, reduction, colorSpace); });
+    const int reduction =
+        std::min(reductionFor(region, size.width, size.height, quality), image.source().largestReduction());
+    const Drawing drawing{image, region, size, reduction, colorSpace};
+    return RasterCache::shared().rasterFor(drawing.key(), [&] {
+        return withMemory([&] { return goesByRows(drawing) ? shared(drawing) : streamed(drawing); });
+    });
 }
 
 bool needsConversion(const ColorSpaceRef& from, const ColorSpaceRef& to) {
