@@ -1,6 +1,9 @@
 #include "imaging/KLARON_Image.h"
 
 #include "base/Log.h"
+#include "platform/data/FileTypes.h"
+#include "platform/draw/ImageDestination.h"
+#include "platform/draw/NamedImages.h"
 
 #include <mutex>
 #include <numbers>
@@ -47,6 +50,11 @@ PreviewCache& cachePreview() {
 // -- Opening and metadata --------------------------------------------------------------------------------------------
 
 KLARON_Image::ImageSourceRef KLARON_Image::createCGImageSourceFromObject(const ImageObject& object) {
+    return CGImageSourceCreateWithObject(object, {});
+}
+
+KLARON_Image::ImageSourceRef KLARON_Image::CGImageSourceCreateWithObject(const ImageObject& object,
+                                                                         const base::Dictionary&) {
     const auto orNull = [](base::Result<ImageSourceRef> source) { return source ? *source : nullptr; };
     if (const auto url = object.fileURL()) return orNull(ImageSource::createWithURL(*url));
     if (const auto* data = object.as<base::Data>()) return orNull(ImageSource::createWithData(*data));
@@ -155,7 +163,9 @@ KLARON_ImageRef KLARON_Image::initWithAttributedString(AttributedText text) {
 KLARON_ImageRef KLARON_Image::imageWithObject(const ImageObject& object) {
     if (const auto* image = object.as<ImageRef>()) return initWithCGImage(*image);
     if (ImageSourceRef source = createCGImageSourceFromObject(object)) return initWithCGImageSource(std::move(source));
-    return nullptr;
+    const auto* name = object.as<std::string>();
+    ImageRef named = name ? platform::draw::imageNamed(*name) : nullptr;
+    return named ? initWithCGImage(std::move(named)) : nullptr;
 }
 
 KLARON_ImageRef KLARON_Image::imageWithDrawingString(std::string_view text,
@@ -261,6 +271,15 @@ base::Rect KLARON_Image::denormalizedRect(const base::Rect& rect, base::Size siz
 
 base::Point KLARON_Image::denormalizedPoint(base::Point point, base::Size size) {
     return {point.x * size.width, point.y * size.height};
+}
+
+std::shared_ptr<ImageValue> KLARON_Image::imageFromCGImage(const ImageRef& image) {
+    return image ? std::make_shared<ImageValue>(image) : nullptr;
+}
+
+void KLARON_Image::saveJPEGImageAsTIFF(const ImageObject& object) {
+    const auto destination = platform::draw::ImageDestination::createWithData(platform::data::kUTTypeTIFF);
+    if (destination) (*destination)->addImage(createCGImageFromObject(object), {});
 }
 
 KLARON_color::Components KLARON_Image::colorComponentsForHexCode(std::optional<std::string_view> code) {

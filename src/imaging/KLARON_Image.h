@@ -53,7 +53,8 @@ public:
 
     // -- Opening and metadata ------------------------------------------------------------------------------------
 
-    /// From a path, a URL or data; null for anything else and for what is no image.
+    /// From a path, a URL or data; null for anything else and for what is no image. No option is known.
+    static ImageSourceRef CGImageSourceCreateWithObject(const ImageObject& object, const base::Dictionary& withOptions);
     static ImageSourceRef createCGImageSourceFromObject(const ImageObject& object);
     /// The image of index 0, and its properties when a place for them is given (cleared first).
     static ImageRef createCGImageFromObject(const ImageObject& object, Metadata* properties = nullptr);
@@ -88,7 +89,8 @@ public:
     static KLARON_ImageRef initWithCGImage(ImageRef image, Metadata metaData = std::nullopt);
     /// The border of a text does not lie over it: borderClipsContent is off.
     static KLARON_ImageRef initWithAttributedString(platform::draw::AttributedText text);
-    /// Null for what is no image or can't be read.
+    /// From an image, or from what createCGImageSourceFromObject opens, or a text that names an image
+    /// (platform/draw/NamedImages.h); null for anything else.
     static KLARON_ImageRef imageWithObject(const ImageObject& object);
     static KLARON_ImageRef imageWithDrawingString(std::string_view text,
                                                   const std::optional<platform::draw::TextAttributes>& attributes);
@@ -226,6 +228,24 @@ public:
     /// picture that the path or URL names can't be read.
     static void detectBarcodesInImage(const ImageObject& object, const BarcodesReply& result);
 
+    // -- Plain pixels (KLARON_Image_deep.cpp) ----------------------------------------------------------------------
+
+    /// The first picture of a path, URL or data as pixels of 16 bits a component: red, green, blue and premultiplied
+    /// alpha, in the machine's order of bytes, 8 bytes a pixel, rows from the top without gaps. Nothing for anything
+    /// else and for what is no picture; zeros for a picture that is broken or cut off.
+    ///
+    /// Orientation 3 is turned by half a turn, 5 and 6 by a quarter turn counter-clockwise, 7 and 8 by one clockwise, 1,
+    /// 2 and 4 not at all; nothing is mirrored. So 1 and 3 come upright, 6 and 8 upside down.
+    ///
+    /// `properties` receives "width" and "height" of the result, "bitsPerComponent" 16, "alphaInfo" 1 and
+    /// "colorSpace", a ColorSpaceValue: the picture's own space when it is RGB, else sRGB.
+    static std::optional<base::Data> rgbaBitmapDataWithObject(const ImageObject& object,
+                                                              Metadata* properties = nullptr);
+    /// The reverse: an image in memory of pixels that such a dictionary describes; "bitsPerComponent" may be 16 or 8 (16
+    /// when absent), "alphaInfo" 1 (when absent) or 5, for 8 bits also 2 or 6. A row has the data's length divided by
+    /// the height. Null for other layouts and for data that are too short.
+    static ImageRef imageFromBitmapData(const base::Data& data, const base::Dictionary& properties);
+
     // -- Helpers -------------------------------------------------------------------------------------------------
 
     /// Division and multiplication of each coordinate by the size; zero for a size with a side of 0.
@@ -233,6 +253,16 @@ public:
     static base::Point normalizedPoint(base::Point point, base::Size size);
     static base::Rect denormalizedRect(const base::Rect& rect, base::Size size);
     static base::Point denormalizedPoint(base::Point point, base::Size size);
+
+    /// An image as a member of an attribute dictionary.
+    static std::shared_ptr<ImageValue> imageFromCGImage(const ImageRef& image);
+
+    // Ends without an effect: no picture has alpha frames, and the TIFF is made ready in memory only.
+    std::optional<std::vector<base::Rect>> alphaFrames() const { return std::nullopt; }
+    base::Rect largestAlphaFrame() const { return {}; }
+    base::Rect alphaFrame() const { return {}; }
+    static base::Rect alphaFrameForImage(const ImageObject&, [[maybe_unused]] bool normalized) { return {}; }
+    static void saveJPEGImageAsTIFF(const ImageObject& object);
 
     // As in KLARON_color, but an absent code is logged.
     static KLARON_color::Components colorComponentsForHexCode(std::optional<std::string_view> code);

@@ -194,7 +194,7 @@ bool KLARON_Image::writeImageFile(const ImageObject& source, const base::Value& 
         if (const auto* data = source.as<base::Data>()) return *data;
         return platform::data::readFile(source.fileURL()->path());
     }();
-    const auto copy = bytes ? copyOfJPEGMergingMetadata(*bytes, metadata) : bytes;
+    const auto copy = bytes ? copyOfImageFile(*bytes, platform::data::kUTTypeJPEG, metadata.dictionaries()) : bytes;
     if (!copy) {
         report(copy.error(), returningError);
         return false;

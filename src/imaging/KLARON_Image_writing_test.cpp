@@ -178,7 +178,7 @@ TEST(KLARON_ImageWriting, ReportsEachFailureInItsWay) {
               "Passed parameter to +[KLARON_Image writeImage:toDestination:options:returningError:] not a path or URL");
     EXPECT_EQ(error->domain, "NSCocoaErrorDomain");
     EXPECT_FALSE(
-        KLARON_Image::writeImage(picture(), folder / "a", option(klaronImageKey_utType, "com.adobe.pdf"), &error));
+        KLARON_Image::writeImage(picture(), folder / "a", option(klaronImageKey_utType, "com.compuserve.gif"), &error));
     EXPECT_EQ(error->localizedDescription, "Failed to create CGImageDestination for " + folder / "a");
 
     const std::string file = folder.write("file", "x");

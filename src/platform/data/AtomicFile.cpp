@@ -67,19 +67,25 @@ base::Result<void> writeAll(int descriptor, std::string_view bytes, const std::s
     return {};
 }
 
-template <class Container>
-base::Result<Container> readWhole(std::string_view pathView, std::size_t maximumSize) {
-    const std::string path(pathView);
-    const std::string deed = "cannot read " + path;
+base::Result<FileDescriptor> openRegular(const std::string& path, const std::string& deed, struct stat& status) {
     // Without O_NONBLOCK a named pipe would make the caller wait for a writer.
     FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file) return base::failure(base::systemError(errno, deed));
-    struct stat status;
     if (fstat(file.get(), &status) != 0) return base::failure(base::systemError(errno, deed));
     if (S_ISDIR(status.st_mode)) return base::failure(base::systemError(EISDIR, deed));
     if (!S_ISREG(status.st_mode)) {
         return base::failure(base::posixErrorDomain, EINVAL, deed + ": it is not a regular file");
     }
+    return file;
+}
+
+template <class Container>
+base::Result<Container> readWhole(std::string_view pathView, std::size_t maximumSize) {
+    const std::string deed = "cannot read " + std::string(pathView);
+    struct stat status;
+    auto opened = openRegular(std::string(pathView), deed, status);
+    if (!opened) return base::failure(std::move(opened.error()));
+    FileDescriptor file = std::move(*opened);
     const auto tooLarge = [&] {
         return base::failure(base::posixErrorDomain, EFBIG,
                              deed + ": it is larger than " + std::to_string(maximumSize) + " bytes");
@@ -138,6 +144,26 @@ base::Result<base::Data> readFile(std::string_view path, std::size_t maximumSize
 
 base::Result<std::string> readFileBytes(std::string_view path, std::size_t maximumSize) {
     return readWhole<std::string>(path, maximumSize);
+}
+
+base::Result<base::Data> readFilePart(std::string_view path, std::uint64_t position, std::size_t count) {
+    const std::string deed = "cannot read " + std::string(path);
+    struct stat status;
+    const auto file = openRegular(std::string(path), deed, status);
+    if (!file) return base::failure(file.error());
+    base::Data part;
+    part.bytes.resize(count);
+    std::size_t length = 0;
+    while (length < count) {
+        const ssize_t got =
+            pread(file->get(), part.bytes.data() + length, count - length, static_cast<off_t>(position + length));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return base::failure(base::systemError(errno, deed));
+        if (got == 0) break;
+        length += static_cast<std::size_t>(got);
+    }
+    part.bytes.resize(length);
+    return part;
 }
 
 } // namespace platform::data

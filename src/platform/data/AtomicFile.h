@@ -7,6 +7,7 @@
 #include "base/Value.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -26,5 +27,8 @@ inline base::Result<void> writeFileAtomically(std::string_view path, const base:
 /// `maximumSize` bytes. Never waits for a writer.
 base::Result<base::Data> readFile(std::string_view path, std::size_t maximumSize = defaultMaximumFileSize);
 base::Result<std::string> readFileBytes(std::string_view path, std::size_t maximumSize = defaultMaximumFileSize);
+
+/// Up to `count` bytes of a regular file from `position` on; fewer at its end.
+base::Result<base::Data> readFilePart(std::string_view path, std::uint64_t position, std::size_t count);
 
 } // namespace platform::data

@@ -1,8 +1,10 @@
 #include "platform/data/FileAttributes.h"
 
 #include <cerrno>
+#include <charconv>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 namespace platform::data {
 namespace {
@@ -16,6 +18,19 @@ std::optional<struct statx> statusOf(const base::URL& url) {
 
 base::Date dateOf(const struct statx_timestamp& time) {
     return base::Date(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
+
+/// Holds nanoseconds since 1970, as a decimal text.
+constexpr const char* dateCreatedAttribute = "user.velm.dateCreated";
+
+std::optional<base::Date> setCreationDate(const base::URL& url) {
+    char text[32];
+    const ssize_t length = getxattr(url.path().c_str(), dateCreatedAttribute, text, sizeof text);
+    std::int64_t nanoseconds = 0;
+    if (length <= 0) return std::nullopt;
+    const auto [end, error] = std::from_chars(text, text + length, nanoseconds);
+    if (error != std::errc() || end != text + length) return std::nullopt;
+    return base::Date(std::chrono::nanoseconds(nanoseconds));
 }
 
 } // namespace
@@ -34,8 +49,17 @@ std::optional<base::Date> dateModified(const base::URL& url) {
 
 std::optional<base::Date> dateCreated(const base::URL& url) {
     const auto status = statusOf(url);
-    if (!status || !(status->stx_mask & STATX_BTIME)) return std::nullopt;
+    if (!status) return std::nullopt;
+    if (const auto date = setCreationDate(url)) return date;
+    if (!(status->stx_mask & STATX_BTIME)) return std::nullopt;
     return dateOf(status->stx_btime);
+}
+
+base::Result<void> setDateCreated(const base::URL& url, base::Date date) {
+    const std::string text = std::to_string(date.time_since_epoch().count());
+    if (setxattr(url.path().c_str(), dateCreatedAttribute, text.data(), text.size(), 0) != 0)
+        return base::failure(base::systemError(errno, "cannot set the date of creation of " + url.path()));
+    return {};
 }
 
 base::Result<void> setDateModified(const base::URL& url, base::Date date) {

@@ -14,9 +14,12 @@ namespace platform::data {
 /// Nothing for a file that is not there or may not be asked.
 std::optional<std::uint64_t> fileSize(const base::URL& url);
 std::optional<base::Date> dateModified(const base::URL& url);
-/// Nothing as well where the file system does not know it.
+/// The date that was set, else that of the file's birth; nothing as well where the file system does not know it.
 std::optional<base::Date> dateCreated(const base::URL& url);
 
+/// Linux can't set a birth time: the date is kept in an extended attribute of the file, which goes with it when it is
+/// renamed. An error on a file system without such attributes.
+base::Result<void> setDateCreated(const base::URL& url, base::Date date);
 /// Leaves the date of the last access alone.
 base::Result<void> setDateModified(const base::URL& url, base::Date date);
 

@@ -45,10 +45,16 @@ public:
     virtual base::Data takeData() = 0;
 };
 
-/// A copy of a JPEG file with its entropy-coded picture data byte for byte as it was and these tags merged into its
-/// metadata; tags that are not named stay. An error for bytes that are no JPEG file. A zero-length value removes the
-/// tag.
-base::Result<base::Data> copyOfJPEGMergingMetadata(const base::Data& jpeg, const ImageMetadata& metadata);
+/// A copy of a picture file of this type in which these properties are set and nothing else changes: its coded pixels
+/// stay byte for byte, and so do all tags that the properties don't name or that have the same value already.
+/// Properties as ImageSource tells them ({ "Orientation": 1, "{Exif}": { "UserComment": "..." } }); nothing or an empty
+/// text removes one. One that can't be written is logged and left out. JPEG, PNG, TIFF (its first page), WebP and PSD
+/// can be copied; an error for all other types, and for a file that is not of the type or cut off.
+base::Result<base::Data> copyOfImageFile(const base::Data& file, std::string_view typeIdentifier,
+                                         const base::Dictionary& properties);
+inline base::Result<base::Data> copyOfJPEGMergingMetadata(const base::Data& jpeg, const ImageMetadata& metadata) {
+    return copyOfImageFile(jpeg, "public.jpeg", metadata.dictionaries());
+}
 
 /// Writes the bytes of a picture file under the first free name, whole or not at all, and answers that name.
 base::Result<base::URL> writeWithoutReplacing(const base::Data& bytes, const base::URL& url, NextName nextName);

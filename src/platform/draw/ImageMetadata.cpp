@@ -4,6 +4,10 @@
 
 namespace platform::draw {
 
+bool canWriteProperty(std::string_view dictionary, std::string_view property) {
+    return isWritableProperty(dictionary, property);
+}
+
 bool ImageMetadata::setValueMatchingImageProperty(std::string_view dictionary, std::string_view property,
                                                   base::Value value) {
     if (!isWritableProperty(dictionary, property)) return false;

@@ -54,10 +54,13 @@ inline constexpr std::string_view kCGImageDestinationLossyCompressionQuality =
 
 inline constexpr std::string_view imageMetadataErrorDomain = "kCFErrorDomainCGImageMetadata";
 
+/// Whether this layer can write a property of a dictionary to a file; `dictionary` is empty for those of the top level.
+bool canWriteProperty(std::string_view dictionary, std::string_view property);
+
 /// A mutable set of tags, each named by the property dictionary and the property that it matches.
 class ImageMetadata {
 public:
-    /// False for a property that this layer can't write to a file.
+    /// False for a property that can't be written.
     bool setValueMatchingImageProperty(std::string_view dictionary, std::string_view property, base::Value value);
     /// The value, or null.
     const base::Value* valueMatchingImageProperty(std::string_view dictionary, std::string_view property) const;

@@ -1,17 +1,17 @@
-// The lossless road: a JPEG file's segments are copied as they are, but for the one that holds its EXIF metadata.
+// A JPEG file's segments are copied as they are, but for the one that holds its EXIF metadata (and the density in its
+// JFIF segment when that changes).
 
-#include "base/Log.h"
-#include "internal/ExifBlock.h"
-#include "platform/draw/ImageDestination.h"
+#include "ByteOrder.h"
+#include "PictureCopy.h"
+#include "platform/draw/ImageMetadata.h"
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <optional>
 
 namespace platform::draw {
 namespace {
-
-using View = std::span<const std::uint8_t>;
 
 constexpr std::uint8_t markerSOI = 0xD8, markerEOI = 0xD9, markerSOS = 0xDA, markerAPP0 = 0xE0, markerAPP1 = 0xE1;
 constexpr std::array<std::uint8_t, 6> exifName = {'E', 'x', 'i', 'f', 0, 0};
@@ -66,15 +66,11 @@ bool reachesEnd(View bytes, std::size_t position) {
 }
 
 tl::unexpected<base::Error> noJPEG(const char* why) {
-    return base::failure(base::cocoaErrorDomain, 0, std::string("the source can't be copied as JPEG: ") + why);
+    return copyFailure("JPEG", why);
 }
 
-base::Result<Bytes> exifSegment(View formerBlock, const base::Dictionary& dictionaries) {
-    auto block = exifBlockMerging(formerBlock, dictionaries);
-    if (!block && block.error().code == unreadableExifBlock) {
-        base::log("WARNING: unreadable EXIF metadata is replaced");
-        block = exifBlockMerging({}, dictionaries);
-    }
+base::Result<Bytes> exifSegment(View formerBlock, const base::Dictionary& properties) {
+    auto block = mergedExif(formerBlock, properties);
     if (!block) return block;
     if (block->empty()) return Bytes();
     const std::size_t length = 2 + exifName.size() + block->size();
@@ -86,36 +82,53 @@ base::Result<Bytes> exifSegment(View formerBlock, const base::Dictionary& dictio
     return segment;
 }
 
+// In the JFIF segment: whole pixels an inch.
+void setDensity(Bytes& copy, const Segment& jfif, Density density) {
+    constexpr std::size_t unitAt = 7;
+    constexpr double largest = 65535;
+    if (!hasTextAt(jfif.payload, 0, "JFIF") || jfif.payload.size() < unitAt + 5) return;
+    Bytes values = {1};
+    for (const double value : {density.width, density.height})
+        appendInteger(values, static_cast<std::uint64_t>(std::clamp(std::round(value), 1.0, largest)), 2, true);
+    const std::size_t payloadAt = jfif.end - jfif.payload.size();
+    std::copy(values.begin(), values.end(), copy.begin() + static_cast<std::ptrdiff_t>(payloadAt + unitAt));
+}
+
 } // namespace
 
-base::Result<base::Data> copyOfJPEGMergingMetadata(const base::Data& jpeg, const ImageMetadata& metadata) {
-    const View bytes(jpeg.bytes);
+base::Result<base::Data> copyJpeg(View bytes, const base::Dictionary& properties) {
     if (bytes.size() < 4 || bytes[0] != 0xFF || bytes[1] != markerSOI) return noJPEG("it does not begin like one");
 
     std::optional<Segment> former; // the EXIF segment
-    std::size_t afterJFIF = 2;     // where a new one goes
+    std::optional<Segment> jfif;
+    std::size_t afterJFIF = 2; // where a new one goes
     std::size_t position = 2;
     while (true) {
         const auto segment = segmentAt(bytes, position);
         if (!segment) return noJPEG("its header is broken");
-        if (segment->marker == markerAPP0 && segment->start == afterJFIF) afterJFIF = segment->end;
+        if (segment->marker == markerAPP0 && segment->start == afterJFIF) {
+            afterJFIF = segment->end;
+            if (!jfif) jfif = segment;
+        }
         if (isExif(*segment) && !former) former = segment;
         position = segment->end;
         if (segment->marker == markerSOS) break;
     }
     if (!reachesEnd(bytes, position)) return noJPEG("it is cut off");
-    if (metadata.empty()) return jpeg;
-
-    const auto segment =
-        exifSegment(former ? former->payload.subspan(exifName.size()) : View(), metadata.dictionaries());
-    if (!segment) return base::failure(segment.error());
-    const std::size_t cutFrom = former ? former->start : afterJFIF;
-    const std::size_t cutTo = former ? former->end : afterJFIF;
     base::Data copy;
+    if (properties.empty()) {
+        append(copy.bytes, bytes);
+        return copy;
+    }
+    const auto segment = exifSegment(former ? former->payload.subspan(exifName.size()) : View(), properties);
+    if (!segment) return base::failure(segment.error());
     copy.bytes.reserve(bytes.size() + segment->size());
-    copy.bytes.assign(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(cutFrom));
-    copy.bytes.insert(copy.bytes.end(), segment->begin(), segment->end());
-    copy.bytes.insert(copy.bytes.end(), bytes.begin() + static_cast<std::ptrdiff_t>(cutTo), bytes.end());
+    append(copy.bytes, bytes.first(former ? former->start : afterJFIF));
+    append(copy.bytes, *segment);
+    append(copy.bytes, bytes.subspan(former ? former->end : afterJFIF));
+    const auto density = densityIn(properties);
+    // Before the EXIF segment nothing moved.
+    if (density && jfif && (!former || jfif->end <= former->start)) setDensity(copy.bytes, *jfif, *density);
     return copy;
 }
 
