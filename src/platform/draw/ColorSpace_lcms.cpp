@@ -23,6 +23,26 @@ constexpr KnownModel knownModels[] = {
     {cmsSigCmykData, ColorModel::cmyk, 4},
 };
 
+constexpr std::size_t largestProfile = 32u << 20;
+
+// Tables are read to the end of the file and no further, and take no memory that is not used. Only the list of a
+// multi-process element may name one element many thousand times, each of which would work on every colour.
+bool hasExcessiveElements(cmsHPROFILE profile) {
+    constexpr std::uint32_t mostElements = 64;
+    for (cmsInt32Number index = 0; index < cmsGetTagCount(profile); ++index) {
+        std::uint8_t head[16] = {}; // type, reserved, channels in and out, number of elements
+        if (cmsReadRawTag(profile, cmsGetTagSignature(profile, static_cast<cmsUInt32Number>(index)), head,
+                          sizeof head) < sizeof head)
+            continue;
+        const auto number = [&](std::size_t at) {
+            return std::uint32_t{head[at]} << 24 | std::uint32_t{head[at + 1]} << 16 |
+                   std::uint32_t{head[at + 2]} << 8 | head[at + 3];
+        };
+        if (number(0) == cmsSigMultiProcessElementType && number(12) > mostElements) return true;
+    }
+    return false;
+}
+
 bool isDeviceClass(cmsProfileClassSignature profileClass) {
     return profileClass == cmsSigInputClass || profileClass == cmsSigDisplayClass ||
            profileClass == cmsSigOutputClass || profileClass == cmsSigColorSpaceClass;
@@ -58,9 +78,28 @@ void setDescription(cmsHPROFILE profile, const char* text) {
     cmsMLUfree(description);
 }
 
+// Whether the tags that a conversion to sRGB needs can be read.
+bool canBeConverted(cmsHPROFILE profile, const KnownModel& model) {
+    const Profile target(cmsCreate_sRGBProfile());
+    const cmsUInt32Number format = COLORSPACE_SH(static_cast<cmsUInt32Number>(_cmsLCMScolorSpace(model.signature))) |
+                                   CHANNELS_SH(static_cast<cmsUInt32Number>(model.componentCount)) | BYTES_SH(1);
+    return Transform(cmsCreateTransform(profile, format, target.get(), TYPE_RGB_8, renderingIntentOf(profile),
+                                        cmsFLAGS_NOOPTIMIZE | cmsFLAGS_NOCACHE)) != nullptr;
+}
+
+bool isOutputRGB(cmsHPROFILE profile) {
+    if (cmsGetColorSpace(profile) != cmsSigRgbData) return false;
+    if (cmsIsMatrixShaper(profile)) return true;
+    constexpr cmsTagSignature waysIn[] = {cmsSigBToA0Tag, cmsSigBToA1Tag, cmsSigBToA2Tag,
+                                          cmsSigBToD0Tag, cmsSigBToD1Tag, cmsSigBToD2Tag};
+    return std::any_of(std::begin(waysIn), std::end(waysIn),
+                       [&](cmsTagSignature tag) { return cmsIsTag(profile, tag) != 0; });
+}
+
 // Whether 8-bit colours come through unchanged, to one step, on their way to sRGB.
 bool looksLikeSRGB(cmsHPROFILE profile) {
     if (cmsGetColorSpace(profile) != cmsSigRgbData || !cmsIsMatrixShaper(profile)) return false;
+    if (renderingIntentOf(profile) == INTENT_ABSOLUTE_COLORIMETRIC) return false;
     const Profile target(cmsCreate_sRGBProfile());
     const Transform transform(cmsCreateTransform(profile, TYPE_RGB_8, target.get(), TYPE_RGB_8,
                                                  INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_NOCACHE));
@@ -110,13 +149,14 @@ struct ColorSpace::Parts {
     ColorModel model;
     int componentCount;
     bool isSRGB;
+    bool supportsOutput;
     Bytes profile;
     std::string name;
 };
 
 ColorSpace::ColorSpace(Parts&& parts)
     : model_(parts.model), componentCount_(parts.componentCount), isSRGB_(parts.isSRGB),
-      iccData_(std::move(parts.profile)), name_(std::move(parts.name)) {}
+      supportsOutput_(parts.supportsOutput), iccData_(std::move(parts.profile)), name_(std::move(parts.name)) {}
 
 const ColorSpaceRef& ColorSpace::sRGB() {
     static const ColorSpaceRef space = [] {
@@ -127,7 +167,7 @@ const ColorSpaceRef& ColorSpace::sRGB() {
         Bytes bytes = bytesOf(profile.get());
         setFixedDate(bytes);
         return Interned::shared().keep(std::make_shared<const ColorSpace>(
-            Parts{ColorModel::rgb, 3, true, std::move(bytes), descriptionOf(profile.get())}));
+            Parts{ColorModel::rgb, 3, true, true, std::move(bytes), descriptionOf(profile.get())}));
     }();
     return space;
 }
@@ -143,18 +183,19 @@ const ColorSpaceRef& ColorSpace::gray() {
         Bytes bytes = bytesOf(profile.get());
         setFixedDate(bytes);
         return Interned::shared().keep(std::make_shared<const ColorSpace>(
-            Parts{ColorModel::monochrome, 1, false, std::move(bytes), descriptionOf(profile.get())}));
+            Parts{ColorModel::monochrome, 1, false, false, std::move(bytes), descriptionOf(profile.get())}));
     }();
     return space;
 }
 
 const ColorSpaceRef& ColorSpace::deviceCMYK() {
     static const ColorSpaceRef space =
-        std::make_shared<const ColorSpace>(Parts{ColorModel::cmyk, 4, false, {}, "CMYK"});
+        std::make_shared<const ColorSpace>(Parts{ColorModel::cmyk, 4, false, false, {}, "CMYK"});
     return space;
 }
 
 base::Result<ColorSpaceRef> ColorSpace::fromICC(std::span<const std::uint8_t> data) {
+    if (data.size() > largestProfile) return base::failure(base::cocoaErrorDomain, 0, "the ICC profile is too large");
     Bytes bytes(data.begin(), data.end());
     if (ColorSpaceRef known = Interned::shared().find(bytes)) return known;
     const Profile profile = openProfile(bytes);
@@ -164,9 +205,13 @@ base::Result<ColorSpaceRef> ColorSpace::fromICC(std::span<const std::uint8_t> da
                                      [&](const KnownModel& row) { return row.signature == signature; });
     if (known == std::end(knownModels) || !isDeviceClass(cmsGetDeviceClass(profile.get())))
         return base::failure(base::cocoaErrorDomain, 0, "the ICC profile is for no RGB, grey or CMYK colours");
+    if (hasExcessiveElements(profile.get()) || !canBeConverted(profile.get(), *known))
+        return base::failure(base::cocoaErrorDomain, 0, "the ICC profile is broken");
     const bool isSRGB = looksLikeSRGB(profile.get());
+    const bool supportsOutput = isOutputRGB(profile.get());
+    std::string name = descriptionOf(profile.get());
     return Interned::shared().keep(std::make_shared<const ColorSpace>(
-        Parts{known->model, known->componentCount, isSRGB, std::move(bytes), descriptionOf(profile.get())}));
+        Parts{known->model, known->componentCount, isSRGB, supportsOutput, std::move(bytes), std::move(name)}));
 }
 
 } // namespace platform::draw

@@ -25,4 +25,12 @@ inline Profile openProfile(const std::vector<std::uint8_t>& bytes) {
                                  : cmsOpenProfileFromMem(bytes.data(), static_cast<cmsUInt32Number>(bytes.size())));
 }
 
+/// Relative colorimetric, or what the profile's header asks for when that is saturation or absolute colorimetric.
+/// Perceptual is what nearly every profile states for want of a choice, so it is no wish.
+inline cmsUInt32Number renderingIntentOf(cmsHPROFILE profile) {
+    const cmsUInt32Number stated = cmsGetHeaderRenderingIntent(profile) & 0xFFFF; // the rest is reserved
+    return stated == INTENT_SATURATION || stated == INTENT_ABSOLUTE_COLORIMETRIC ? stated
+                                                                                 : INTENT_RELATIVE_COLORIMETRIC;
+}
+
 } // namespace platform::draw

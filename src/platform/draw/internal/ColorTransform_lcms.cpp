@@ -1,11 +1,14 @@
 #include "ColorProfile.h"
 #include "ColorTransform.h"
+#include "TableTransform.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <list>
 #include <mutex>
+#include <random>
+#include <vector>
 
 namespace platform::draw {
 namespace {
@@ -27,18 +30,27 @@ private:
 
 class GrayTransform : public ColorTransform {
 public:
-    explicit GrayTransform(const ColorTransform& anyway) {
+    GrayTransform(const ColorTransform& exact, PixelLayout layout) : layout_(layout) {
         std::array<std::uint8_t, 256> levels;
         for (int level = 0; level < 256; ++level)
             levels[level] = static_cast<std::uint8_t>(level);
-        anyway.convert(levels.data(), table_[0].data(), levels.size());
+        exact.convert(levels.data(), table_[0].data(), levels.size());
     }
     void convert(const std::uint8_t* source, std::uint8_t* target, std::size_t count) const override {
-        for (std::size_t pixel = 0; pixel < count; ++pixel)
-            std::memcpy(target + 4 * pixel, table_[source[pixel]].data(), 4);
+        if (layout_ == PixelLayout::gray8) {
+            for (std::size_t pixel = 0; pixel < count; ++pixel)
+                std::memcpy(target + 4 * pixel, table_[source[pixel]].data(), 4);
+            return;
+        }
+        for (std::size_t byte = 0; byte < 4 * count; byte += 4) {
+            const std::uint8_t alpha = source[byte + 3];
+            std::memcpy(target + byte, table_[source[byte]].data(), 3);
+            target[byte + 3] = alpha;
+        }
     }
 
 private:
+    PixelLayout layout_;
     std::array<std::array<std::uint8_t, 4>, 256> table_;
 };
 
@@ -71,9 +83,44 @@ struct LayoutRow {
 constexpr LayoutRow layoutRows[] = {
     {PixelLayout::bgra8, ColorModel::rgb, TYPE_BGRA_8},
     {PixelLayout::gray8, ColorModel::monochrome, TYPE_GRAY_8},
+    {PixelLayout::bgra8, ColorModel::monochrome, TYPE_GRAY_8}, // of the levels that its table is made of
     {PixelLayout::cmyk8, ColorModel::cmyk, TYPE_CMYK_8},
     {PixelLayout::cmykInverted8, ColorModel::cmyk, TYPE_CMYK_8_REV},
 };
+
+TransformRef byLibrary(cmsHPROFILE from, const LayoutRow& row, cmsHPROFILE to, cmsUInt32Number flags) {
+    const bool isGray = row.model == ColorModel::monochrome;
+    if (row.layout == PixelLayout::bgra8 && !isGray) flags |= cmsFLAGS_COPY_ALPHA;
+    Transform transform(cmsCreateTransform(from, row.format, to, TYPE_BGRA_8, renderingIntentOf(from),
+                                           cmsFLAGS_BLACKPOINTCOMPENSATION | flags));
+    if (!transform) return nullptr;
+    return std::make_shared<ProfileTransform>(std::move(transform), isGray ? PixelLayout::gray8 : row.layout);
+}
+
+// Whether both give the same colours, to one step of rounding, by a sample that is the same each time.
+bool agree(const ColorTransform& one, const ColorTransform& other) {
+    constexpr std::size_t count = 4096;
+    std::vector<std::uint8_t> colors(4 * count), first(4 * count), second(4 * count);
+    std::minstd_rand random(1);
+    for (std::uint8_t& value : colors)
+        value = static_cast<std::uint8_t>(random() >> 8);
+    one.convert(colors.data(), first.data(), count);
+    other.convert(colors.data(), second.data(), count);
+    return std::equal(first.begin(), first.end(), second.begin(), [](int a, int b) { return std::abs(a - b) <= 1; });
+}
+
+// Matrix profiles have a fast way in the library that is exact. For tables ours is taken where it proves to be, else
+// the library walks through the profile for each pixel, which takes several times as long. A grey profile is asked for
+// its 256 levels only.
+TransformRef convert(cmsHPROFILE from, const LayoutRow& row, cmsHPROFILE to, bool toSRGB) {
+    if (row.model == ColorModel::rgb && cmsIsMatrixShaper(from) && cmsIsMatrixShaper(to))
+        return byLibrary(from, row, to, 0);
+    TransformRef exact = byLibrary(from, row, to, cmsFLAGS_NOOPTIMIZE);
+    if (exact && row.model == ColorModel::monochrome) return std::make_shared<GrayTransform>(*exact, row.layout);
+    if (!exact || !toSRGB) return exact;
+    TransformRef ours = makeTableTransform(from, row.layout, row.format);
+    return ours && agree(*ours, *exact) ? ours : exact;
+}
 
 base::Result<TransformRef> makeTransform(const ColorSpaceRef& source, const LayoutRow& row,
                                          const ColorSpaceRef& target) {
@@ -84,16 +131,11 @@ base::Result<TransformRef> makeTransform(const ColorSpaceRef& source, const Layo
     }
     const Profile from = openProfile(source->iccData().bytes);
     const Profile to = openProfile(target->iccData().bytes);
-    const cmsUInt32Number alpha = row.layout == PixelLayout::bgra8 ? cmsFLAGS_COPY_ALPHA : 0;
-    Transform transform(from && to ? cmsCreateTransform(from.get(), row.format, to.get(), TYPE_BGRA_8,
-                                                        INTENT_PERCEPTUAL, cmsFLAGS_BLACKPOINTCOMPENSATION | alpha)
-                                   : nullptr);
+    TransformRef transform = from && to ? convert(from.get(), row, to.get(), target->isSRGB()) : nullptr;
     if (!transform)
         return base::failure(base::cocoaErrorDomain, 0,
                              "the colour profile \"" + source->name() + "\" can't be converted");
-    auto byProfile = std::make_shared<ProfileTransform>(std::move(transform), row.layout);
-    if (row.layout == PixelLayout::gray8) return std::make_shared<GrayTransform>(*byProfile);
-    return byProfile;
+    return transform;
 }
 
 // The transforms made, the last used in front. Making one costs as much as converting a small picture.
@@ -134,9 +176,10 @@ private:
 
 base::Result<TransformRef> ColorTransform::between(const ColorSpaceRef& source, PixelLayout layout,
                                                    const ColorSpaceRef& target) {
-    const auto* row = std::find_if(std::begin(layoutRows), std::end(layoutRows),
-                                   [&](const LayoutRow& candidate) { return candidate.layout == layout; });
-    if (!source || !target || row->model != source->model() || target->model() != ColorModel::rgb)
+    const auto* row = std::find_if(std::begin(layoutRows), std::end(layoutRows), [&](const LayoutRow& candidate) {
+        return source && candidate.layout == layout && candidate.model == source->model();
+    });
+    if (row == std::end(layoutRows) || !target || target->model() != ColorModel::rgb)
         return base::failure(base::cocoaErrorDomain, 0,
                              "pixels of this layout can't be converted between these colour spaces");
     if (layout == PixelLayout::bgra8 && (source == target || (source->isSRGB() && target->isSRGB()))) return nullptr;
