@@ -234,16 +234,16 @@ public:
     /// alpha, in the machine's order of bytes, 8 bytes a pixel, rows from the top without gaps. Nothing for anything
     /// else and for what is no picture; zeros for a picture that is broken or cut off.
     ///
-    /// Orientation 3 is turned by half a turn, 5 and 6 by a quarter turn counter-clockwise, 7 and 8 by one clockwise, 1,
-    /// 2 and 4 not at all; nothing is mirrored. So 1 and 3 come upright, 6 and 8 upside down.
+    /// Orientation 3 is turned by half a turn, 5 and 6 by a quarter turn counter-clockwise, 7 and 8 by one clockwise,
+    /// 1, 2 and 4 not at all; nothing is mirrored. So 1 and 3 come upright, 6 and 8 upside down.
     ///
     /// `properties` receives "width" and "height" of the result, "bitsPerComponent" 16, "alphaInfo" 1 and
     /// "colorSpace", a ColorSpaceValue: the picture's own space when it is RGB, else sRGB.
     static std::optional<base::Data> rgbaBitmapDataWithObject(const ImageObject& object,
                                                               Metadata* properties = nullptr);
-    /// The reverse: an image in memory of pixels that such a dictionary describes; "bitsPerComponent" may be 16 or 8 (16
-    /// when absent), "alphaInfo" 1 (when absent) or 5, for 8 bits also 2 or 6. A row has the data's length divided by
-    /// the height. Null for other layouts and for data that are too short.
+    /// The reverse: an image in memory of pixels that such a dictionary describes; "bitsPerComponent" may be 16 or 8
+    /// (16 when absent), "alphaInfo" 1 (when absent) or 5, for 8 bits also 2 or 6. A row has the data's length divided
+    /// by the height. Null for other layouts and for data that are too short.
     static ImageRef imageFromBitmapData(const base::Data& data, const base::Dictionary& properties);
 
     // -- Helpers -------------------------------------------------------------------------------------------------
