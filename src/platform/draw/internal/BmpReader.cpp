@@ -242,9 +242,10 @@ public:
     }
 
     bool read(ByteReader& reader, int y, const PixelRect& region, std::uint8_t* target) {
-        const Start& start = starts_[static_cast<std::size_t>(header_.height - 1 - y)];
+        const int line = header_.height - 1 - y;
+        const Start& start = starts_[static_cast<std::size_t>(line)];
         std::fill(indices_.begin(), indices_.end(), std::uint8_t{0}); // what no run covers
-        if (start.position != 0 && !walkRow(reader, {start.position, start.x, 0}, indices_.data())) return false;
+        if (start.position != 0 && !walkRow(reader, {start.position, start.x, line}, indices_.data())) return false;
         for (int x = region.x; x < region.maxX(); ++x, target += 4)
             std::copy_n(header_.palette[indices_[static_cast<std::size_t>(x)]].data(), 4, target);
         return true;
