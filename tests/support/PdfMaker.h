@@ -42,12 +42,13 @@ inline std::string pdfOf(const std::vector<PdfPage>& pages, const std::string& t
 
 /// A page of 100 x 200 points whose crop box begins at (50, 100), with a patch of 20 points in each of its corners:
 /// blue at the top left, black at the top right, green at the bottom right, red at the bottom left. A patch of magenta
-/// runs over the box's left edge and continues inside for 10 points; what lies outside must not show.
+/// runs over the box's left edge and continues inside for 10 points; what lies outside must not show. In the middle is
+/// a yellow patch of 10 points.
 inline PdfPage markedPage(const std::string& rotate = "") {
     return {"/MediaBox [0 0 300 400] /CropBox [50 100 150 300] " + rotate,
             "0 0 1 rg 50 280 20 20 re f  0 0 0 rg 130 280 20 20 re f\n"
             "0 1 0 rg 130 100 20 20 re f  1 0 0 rg 50 100 20 20 re f\n"
-            "1 0 1 rg 30 190 30 20 re f  10 10 20 20 re f"};
+            "1 0 1 rg 30 190 30 20 re f  10 10 20 20 re f  1 1 0 rg 95 195 10 10 re f"};
 }
 
 } // namespace support
