@@ -17,8 +17,9 @@ SOURCE = pathlib.Path(os.environ["VELM_SOURCE"])
 RED, GREEN, BLUE, YELLOW = (220, 30, 30), (30, 170, 40), (30, 40, 200), (230, 210, 30)
 QUARTERS = ((RED, GREEN), (BLUE, YELLOW))
 
-# How many quarter turns clockwise a reader makes of what is stored under an EXIF orientation.
-CLOCKWISE_QUARTERS = {1: 0, 3: 2, 6: 1, 8: 3}
+# What ImageMagick does to an upright picture to store it under an EXIF orientation.
+STORED = {1: [], 2: ["-flop"], 3: ["-rotate", "180"], 4: ["-flip"], 5: ["-transpose"], 6: ["-rotate", "-90"],
+          7: ["-transverse"], 8: ["-rotate", "90"]}
 
 
 def run(*command, data=None):
@@ -35,19 +36,25 @@ def photograph(path, width=90, height=60, orientation=1):
         left, right = QUARTERS[0] if y < height // 2 else QUARTERS[1]
         rows.append(bytes(left) * (width // 2) + bytes(right) * (width - width // 2))
     picture = b"P6 %d %d 255\n" % (width, height) + b"".join(rows)
-    turn = str(-90 * CLOCKWISE_QUARTERS[orientation])
-    path.write_bytes(run("convert", "ppm:-", "-rotate", turn, "-sampling-factor", "1x1", "-quality", "95", "jpg:-",
-                         data=picture))
+    path.write_bytes(run("convert", "ppm:-", *STORED[orientation], "-sampling-factor", "1x1", "-quality", "95",
+                         "jpg:-", data=picture))
     if orientation != 1:
         run("exiftool", "-q", "-overwrite_original", "-n", f"-Orientation={orientation}", str(path))
     return path
+
+
+def decoded(path):
+    """A picture file as the bytes of an upright PNG; of several pictures the first, of PDF at a pixel a point."""
+    if str(path).endswith(".pdf"):
+        return run("pdftocairo", "-png", "-singlefile", "-r", "72", str(path), "-")
+    return run("convert", f"{path}[0]", "-auto-orient", "png:-")
 
 
 class Picture:
     """The pixels of a file, upright as its orientation says."""
 
     def __init__(self, path):
-        data = run("convert", str(path), "-auto-orient", "-depth", "8", "ppm:-")
+        data = run("convert", "-", "-depth", "8", "ppm:-", data=decoded(path))
         kind, width, height, depth, self.pixels = self.split(data)
         assert kind == b"P6" and depth == b"255"
         self.width, self.height = int(width), int(height)

@@ -38,6 +38,7 @@ struct Kind {
     const char* option;
     std::optional<std::int64_t> MakeRequest::*number;
     const char* accepted;
+    const char* meaning;
     bool (*setOption)(KLARON_2dCodeGenerator& generator, std::int64_t number);
 };
 
@@ -55,14 +56,14 @@ bool setQuietSpace(KLARON_2dCodeGenerator& generator, std::int64_t number) {
 }
 
 constexpr Kind kinds[] = {
-    {"aztec", "An Aztec code", 0, "--level", &MakeRequest::level,
-     "5 to 95: percent of the symbol that correct errors (23)", setLevel<KLARON_AztecCodeGenerator>},
-    {"qrcode", "A QR code", 1, "--level", &MakeRequest::level,
-     "0 to 3: 0 is L, 1 M, 2 H, 3 Q; from weak to strong L, M, Q, H (1)", setLevel<KLARON_QRCodeGenerator>},
-    {"code128", "Bars of Code 128", 2, "--quiet", &MakeRequest::quiet, "0 to 20: white modules at both ends (7)",
+    {"aztec", "An Aztec code", 0, "--level", &MakeRequest::level, "5 to 95",
+     "percent of the symbol that correct errors (23)", setLevel<KLARON_AztecCodeGenerator>},
+    {"qrcode", "A QR code", 1, "--level", &MakeRequest::level, "0 to 3",
+     "0 is L, 1 M, 2 H, 3 Q; from weak to strong L, M, Q, H (1)", setLevel<KLARON_QRCodeGenerator>},
+    {"code128", "Bars of Code 128", 2, "--quiet", &MakeRequest::quiet, "0 to 20", "white modules at both ends (7)",
      setQuietSpace},
-    {"pdf417", "A PDF417 code", 3, "--level", &MakeRequest::level,
-     "0 to 8: how strongly errors are corrected (by the message's length)", setLevel<KLARON_PDF417CodeGenerator>},
+    {"pdf417", "A PDF417 code", 3, "--level", &MakeRequest::level, "0 to 8",
+     "from weak to strong correction (by the message's length)", setLevel<KLARON_PDF417CodeGenerator>},
 };
 
 /// The path with the extension that it lacks: codes are PNG files unless told otherwise.
@@ -72,7 +73,8 @@ std::string outputPath(const std::string& path) {
 
 base::Result<void> makeCode(const Kind& kind, const MakeRequest& request) {
     const auto failed = [&](const std::string& why) {
-        return base::failure(base::cocoaErrorDomain, 0, "cannot make a " + std::string(kind.name) + " code: " + why);
+        return base::failure(base::cocoaErrorDomain, 0,
+                             "cannot make a code of kind " + std::string(kind.name) + ": " + why);
     };
     if (request.message.empty()) return failed("the message is empty");
     if (!std::ranges::all_of(request.message, [](char character) { return (character & 0x80) == 0; }))
@@ -108,14 +110,14 @@ void declareKind(CLI::App& make, const Kind& kind, const std::shared_ptr<MakeReq
         ->required()
         ->type_name("FILE")
         ->check([](const std::string& path) { return whyNotWritable(outputPath(path)); });
-    command->add_option(kind.option, (*request).*kind.number, kind.accepted)
+    command->add_option(kind.option, (*request).*kind.number, std::string(kind.accepted) + ": " + kind.meaning)
         ->type_name("N")
         ->check([&kind](const std::string& text) {
             std::int64_t number = 0;
             if (CLI::detail::lexical_cast(text, number) &&
                 kind.setOption(*KLARON_2dCodeGenerator::classForType(kind.type).init(), number))
                 return std::string();
-            return text + " is not one of " + kind.accepted;
+            return text + " is not within " + kind.accepted;
         });
     command->callback([&kind, request, chosen] {
         chosen([&kind, request](const Options& options) {

@@ -53,9 +53,9 @@ base::Result<void> writePicture(const PictureToWrite& request) {
             Console::shared().result(file.path());
         return {};
     }
-    const std::string outward = error ? error->localizedDescription : "the reason is not known";
-    return base::failure(base::cocoaErrorDomain, 0,
-                         "cannot write " + request.path + ": " + ear.lastAfter("ERROR: ", outward));
+    const std::string reason = ear.lastAfter("ERROR: ", error ? error->localizedDescription : "no reason is known");
+    const bool isTold = reason.find(request.path) != std::string::npos;
+    return base::failure(base::cocoaErrorDomain, 0, isTold ? reason : "cannot write " + request.path + ": " + reason);
 }
 
 struct LogEar::Heard {
