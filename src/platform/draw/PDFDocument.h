@@ -2,7 +2,7 @@
 // y up; boxes are given in it, unrotated, and their origin may lie anywhere.
 //
 // A document reads the whole file when it is opened and keeps no hold on it. A page keeps its document. Both are
-// immutable and shared: any thread may use one; drawings of pages of one document wait for each other.
+// immutable and shared: any thread may use one; openings and drawings, of whichever document, wait for each other.
 #pragma once
 
 #include "base/Error.h"

@@ -17,15 +17,23 @@ namespace platform::draw {
 using base::AffineTransform;
 using base::Rect;
 
+namespace {
+
+// All of the library's work, whichever document it is on: it makes some of its shared tables without a lock.
+std::mutex libraryMutex;
+
+} // namespace
+
 struct PDFDocument::Storage {
     ~Storage() {
+        const std::lock_guard lock(libraryMutex);
         if (drawing) g_object_unref(drawing);
+        facts.reset();
     }
     base::Data bytes;                         // both faces read from it
     std::unique_ptr<poppler::document> facts; // made first and ended last: its kind of messages is in force
     PopplerDocument* drawing = nullptr;
     int pageCount = 0;
-    mutable std::mutex mutex; // for both faces
 };
 
 struct PDFPage::Storage {
@@ -107,6 +115,7 @@ base::Result<PDFDocumentRef> openPdfDocument(const ByteSource& source) {
     // The library would gather what is there of half a document, and show half of it.
     if (text.substr(text.size() - std::min(text.size(), markReach)).find("%%EOF") == std::string_view::npos)
         return pictureFailure(source, "the file is cut off");
+    const std::lock_guard lock(libraryMutex); // ends before `storage` does
     storage->facts.reset(poppler::document::load_from_raw_data(text.data(), static_cast<int>(text.size())));
     if (!storage->facts) return pictureFailure(source, "the PDF document is damaged");
     if (storage->facts->is_locked()) return pictureFailure(source, "the PDF document needs a password");
@@ -140,7 +149,7 @@ int PDFDocument::pageCount() const {
 
 PDFPageRef PDFDocument::page(int number) const {
     if (number < 1 || number > pageCount()) return nullptr;
-    const std::lock_guard lock(storage_->mutex);
+    const std::lock_guard lock(libraryMutex);
     const std::unique_ptr<poppler::page> page(storage_->facts->create_page(number - 1));
     if (!page) return nullptr;
     auto storage = std::make_unique<PDFPage::Storage>();
@@ -186,7 +195,7 @@ void renderPage(const PDFPage& page, cairo_t* cairo) {
     const AffineTransform toUser = toDisplay.inverted();
     const cairo_matrix_t matrix = {toUser.a, toUser.b, toUser.c, toUser.d, toUser.tx, toUser.ty};
 
-    const std::lock_guard lock(document.mutex);
+    const std::lock_guard lock(libraryMutex);
     PopplerPage* const drawn = poppler_document_get_page(document.drawing, storage.index);
     if (!drawn) return;
     cairo_save(cairo);
