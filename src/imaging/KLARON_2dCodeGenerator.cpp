@@ -65,7 +65,8 @@ platform::draw::CodeSymbolOptions symbolOptions(CodeKind kind, const TypeRow& ro
         if (const std::string level = option.textOr(""); !level.empty()) options.qrCorrectionLevel = level;
         return options;
     }
-    const std::int64_t number = option.integerValue();
+    std::int64_t number = option.integerValue();
+    if (kind == CodeKind::code128) number = std::max(number, row.least); // only the upper end is a limit here
     if (option.isNothing() || number < row.least || number > row.greatest) return options;
     if (kind == CodeKind::aztec) options.aztecCorrectionPercent = static_cast<int>(number);
     if (kind == CodeKind::code128) options.code128QuietSpace = static_cast<int>(number);

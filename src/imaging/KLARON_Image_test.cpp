@@ -3,9 +3,12 @@
 #include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
 #include <numbers>
+#include <random>
 #include <vector>
 
 using namespace platform::draw;
@@ -272,6 +275,168 @@ TEST(KLARON_ImageDraw, ShadowFallsFromContentAndBorderOntoTheContent) {
     image->setDrawingContext(canvas);
     image->draw();
     EXPECT_EQ(canvas->makeImage()->bitmap()->row(55)[4 * 55 + 3], 0x8E) << "two shadows of 0x55, one on the other";
+}
+
+// A picture that its orientation brings upright is drawn as the upright one, whatever the style: only the border's
+// frame is another (see above).
+TEST(KLARON_ImageDraw, TurnedFilesEqualTheUprightPictureInEveryStyle) {
+    using Style = std::function<void(KLARON_Image&)>;
+    const Style gravities[] = {
+        [](KLARON_Image&) {},
+        [](KLARON_Image& image) { image.setContentsGravity(std::string(kCAGravityResize)); },
+        [](KLARON_Image& image) { image.setContentsGravity(std::string(kCAGravityResizeAspect)); },
+        [](KLARON_Image& image) { image.setContentsGravity(std::string(kCAGravityResizeAspectFill)); },
+    };
+    const Style crops[] = {
+        [](KLARON_Image&) {},
+        [](KLARON_Image& image) {
+            image.setCropRect({5, 2, 21, 13});
+        },
+        [](KLARON_Image& image) {
+            image.setCropRect({26, 15, -21, -13});
+        }, // the same, from its other corner
+        [](KLARON_Image& image) {
+            image.setCropRect({-4, -4, 40, 17});
+        }, // partly beyond
+        [](KLARON_Image& image) {
+            image.setCropRect({0.2, 0.1, 0.7, 0.8}), image.setIsNormalizedCropRect(true);
+        },
+        [](KLARON_Image& image) {
+            image.setCropRect({100, 0, 5, 5});
+        }, // all beyond: nothing
+    };
+    const Style styles[] = {
+        [](KLARON_Image&) {},
+        [](KLARON_Image& image) { image.setRotation(pi / 2); },
+        [](KLARON_Image& image) { image.setRotation(0.3), image.setBackgroundColorCode("#FF00FF80"); },
+        [](KLARON_Image& image) {
+            image.setHasShadow(true), image.setShadowOffset({6, -4}), image.setShadowBlur(5);
+            image.setHasBorder(true), image.setBorderClipsContent(false), image.setBorderWidth(4);
+        },
+    };
+    const auto bitmapOf = [](const KLARON_ImageRef& image) {
+        const auto canvas = makeCanvas(60, 50);
+        image->setDrawingContext(canvas);
+        image->setDestinationRect({8, 6, 40, 33});
+        image->draw();
+        EXPECT_FALSE(canvas->drawError());
+        return *canvas->makeImage()->bitmap();
+    };
+    for (const Lying& lying : lyingPictures)
+        for (const bool forced : {false, true})
+            for (std::size_t row = 0; row < std::size(gravities) * std::size(crops) * std::size(styles); ++row) {
+                if (forced && row / std::size(styles) % std::size(crops) != 0) continue; // crops are the file's own
+                const auto styled = [&](const KLARON_ImageRef& image) {
+                    styles[row % std::size(styles)](*image);
+                    crops[row / std::size(styles) % std::size(crops)](*image);
+                    gravities[row / std::size(styles) / std::size(crops)](*image);
+                    return bitmapOf(image);
+                };
+                const auto turned = wrapped(cells(lying.rows), forced ? 1 : lying.orientation);
+                if (forced) turned->setOrientationForced(lying.orientation);
+                const Bitmap one = styled(wrapped(cells(upright))), other = styled(turned);
+                int greatest = 0;
+                for (int y = 0; y < one.height(); ++y)
+                    for (int byte = 0; byte < 4 * one.width(); ++byte)
+                        greatest = std::max(greatest, std::abs(one.row(y)[byte] - other.row(y)[byte]));
+                // Slanting pictures are interpolated in steps of 1/128, edges between pixels covered in those of 1/15.
+                EXPECT_LE(greatest, row % std::size(styles) >= 2 ? 12 : 1)
+                    << "orientation " << lying.orientation << " row " << row;
+            }
+}
+
+TEST(KLARON_ImageDraw, OwnSizeIsUnchangedToTheBitAlsoTurned) {
+    Bitmap pixels = *Bitmap::create(31, 17, ColorSpace::sRGB(), false);
+    std::minstd_rand random(5);
+    for (int y = 0; y < pixels.height(); ++y)
+        for (int x = 0; x < pixels.width(); ++x) {
+            std::uint8_t* at = pixels.mutableRow(y) + 4 * x;
+            at[3] = static_cast<std::uint8_t>(random() >> 8);
+            for (int channel = 0; channel < 3; ++channel)
+                at[channel] = static_cast<std::uint8_t>((random() >> 8) % (at[3] + 1u)); // premultiplied
+        }
+    const ImageRef original = Image::fromBitmap(pixels);
+    for (const int orientation : {1, 2, 3, 6, 8}) {
+        ImageRef image = original;
+        const int times = orientation == 3 ? 2 : orientation == 6 || orientation == 8 ? 4 : 1;
+        for (int time = 0; time < times; ++time) {
+            const auto turned = wrapped(image, orientation);
+            const Size size = turned->orientedSize();
+            const auto canvas = makeCanvas(size.width + 9, size.height + 5);
+            turned->setDrawingContext(canvas);
+            turned->setDestinationRect({4, 3, size.width, size.height});
+            turned->draw();
+            image = canvas->makeImage()->cropped({4, 2, size.width, size.height});
+        }
+        const Bitmap result = *image->bitmap();
+        ASSERT_EQ(result.width(), pixels.width());
+        for (int y = 0; y < pixels.height(); ++y)
+            ASSERT_TRUE(std::equal(pixels.row(y), pixels.row(y) + 4 * pixels.width(), result.row(y)))
+                << "orientation " << orientation << " row " << y;
+    }
+}
+
+TEST(KLARON_ImageDraw, BorderOverAndAroundTheContent) {
+    const struct {
+        int orientation;
+        bool clips;
+        Rows expected;
+    } cases[] = {
+        {1, true, {".....", ".bbb.", ".bbb.", "....."}},  // over the content's edge
+        {1, false, {".....", ".bbb.", ".bbb.", "....."}}, // around a content that has no room left
+        {6, true, {"bbbbb", "brgbb", "bwkrb", "bbbbb"}},  // one width further out
+        {2, true, {".....", ".bbb.", ".bbb.", "....."}},
+    };
+    for (const auto& row : cases) {
+        const auto image = wrapped(cells(row.orientation == 6 ? Rows{"br", "gk", "rw"} : upright), row.orientation);
+        image->setHasBorder(true);
+        image->setBorderColorCode("#0000FF");
+        image->setBorderClipsContent(row.clips);
+        EXPECT_EQ(drawn(image, 50, 40, {10, 10, 30, 20}), row.expected) << row.orientation << row.clips;
+    }
+    for (const Lying& lying : lyingPictures) { // around the content all frames are the destination
+        const auto image = wrapped(cells(lying.rows), lying.orientation);
+        image->setHasBorder(true);
+        image->setBorderColorCode("#0000FF");
+        image->setBorderClipsContent(false);
+        EXPECT_EQ(drawn(image, 50, 40, {0, 0, 50, 40}), (Rows{"bbbbb", "brgbb", "bwkrb", "bbbbb"}));
+    }
+}
+
+TEST(KLARON_ImageDraw, BackgroundShowsThroughTheAlphaOfThePicture) {
+    const auto glass = makeCanvas(30, 20);
+    glass->setFillColor(Color(1, 0, 0, 0.5));
+    glass->fillRect({0, 0, 10, 20});
+    glass->setFillColor(Color(0, 1, 0));
+    glass->fillRect({10, 0, 10, 20});
+    const auto image = wrapped(glass->makeImage());
+    image->setBackgroundColorCode("#0000FF");
+    const auto canvas = makeCanvas(30, 20);
+    image->setDrawingContext(canvas);
+    image->draw();
+    const Bitmap bitmap = *canvas->makeImage()->bitmap();
+    EXPECT_EQ(Rows({letters(canvas)[0].substr(1)}), Rows{"gb"});
+    EXPECT_NEAR(bitmap.row(10)[2], 128, 1); // red over blue, by half
+    EXPECT_NEAR(bitmap.row(10)[0], 127, 1);
+    EXPECT_EQ(bitmap.row(10)[3], 255);
+    image->setContentsGravity(std::string(kCAGravityResizeAspect)); // the fitted rectangle is what it fills
+    EXPECT_EQ(drawn(image, 50, 20)[0][0], '.');
+    EXPECT_EQ(drawn(image, 50, 20)[0][3], 'b');
+}
+
+TEST(KLARON_ImageDraw, CropTableOfTheOrientations) {
+    const auto image = cells(upright); // 30 x 20 as it lies
+    const struct {
+        int orientation;
+        Rect lying; // of {4, 2, 10, 6} upright
+    } cases[] = {{1, {4, 2, 10, 6}}, {2, {4, 2, 10, 6}}, {3, {16, 12, 10, 6}}, {4, {4, 2, 10, 6}},
+                 {5, {4, 2, 10, 6}}, {6, {2, 6, 6, 10}}, {7, {4, 2, 10, 6}},   {8, {22, 4, 6, 10}}};
+    for (const auto& row : cases) {
+        const ImageRef part = wrapped(image)->croppedImage(image, {4, 2, 10, 6}, row.orientation);
+        ASSERT_TRUE(part);
+        EXPECT_EQ((Rect{1.0 * part->x(), 1.0 * part->y(), 1.0 * part->width(), 1.0 * part->height()}), row.lying)
+            << row.orientation;
+    }
 }
 
 TEST(KLARON_ImageDraw, LogsWhatItCanNotDraw) {

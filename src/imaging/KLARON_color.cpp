@@ -27,6 +27,16 @@ constexpr CodeForm codeForms[] = {
 
 constexpr KLARON_color::Components opaqueBlack{0, 0, 0, 1};
 
+// As codes are counted: in units of UTF-16.
+std::size_t lengthOf(std::string_view text) {
+    std::size_t units = 0;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if ((byte & 0xC0) != 0x80) units += byte >= 0xF0 ? 2 : 1;
+    }
+    return units;
+}
+
 // A component in 255ths, cut toward zero; out of any range's way.
 unsigned cut(double value) {
     if (std::isnan(value)) return 0;
@@ -59,7 +69,7 @@ KLARON_color::Components KLARON_color::colorComponentsForHexCode(std::optional<s
     while (digits.starts_with('#'))
         digits.remove_prefix(1);
     const auto* form = std::find_if(std::begin(codeForms), std::end(codeForms),
-                                    [&](const CodeForm& candidate) { return candidate.digits == digits.size(); });
+                                    [&](const CodeForm& candidate) { return candidate.digits == lengthOf(digits); });
     if (form == std::end(codeForms)) return opaqueBlack;
     const std::uint32_t value = base::hexValue(digits);
     const std::uint32_t mask = (1u << form->bitsPerField) - 1;

@@ -25,6 +25,13 @@ TEST(KLARON_color, ReadsEveryFormOfCode) {
         {"ffFFff", {1, 1, 1, 1}},
         {"zzzzzz", {0, 0, 0, 1}},
         {"#12ZZ5678", {0, 0, 0, 18 / 255.0}},
+        {"0xFFFF", {0, 1, 1, 1}}, // a number's mark counts as digits
+        {"  FF00", {0, 1, 0, 1}}, // and so do blanks
+        {"#12\xC3\xA9"
+         "4",
+         {0, 0, 1 / 15.0, 2 / 15.0}}, // four characters
+        {"#F#F", {0, 0, 1, 1}},
+        {"#-1F00", {0, 0, 0, 1}},
     };
     for (const auto& row : cases)
         EXPECT_EQ(KLARON_color::colorComponentsForHexCode(row.code), row.components) << row.code.value_or("none");

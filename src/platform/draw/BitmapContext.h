@@ -73,7 +73,8 @@ public:
     /// Makes the pixels transparent (black on a canvas without alpha) inside the rectangle; no shadow.
     void clearRect(const base::Rect& rect);
     /// The image stands upright in the rectangle, stretched to fill it. Null draws nothing. A picture whose pixels
-    /// can't be had draws at most its shadow and sets the draw error.
+    /// can't be had draws at most its shadow and sets the draw error. Of a file that is cut off, that is told of the
+    /// part that shows: a crop from above the cut is whole and is drawn.
     void drawImage(const ImageRef& image, const base::Rect& rect);
     /// The text, laid out from the top of the rectangle, in its own colour.
     void drawText(const AttributedText& text, const base::Rect& rect);

@@ -266,9 +266,9 @@ TEST(ColorSpace, FallsBackForBrokenProfiles) {
         }
     };
     for (const auto& profile : whole) {
-        for (int percent = 0; percent < 100; ++percent)
+        for (int percent = 0; percent < 100; percent += 4)
             open({profile.begin(), profile.begin() + static_cast<std::ptrdiff_t>(profile.size() * percent / 100)});
-        for (int round = 0; round < 300; ++round) {
+        for (int round = 0; round < 60; ++round) {
             auto changed = profile;
             for (int change = 0; change < 3; ++change)
                 changed[random() % std::min<std::size_t>(changed.size(), 700)] =
@@ -276,7 +276,7 @@ TEST(ColorSpace, FallsBackForBrokenProfiles) {
             open(changed);
         }
     }
-    EXPECT_GT(opened, 100);
+    EXPECT_GT(opened, 20);
 
     // A table of 255 points a side for four inks; an element list that is told to be endless.
     auto huge = whole[0];

@@ -5,6 +5,7 @@
 #include "internal/ScaledPixels.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace platform::draw {
 
@@ -27,7 +28,9 @@ bool Image::isOpaque() const {
 
 ImageRef Image::cropped(const base::Rect& rectangle) const {
     const base::Rect whole{0, 0, static_cast<double>(width_), static_cast<double>(height_)};
-    const base::Rect part = rectangle.integral().intersection(whole);
+    const base::Rect standard{std::min(rectangle.x, rectangle.maxX()), std::min(rectangle.y, rectangle.maxY()),
+                              std::abs(rectangle.width), std::abs(rectangle.height)};
+    const base::Rect part = standard.integral().intersection(whole);
     // A comparison that also refuses what is not a number.
     if (!(part.width >= 1) || !(part.height >= 1)) return nullptr;
     return std::make_shared<Image>(source_, x_ + static_cast<int>(part.x), y_ + static_cast<int>(part.y),

@@ -45,8 +45,8 @@ public:
     AlphaInfo alphaInfo() const { return isOpaque() ? AlphaInfo::noneSkipLast : AlphaInfo::premultipliedLast; }
     bool isOpaque() const;
 
-    /// The view of a part: the rectangle made integral and cut to the image. Null when they don't meet. Decodes
-    /// nothing and copies nothing.
+    /// The view of a part: the rectangle, whose sides may be negative, made integral and cut to the image. Null when
+    /// they don't meet. Decodes nothing and copies nothing.
     ImageRef cropped(const base::Rect& rectangle) const;
 
     /// The pixels at full size, converted to `colorSpace` (the image's own when null, sRGB when that is no RGB space).
