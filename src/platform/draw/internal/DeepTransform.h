@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <utility>
 
 namespace platform::draw {
 
@@ -18,8 +20,10 @@ public:
 
     /// From a grey or CMYK space (65535 is full ink).
     static base::Result<std::shared_ptr<const DeepTransform>> toSRGB(const ColorSpaceRef& source);
-    /// From CIE Lab (D50): 65535 is L = 100; a and b are 257 for a step, 32896 for 0.
-    static base::Result<std::shared_ptr<const DeepTransform>> labToSRGB();
+    /// From CIE Lab: 65535 is L = 100; a and b are 257 for a step, 32896 for 0. The white is that of D50 unless another
+    /// one's chromaticities are told.
+    static base::Result<std::shared_ptr<const DeepTransform>>
+    labToSRGB(std::optional<std::pair<double, double>> white = std::nullopt);
 
     /// From `count` pixels without alpha to red, green and blue.
     virtual void convert(const std::uint16_t* source, std::uint16_t* rgb, std::size_t count) const = 0;

@@ -88,12 +88,13 @@ TiffLayout::TiffLayout(const TiffDecoder& decoder) {
         hasAlpha = extra[0] == EXTRASAMPLE_ASSOCALPHA || extra[0] == EXTRASAMPLE_UNASSALPHA;
         premultiplied = extra[0] == EXTRASAMPLE_ASSOCALPHA;
     }
-    const bool wholeNumbers =
-        decoder.field<std::uint16_t>(TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT) == SAMPLEFORMAT_UINT;
+    if (isLab()) hasAlpha = false; // which no converter of its colours would know of
+    const auto format = decoder.field<std::uint16_t>(TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT);
+    const bool wholeNumbers = format == SAMPLEFORMAT_UINT || (isLab() && format == SAMPLEFORMAT_INT);
     tiled = TIFFIsTiled(decoder.tiff()) != 0;
     separate =
         samples > 1 && decoder.field<std::uint16_t>(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) == PLANARCONFIG_SEPARATE;
-    const bool known = isGray() || (photometric == PHOTOMETRIC_RGB && samples >= 3) ||
+    const bool known = isGray() || ((photometric == PHOTOMETRIC_RGB || isLab()) && samples >= 3) ||
                        (photometric == PHOTOMETRIC_SEPARATED && samples >= 4);
     const bool plain = decoder.field<std::uint16_t>(TIFFTAG_COMPRESSION, COMPRESSION_NONE) != COMPRESSION_OJPEG;
     byRows = known && wholeNumbers && plain && (bits == 8 || bits == 16);

@@ -66,6 +66,7 @@ struct TiffLayout {
     explicit TiffLayout(const TiffDecoder& decoder);
     std::size_t rowBytes() const { return static_cast<std::size_t>(width) * samples * (bits / 8u); }
     bool isGray() const { return photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE; }
+    bool isLab() const { return photometric == PHOTOMETRIC_CIELAB || photometric == PHOTOMETRIC_ICCLAB; }
     SampleKind kind() const {
         if (!byRows) return hasAlpha ? SampleKind::bgra : SampleKind::bgrx;
         if (photometric == PHOTOMETRIC_SEPARATED) return SampleKind::cmyk;

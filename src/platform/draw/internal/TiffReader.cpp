@@ -1,5 +1,5 @@
 // TIFF by libtiff. Grey, RGB and CMYK with 8 or 16 bits come a row (or a row of tiles) at a time, with all their
-// colours; everything else (palettes, few bits, YCbCr, Lab) is decoded whole by the library's own conversion to RGB.
+// colours; everything else (palettes, few bits, YCbCr) is decoded whole by the library's own conversion to RGB.
 #include "DeepTransform.h"
 #include "TiffDecoder.h"
 #include "TiffStructure.h"
@@ -14,6 +14,49 @@ namespace platform::draw {
 namespace {
 
 constexpr std::size_t maximumPages = 1000;
+
+std::uint16_t sampleOf(const std::uint8_t* row, std::size_t index, int bits) {
+    if (bits == 8) return widenedTo16Bits(row[index]);
+    std::uint16_t value;
+    std::memcpy(&value, row + 2 * index, 2);
+    return value;
+}
+
+/// Makes rows of Lab to rows of sRGB with 16 bits.
+class LabRows {
+public:
+    base::Result<void> start(const TiffDecoder& decoder, const TiffLayout& layout) {
+        const float* white = decoder.field<float*>(TIFFTAG_WHITEPOINT, nullptr);
+        auto transform = white ? DeepTransform::labToSRGB(std::pair(white[0], white[1])) : DeepTransform::labToSRGB();
+        if (!transform) return base::failure(transform.error());
+        transform_ = std::move(*transform);
+        lab_.resize(3 * static_cast<std::size_t>(layout.width));
+        return {};
+    }
+    void convert(const std::uint8_t* row, const TiffLayout& layout, std::uint16_t* rgb) {
+        for (std::size_t i = 0; i < lab_.size(); ++i) {
+            const unsigned value = sampleOf(row, i / 3 * layout.samples + i % 3, layout.bits);
+            lab_[i] = static_cast<std::uint16_t>(layout.photometric == PHOTOMETRIC_ICCLAB ? iccValue(value, layout)
+                                                 : i % 3 == 0                             ? value
+                                                                                          : signedValue(value, layout));
+        }
+        transform_->convert(lab_.data(), rgb, lab_.size() / 3);
+    }
+
+private:
+    // 65280 of 16 bits is what 255 of 8 bits is.
+    static unsigned iccValue(unsigned value, const TiffLayout& layout) {
+        return layout.bits == 8 ? value : std::min((value * 257u + 128) / 256, 65535u);
+    }
+    // Two's complement, whole steps or 256ths of them.
+    static unsigned signedValue(unsigned value, const TiffLayout& layout) {
+        if (layout.bits == 8) return ((value / 257) ^ 0x80) * 257;
+        return iccValue(value ^ 0x8000, layout);
+    }
+
+    std::shared_ptr<const DeepTransform> transform_;
+    std::vector<std::uint16_t> lab_;
+};
 
 class TiffBandReader final : public BandReader {
 public:
@@ -35,7 +78,10 @@ public:
                           static_cast<double>(region.height)};
         next_ = static_cast<std::uint32_t>(region.y);
         if (!layout_.byRows) return convertWhole();
-
+        if (layout_.isLab()) {
+            rgb_.resize(3 * static_cast<std::size_t>(layout_.width));
+            if (auto started = lab_.start(*decoder_, layout_); !started) return started;
+        }
         return rows_.start(next_);
     }
 
@@ -49,6 +95,10 @@ public:
         auto row = rows_.next();
         if (!row) return base::failure(row.error());
         ++next_;
+        if (layout_.isLab()) {
+            storeLab(*row, rows[0][0]);
+            return {};
+        }
         if (layout_.bits == 16) reduceTo8Bits(*row);
         distribute(*row, rows);
         return {};
@@ -79,13 +129,19 @@ private:
         }
     }
 
+    void storeLab(const std::uint8_t* source, std::uint8_t* row) {
+        lab_.convert(source, layout_, rgb_.data());
+        for (std::size_t i = 0; i < rgb_.size(); i += 3, row += 4) {
+            for (std::size_t k = 0; k < 3; ++k)
+                row[2 - k] = reducedTo8Bits(rgb_[i + k]);
+            row[3] = 255;
+        }
+    }
+
     void reduceTo8Bits(std::uint8_t* row) const {
         const std::size_t count = static_cast<std::size_t>(layout_.width) * layout_.samples;
-        for (std::size_t i = 0; i < count; ++i) {
-            std::uint16_t value;
-            std::memcpy(&value, row + 2 * i, 2);
-            row[i] = reducedTo8Bits(value);
-        }
+        for (std::size_t i = 0; i < count; ++i)
+            row[i] = reducedTo8Bits(sampleOf(row, i, 16));
     }
 
     void distribute(const std::uint8_t* source, std::uint8_t** const* rows) const {
@@ -120,6 +176,8 @@ private:
     std::unique_ptr<TiffDecoder> decoder_;
     TiffLayout layout_;
     TiffRows rows_;
+    LabRows lab_;
+    std::vector<std::uint16_t> rgb_;   // out of Lab
     std::uint32_t next_ = 0;           // row of the picture
     std::vector<std::uint32_t> whole_; // of a converted picture
 };
@@ -130,33 +188,35 @@ public:
         : decoder_(std::move(decoder)), layout_(*decoder_), rows_(*decoder_, layout_) {
         format_ = {layout_.components(), layout_.hasAlpha && layout_.components() == 3, layout_.premultiplied};
     }
-    base::Result<void> start() { return rows_.start(0); }
+    base::Result<void> start() {
+        if (layout_.isLab())
+            if (auto started = lab_.start(*decoder_, layout_); !started) return started;
+        return rows_.start(0);
+    }
 
     base::Result<void> readRow(std::uint16_t* row) override {
         const auto source = rows_.next();
         if (!source) return base::failure(source.error());
+        if (layout_.isLab()) {
+            lab_.convert(*source, layout_, row);
+            return {};
+        }
         const std::size_t grayOrColors = layout_.isGray() ? 1 : static_cast<std::size_t>(format_.colors);
         const std::uint16_t inversion = layout_.photometric == PHOTOMETRIC_MINISWHITE ? 0xFFFF : 0;
         for (std::size_t pixel = 0; pixel < static_cast<std::size_t>(layout_.width); ++pixel) {
             const std::size_t first = pixel * layout_.samples;
             for (std::size_t k = 0; k < static_cast<std::size_t>(format_.colors); ++k)
-                *row++ = sample(*source, first + std::min(k, grayOrColors - 1)) ^ inversion;
-            if (format_.hasAlpha) *row++ = sample(*source, first + grayOrColors);
+                *row++ = sampleOf(*source, first + std::min(k, grayOrColors - 1), layout_.bits) ^ inversion;
+            if (format_.hasAlpha) *row++ = sampleOf(*source, first + grayOrColors, layout_.bits);
         }
         return {};
     }
 
 private:
-    std::uint16_t sample(const std::uint8_t* source, std::size_t index) const {
-        if (layout_.bits == 8) return widenedTo16Bits(source[index]);
-        std::uint16_t value;
-        std::memcpy(&value, source + 2 * index, 2);
-        return value;
-    }
-
     std::unique_ptr<TiffDecoder> decoder_;
     TiffLayout layout_;
     TiffRows rows_;
+    LabRows lab_;
 };
 
 class TiffSource final : public PixelSource {
