@@ -121,7 +121,12 @@ std::vector<std::uint64_t> TiffStructure::integersOf(const TiffEntry& entry, std
     return numbers;
 }
 
-bool TiffStructure::holdsPixelsOf(const TiffDirectory& directory) const {
+bool TiffStructure::holds(const TiffDirectory& directory) const {
+    for (const TiffEntry& entry : directory.entries) {
+        const std::uint64_t length = sizeOf(entry), at = number(entry.field.data(), offsetSize());
+        const bool isInline = length <= static_cast<std::uint64_t>(offsetSize());
+        if (!isInline && (at > size_ || length > size_ - at)) return false;
+    }
     constexpr std::uint64_t maximumPieces = std::uint64_t{1} << 22;
     constexpr std::array<std::array<std::uint16_t, 2>, 2> places = {{{273, 279}, {324, 325}}}; // stripes, tiles
     for (const auto& [offsetTag, lengthTag] : places) {
@@ -141,7 +146,17 @@ bool TiffStructure::holdsPixelsOf(const TiffDirectory& directory) const {
 class TiffStructure::Editor {
 public:
     Editor(const TiffStructure& file, bool reusesRoom)
-        : file_(file), reusesRoom_(reusesRoom), end_(file.size_ + file.size_ % 2) {}
+        : file_(file), reusesRoom_(reusesRoom), end_(file.size_ + file.size_ % 2) {
+        if (!reusesRoom) return;
+        const auto image = addRooms(file.first_);
+        if (!image) return;
+        addRooms(image->next);
+        for (const std::uint16_t pointerTag : {exifDirectoryTag, gpsDirectoryTag}) {
+            const TiffEntry* pointer = image->find(pointerTag);
+            const auto offsets = pointer ? file.integersOf(*pointer, 1) : std::vector<std::uint64_t>();
+            if (!offsets.empty()) addRooms(offsets.front());
+        }
+    }
 
     std::optional<std::vector<TiffWrite>> edit(const std::vector<TiffChange>& changes) {
         TiffDirectory image;
@@ -163,6 +178,32 @@ public:
     }
 
 private:
+    struct Room {
+        std::uint64_t start = 0;
+        std::uint64_t size = 0;
+    };
+
+    // Of the directory at `offset` and of its values.
+    std::optional<TiffDirectory> addRooms(std::uint64_t offset) {
+        const auto directory = file_.directoryAt(offset);
+        if (!directory) return std::nullopt;
+        const std::uint64_t fixedSize = file_.isBig_ ? 8 + 8 : 2 + 4, entrySize = file_.isBig_ ? 20 : 12;
+        rooms_.push_back({offset, fixedSize + entrySize * directory->entries.size()});
+        for (const TiffEntry& entry : directory->entries)
+            if (const std::uint64_t size = file_.sizeOf(entry); size > static_cast<std::uint64_t>(file_.offsetSize()))
+                rooms_.push_back({file_.number(entry.field.data(), file_.offsetSize()), size});
+        return directory;
+    }
+
+    // Whether what stands at `start` can be written over: thrifty and broken files let values share their bytes.
+    bool isReusable(std::uint64_t start, std::uint64_t size) const {
+        const auto meets = [&](const Room& room) {
+            return start < room.start ? room.start - start < size : start - room.start < room.size;
+        };
+        constexpr std::uint64_t headSize = 8;
+        return reusesRoom_ && start >= headSize && std::count_if(rooms_.begin(), rooms_.end(), meets) <= 1;
+    }
+
     Bytes offsetBytes(std::uint64_t offset) const {
         Bytes bytes;
         appendInteger(bytes, offset, file_.offsetSize(), file_.bigEndian_);
@@ -218,6 +259,9 @@ private:
             entry = entries.insert(entry, TiffEntry{wanted.tag, 0, 0, {}});
         } else {
             formerSize = file_.sizeOf(*entry);
+            entries.erase(std::remove_if(entry + 1, entries.end(), // else a second one could count in its place
+                                         [&](const TiffEntry& further) { return further.tag == wanted.tag; }),
+                          entries.end());
         }
         entry->type = static_cast<std::uint16_t>(wanted.type);
         entry->count = wanted.value.size() / elementSize(entry->type);
@@ -228,8 +272,8 @@ private:
             return;
         }
         const std::uint64_t former = file_.number(entry->field.data(), file_.offsetSize());
-        if (reusesRoom_ && formerSize >= wanted.value.size() && former <= file_.size_ &&
-            formerSize <= file_.size_ - former) {
+        if (formerSize >= wanted.value.size() && former <= file_.size_ && formerSize <= file_.size_ - former &&
+            isReusable(former, formerSize)) {
             writes_.push_back({former, wanted.value});
             return;
         }
@@ -249,7 +293,8 @@ private:
             bytes.insert(bytes.end(), entry.field.begin(), entry.field.begin() + file_.offsetSize());
         }
         appendInteger(bytes, directory.next, file_.offsetSize(), file_.bigEndian_);
-        if (!reusesRoom_ || former == 0 || directory.entries.size() > formerCount) return append(std::move(bytes));
+        if (directory.entries.size() > formerCount || !isReusable(former, bytes.size()))
+            return append(std::move(bytes));
         writes_.push_back({former, std::move(bytes)});
         return former;
     }
@@ -257,6 +302,7 @@ private:
     const TiffStructure& file_;
     bool reusesRoom_;
     std::uint64_t end_;
+    std::vector<Room> rooms_; // of all that is known to stand in the structure
     std::vector<TiffWrite> writes_;
 };
 
