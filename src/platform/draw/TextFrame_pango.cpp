@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 namespace platform::draw {
 namespace {
@@ -30,26 +31,12 @@ PangoContext* contextOfThread() {
 }
 
 void applyAlignment(PangoLayout* layout, TextAlignment alignment) {
-    // Pango exchanges left and right in paragraphs that run from right to left; only natural alignment wants that.
-    const bool exchanged = pango_layout_get_direction(layout, 0) == PANGO_DIRECTION_RTL;
-    switch (alignment) {
-    case TextAlignment::natural:
-        pango_layout_set_alignment(layout, PANGO_ALIGN_LEFT);
-        break;
-    case TextAlignment::left:
-        pango_layout_set_alignment(layout, exchanged ? PANGO_ALIGN_RIGHT : PANGO_ALIGN_LEFT);
-        break;
-    case TextAlignment::right:
-        pango_layout_set_alignment(layout, exchanged ? PANGO_ALIGN_LEFT : PANGO_ALIGN_RIGHT);
-        break;
-    case TextAlignment::center:
-        pango_layout_set_alignment(layout, PANGO_ALIGN_CENTER);
-        break;
-    case TextAlignment::justified:
-        pango_layout_set_alignment(layout, PANGO_ALIGN_LEFT);
-        pango_layout_set_justify(layout, TRUE);
-        break;
-    }
+    // Pango exchanges left and right in paragraphs that run from right to left, as natural alignment wants it; the
+    // others are told apart when the lines are placed.
+    pango_layout_set_alignment(layout, alignment == TextAlignment::center  ? PANGO_ALIGN_CENTER
+                                       : alignment == TextAlignment::right ? PANGO_ALIGN_RIGHT
+                                                                           : PANGO_ALIGN_LEFT);
+    pango_layout_set_justify(layout, alignment == TextAlignment::justified);
 }
 
 // A word that is cut stays as it is written.
@@ -86,6 +73,13 @@ base::Rect inPixels(const PangoRectangle& rectangle) {
     return {rectangle.x / unit, rectangle.y / unit, rectangle.width / unit, rectangle.height / unit};
 }
 
+// Where a line begins whose alignment does not depend on its direction.
+std::optional<double> fixedEdge(TextAlignment alignment, double width, double lineWidth) {
+    if (alignment == TextAlignment::left) return 0.0;
+    if (alignment == TextAlignment::right) return width - lineWidth;
+    return std::nullopt;
+}
+
 base::Rect unionOf(const base::Rect& one, const base::Rect& other) {
     if (one.isEmpty()) return other;
     if (other.isEmpty()) return one;
@@ -115,15 +109,20 @@ TextFrame::TextFrame(const AttributedText& text, base::Size size) : storage_(std
     do {
         PangoRectangle inkBox, logicalBox;
         pango_layout_iter_get_line_extents(iterator, &inkBox, &logicalBox);
-        const base::Rect logical = inPixels(logicalBox);
+        base::Rect logical = inPixels(logicalBox);
         if (logical.maxY() > size.height + tolerance) break;
+        base::Rect ink = inPixels(inkBox);
+        if (const auto x = fixedEdge(text.attributes.alignment, size.width, logical.width)) {
+            ink.x += *x - logical.x;
+            logical.x = *x;
+        }
         PangoLayoutLine* line = pango_layout_iter_get_line_readonly(iterator);
         const double baseline = pango_layout_iter_get_baseline(iterator) / unit;
         storage_->lines.push_back(
             {line,
              {std::string(characters + line->start_index, static_cast<std::size_t>(line->length)), logical.x, baseline,
               logical.width, baseline - logical.y, logical.maxY() - baseline},
-             inPixels(inkBox)});
+             ink});
     } while (pango_layout_iter_next_line(iterator));
     pango_layout_iter_free(iterator);
     storage_->isComplete =

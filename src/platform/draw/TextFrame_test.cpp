@@ -68,8 +68,70 @@ TEST(TextFrame, AlignsItsLines) {
     EXPECT_NEAR(lineAt(TextAlignment::left, hebrew).x, 0, 0.51);
     EXPECT_GT(lineAt(TextAlignment::natural, hebrew).x, 200);
     EXPECT_GT(lineAt(TextAlignment::right, hebrew).x, 200);
+    // Each paragraph has its own direction; left and right are the page's.
+    const std::string both = "word\n" + hebrew;
+    const struct {
+        TextAlignment alignment;
+        bool latinAtRight, hebrewAtRight;
+    } cases[] = {{TextAlignment::left, false, false},
+                 {TextAlignment::right, true, true},
+                 {TextAlignment::natural, false, true},
+                 {TextAlignment::justified, false, true}};
+    for (const auto& row : cases) {
+        const auto lines = TextFrame(text(both, 20, row.alignment), {300, 100}).lines();
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_NEAR(lines[0].x, row.latinAtRight ? 300 - lines[0].width : 0, 0.51);
+        EXPECT_NEAR(lines[1].x, row.hebrewAtRight ? 300 - lines[1].width : 0, 0.51);
+    }
     const TextFrame justified(text("one two three four five six", 20, TextAlignment::justified), {130, 300});
     EXPECT_NEAR(justified.lines().at(0).width, 130, 1);
+    EXPECT_LT(justified.lines().back().width, 100) << "the last line stays as it is";
+}
+
+// What stands in each line, and whether all of it fitted.
+TEST(TextFrame, BreaksTextsIntoLines) {
+    using Lines = std::vector<std::string>;
+    const std::string hebrew = "\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D";
+    const std::string accents = "e\xCC\x81\xCC\xA3\xCC\xA7";                   // one letter with three marks
+    const std::string family = "\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x91\xA7"; // two pictures joined to one
+    const struct {
+        std::string text;
+        base::Size size;
+        Lines lines;
+        bool complete;
+    } cases[] = {
+        {"one\n\n\ntwo", {300, 200}, {"one", "", "", "two"}, true},
+        {"\n", {300, 200}, {"", ""}, true},
+        {"one\n", {300, 200}, {"one", ""}, true},
+        {"one\n\n\ntwo", {300, 60}, {"one", ""}, false},
+        {"a\tb\t\tc", {300, 200}, {"a\tb\t\tc"}, true},
+        {"   leading", {300, 200}, {"   leading"}, true},
+        {"   ", {300, 200}, {"   "}, true},
+        {"wwwwwwww", {70, 200}, {"wwww", "wwww"}, true},
+        {"x-ray", {40, 200}, {"x-", "ray"}, true},
+        {accents + accents + accents, {20, 200}, {accents, accents, accents}, true},
+        {"a " + hebrew + " b", {300, 200}, {"a " + hebrew + " b"}, true},
+        {hebrew + " " + hebrew, {60, 200}, {hebrew + " ", hebrew}, true},
+        {"a\xC2\xA0"
+         "b c",
+         {40, 200},
+         {"a\xC2\xA0"
+          "b ",
+          "c"},
+         true}, // a blank that does not break
+        {family, {300, 200}, {family}, true},
+        {"text", {0.001, 200}, {"t", "e", "x", "t"}, true},
+        {"text", {300, 0.001}, {}, false},
+        {"text", {1e9, 1e9}, {"text"}, true},
+    };
+    for (const auto& row : cases) {
+        const TextFrame frame(text(row.text), row.size);
+        EXPECT_EQ(lineTexts(frame), row.lines) << row.text;
+        EXPECT_EQ(frame.isComplete(), row.complete) << row.text;
+        const auto canvas = BitmapContext::create(50, 50, ColorSpace::sRGB());
+        canvas->drawText(text(row.text), {0, 0, std::min(row.size.width, 50.0), std::min(row.size.height, 50.0)});
+        EXPECT_FALSE(canvas->drawError());
+    }
 }
 
 TEST(TextFrame, FindsFontsByAnyOfTheirNames) {
