@@ -76,7 +76,7 @@ private:
     public:
         explicit Reader(std::shared_ptr<const base::Data> data) : data_(std::move(data)) {}
         std::size_t read(std::uint64_t position, void* target, std::size_t count) override {
-            if (position >= data_->size()) return 0;
+            if (count == 0 || position >= data_->size()) return 0;
             count = std::min<std::size_t>(count, data_->size() - position);
             std::memcpy(target, data_->bytes.data() + position, count);
             return count;
