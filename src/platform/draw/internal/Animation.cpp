@@ -93,7 +93,7 @@ base::Result<Bitmap> Animation::canvasShowing(std::size_t index, const ColorSpac
             }
             if (pixels) drawFrame(*canvas, *pixels, frame);
         }
-        if (!isLast && frame.disposal == Disposal::clear) clear(*canvas, frame.rectangle);
+        if (!isLast && frame.disposal == Disposal::clear && !frame.rectangle.isEmpty()) clear(*canvas, frame.rectangle);
     }
     return std::move(*canvas);
 }

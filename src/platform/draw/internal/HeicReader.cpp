@@ -10,6 +10,7 @@
 #include <exception>
 #include <libheif/heif.h>
 #include <string>
+#include <string_view>
 
 namespace platform::draw {
 
@@ -42,7 +43,9 @@ public:
         try {
             const heif_error error = call();
             if (error.code == heif_error_Ok) return {};
-            return pictureFailure(*bytes_, error.message ? error.message : "it is broken");
+            // Some of its messages go on for lines.
+            const std::string_view message = error.message ? error.message : "it is broken";
+            return pictureFailure(*bytes_, message.substr(0, message.find('\n')));
         } catch (const std::exception& exception) {
             return pictureFailure(*bytes_, exception.what());
         }
