@@ -177,6 +177,40 @@ TEST(CodeSymbol, GrowsWithItsCorrection) {
     EXPECT_EQ(make(CodeKind::qr, message)->width(), make(CodeKind::qr, message, qr[1])->width());
 }
 
+// Every value that the options accept makes a symbol that is read; the other reader reads those that it knows.
+TEST(CodeSymbol, IsReadableWithEveryOption) {
+    struct Case {
+        CodeKind kind;
+        CodeSymbolOptions options;
+    };
+    std::vector<Case> cases;
+    for (int percent = 5; percent <= 95; ++percent)
+        cases.push_back({CodeKind::aztec, {.aztecCorrectionPercent = percent}});
+    for (const char* level : {"L", "M", "Q", "H"})
+        cases.push_back({CodeKind::qr, {.qrCorrectionLevel = level}});
+    for (int quiet = 0; quiet <= 20; ++quiet)
+        cases.push_back({CodeKind::code128, {.code128QuietSpace = quiet}});
+    for (int level = 0; level <= 8; ++level)
+        cases.push_back({CodeKind::pdf417, {.pdf417CorrectionLevel = level}});
+    const support::TemporaryDirectory folder;
+    const std::string message = "ORDER-2026/000417 (2 of 5)";
+    for (const Case& each : cases) {
+        const CodeSymbolOptions& options = each.options;
+        const std::string name = std::to_string(static_cast<int>(each.kind)) + " " +
+                                 std::to_string(options.aztecCorrectionPercent) + options.qrCorrectionLevel +
+                                 std::to_string(options.code128QuietSpace) + " " +
+                                 std::to_string(options.pdf417CorrectionLevel.value_or(-1));
+        const ImageRef picture = page(make(each.kind, message, options));
+        const auto codes = *readCodes(picture, each.kind);
+        ASSERT_EQ(codes.size(), 1u) << name;
+        EXPECT_EQ(codes[0].message, message) << name;
+        if (each.kind != CodeKind::qr && each.kind != CodeKind::code128) continue;
+        if (const auto found = zbarimg(written(picture, folder, "code.png"))) {
+            EXPECT_EQ(*found, (each.kind == CodeKind::qr ? "QR-Code:" : "CODE-128:") + message + "\n") << name;
+        }
+    }
+}
+
 // The lengths around the limit of the largest compact symbol, and the two ends of the percentage.
 TEST(CodeSymbol, AztecIsReadableAtEveryLength) {
     for (int length = 85; length <= 125; ++length)
