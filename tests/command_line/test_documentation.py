@@ -1,6 +1,7 @@
-"""The examples of docs/formats.md do what the document says."""
+"""The examples of the documents do what the documents say."""
 
 import re
+import shlex
 import unittest
 
 from support import SOURCE, CommandLineTest, Picture, photograph
@@ -63,6 +64,28 @@ class Formats(CommandLineTest):
     def test_render(self):
         answer = self.home.velmctl("render", "Stamped.xml", "--image", "photo.jpg", "-o", "page.png")
         self.assertEqual((answer.returncode, answer.stderr), (0, ""))
+
+
+class Pictures(CommandLineTest):
+    text = (SOURCE / "docs/pictures.md").read_text()
+
+    def test_examples(self):
+        photograph(self.home.path / "photo.jpg", 1800, 1200, 6)
+        examples = re.findall(r"^velmctl (.*?)(?: *# prints (.*))?$", self.text, re.MULTILINE)
+        self.assertGreater(len(examples), 10)
+        for arguments, printed in examples:
+            with self.subTest(arguments):
+                answer = self.home.velmctl(*shlex.split(arguments))
+                self.assertEqual((answer.returncode, answer.stderr), (0, ""))
+                if printed:
+                    self.assertEqual(answer.stdout.removeprefix(f"{self.home.path}/"), printed + "\n")
+
+    def test_table_of_formats_names_what_can_be_written(self):
+        rows = [[cell.strip() for cell in line.split("|")[1:-1]] for line in self.text.splitlines()]
+        written = [extension for row in rows if len(row) == 6 and row[3] and row[1].islower()
+                   for extension in row[1].split(", ")]
+        refused = self.home.velmctl("image", "convert", "photo.jpg", "out.xyz").stderr
+        self.assertEqual(sorted(re.search(r"\((.*?)\)", refused)[1].split(", ")), sorted(written))
 
 
 if __name__ == "__main__":
