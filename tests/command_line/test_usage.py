@@ -11,7 +11,8 @@ from support import VELMCTL, CommandLineTest, ticket
 class Usage(CommandLineTest):
     def test_help_and_version_explain_themselves(self):
         for arguments in (["--help"], ["process", "--help"], ["watch", "--help"], ["init", "--help"],
-                          ["render", "--help"], ["defaults", "--help"], ["defaults", "write", "--help"]):
+                          ["render", "--help"], ["defaults", "--help"], ["defaults", "write", "--help"],
+                          ["image", "--help"], ["image", "convert", "--help"], ["code", "make", "aztec", "--help"]):
             with self.subTest(arguments):
                 answer = self.home.velmctl(*arguments)
                 self.assertEqual((answer.returncode, answer.stderr), (0, ""))
@@ -142,7 +143,8 @@ class Render(CommandLineTest):
     def test_a_template_becomes_a_picture_of_the_kind_of_its_extension(self):
         from support import Picture, photograph
         photo = photograph(self.home.path / "photo.jpg")
-        for name, magic in (("out.png", b"\x89PNG"), ("out.jpg", b"\xff\xd8"), ("OUT.JPEG", b"\xff\xd8")):
+        for name, magic in (("out.png", b"\x89PNG"), ("out.jpg", b"\xff\xd8"), ("OUT.JPEG", b"\xff\xd8"),
+                            ("out.tif", b"II"), ("out.pdf", b"%PDF")):
             with self.subTest(name):
                 target = self.home.path / name
                 answer = self.home.velmctl("render", "Simple.xml", "--image", photo, "-o", name)
