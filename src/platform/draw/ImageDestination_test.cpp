@@ -1,20 +1,16 @@
-#include "base/Text.h"
 #include "internal/PictureFixtures.h"
 #include "platform/draw/BitmapContext.h"
 #include "platform/draw/ImageDestination.h"
 #include "platform/draw/ImageSource.h"
+#include "support/CommandOutput.h"
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <optional>
 #include <sys/resource.h>
-#include <sys/wait.h>
 
 using namespace platform::draw;
 namespace fs = std::filesystem;
@@ -61,36 +57,6 @@ int largestDifference(const ImageRef& one, const ImageRef& other) {
         for (int byte = 0; byte < 4 * left.width(); ++byte)
             largest = std::max(largest, std::abs(left.row(y)[byte] - right.row(y)[byte]));
     return largest;
-}
-
-// Where the entropy-coded data of a JPEG file begin: after the header of the first scan.
-std::size_t scanStart(const base::Data& jpeg) {
-    std::size_t position = 2;
-    while (position + 4 <= jpeg.size()) {
-        const std::size_t length = jpeg.bytes[position + 2] * 256u + jpeg.bytes[position + 3];
-        const bool isScan = jpeg.bytes[position + 1] == 0xDA;
-        position += 2 + length;
-        if (isScan) return position;
-    }
-    return jpeg.size();
-}
-
-// What exiftool prints for each of the tags, "-" for one that is missing; nothing when exiftool is not installed.
-std::optional<std::vector<std::string>> exiftool(const std::string& path, const std::vector<std::string>& tags) {
-    std::string command = "exiftool -s3 -f";
-    for (const std::string& tag : tags)
-        command += " -" + tag;
-    std::FILE* pipe = ::popen((command + " '" + path + "' 2>/dev/null").c_str(), "r");
-    if (!pipe) return std::nullopt;
-    std::string text;
-    std::array<char, 4096> buffer;
-    while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe))
-        text.append(buffer.data(), got);
-    constexpr int commandNotFound = 127;
-    const int status = ::pclose(pipe);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == commandNotFound) return std::nullopt;
-    if (text.ends_with('\n')) text.pop_back();
-    return base::split(text, "\n");
 }
 
 std::vector<std::string> filesIn(const fs::path& folder) {
@@ -142,8 +108,9 @@ TEST(ImageDestination, MetadataIsReadByOthers) {
          {std::pair{"public.jpeg", "jpeg"}, {"public.png", "png"}, {"public.tiff", "tiff"}}) {
         const base::Data data = encoded(picture(), type, properties());
         const std::string path = folder.write(std::string("product.") + extension, data.asText());
-        const auto found = exiftool(path, {"IFD0:Orientation#", "ExifIFD:DateTimeOriginal", "ExifIFD:CreateDate",
-                                           "ICC_Profile:ProfileDescription", "MakerNoteUnknownText", "UserComment"});
+        const auto found =
+            support::exiftool(path, {"IFD0:Orientation#", "ExifIFD:DateTimeOriginal", "ExifIFD:CreateDate",
+                                     "ICC_Profile:ProfileDescription", "MakerNoteUnknownText", "UserComment"});
         if (!found) GTEST_SKIP() << "exiftool is not installed";
         EXPECT_EQ(*found, (std::vector<std::string>{"1", "2026:03:15 10:11:12", "2026:03:15 10:11:13",
                                                     "sRGB IEC61966-2.1", "VELM XML",
@@ -250,89 +217,4 @@ TEST(ImageDestination, RefusesMetadataThatFindsNoRoom) {
     auto destination = *ImageDestination::createWithData("public.jpeg");
     destination->addImage(picture(), tooMuch);
     EXPECT_FALSE(destination->finalize());
-}
-
-// -- The lossless road
-// --------------------------------------------------------------------------------------------------
-
-namespace {
-
-ImageMetadata comment(const std::string& text) {
-    ImageMetadata metadata;
-    EXPECT_TRUE(
-        metadata.setValueMatchingImageProperty(kCGImagePropertyExifDictionary, kCGImagePropertyExifUserComment, text));
-    return metadata;
-}
-
-std::string commentOf(const base::Data& jpeg) {
-    const auto source = ImageSource::createWithData(jpeg);
-    if (!source) return "unreadable";
-    const auto* exif =
-        base::valueForKey((*source)->propertiesAtIndex(0), kCGImagePropertyExifDictionary).as<base::Dictionary>();
-    return exif ? base::textForKey(*exif, kCGImagePropertyExifUserComment).value_or("none") : "none";
-}
-
-} // namespace
-
-TEST(CopyOfJPEG, KeepsPictureDataAndOtherTags) {
-    base::Dictionary with = properties();
-    with[std::string(kCGImagePropertyOrientation)] = 6;
-    const base::Data original = encoded(picture(), "public.jpeg", with);
-    for (const std::string& text :
-         {std::string("short"), std::string(3000, 'l'), std::string("\xC3\xA4\xE2\x82\xAC")}) {
-        const auto copy = copyOfJPEGMergingMetadata(original, comment(text));
-        ASSERT_TRUE(copy);
-        EXPECT_EQ(commentOf(*copy), text);
-        EXPECT_TRUE(std::equal(original.bytes.begin() + scanStart(original), original.bytes.end(),
-                               copy->bytes.begin() + scanStart(*copy), copy->bytes.end()));
-        const auto source = *ImageSource::createWithData(*copy);
-        EXPECT_EQ(base::valueForKey(source->propertiesAtIndex(0), kCGImagePropertyOrientation).integerValue(), 6);
-        EXPECT_TRUE(source->imageAtIndex(0)->colorSpace()->isSRGB());
-        const auto* exif =
-            base::valueForKey(source->propertiesAtIndex(0), kCGImagePropertyExifDictionary).as<base::Dictionary>();
-        EXPECT_EQ(base::textForKey(*exif, "DateTimeOriginal"), "2026:03:15 10:11:12");
-    }
-    EXPECT_EQ(*copyOfJPEGMergingMetadata(original, {}), original) << "nothing to merge";
-    const auto removed = copyOfJPEGMergingMetadata(original, comment(""));
-    ASSERT_TRUE(removed);
-    EXPECT_EQ(commentOf(*removed), "none");
-}
-
-TEST(CopyOfJPEG, GivesFilesWithoutMetadataSome) {
-    base::Data bare = encoded(picture(), "public.jpeg", {});
-    const std::size_t exifStart = 2 + 2 + 16; // after SOI and the JFIF segment
-    ASSERT_EQ(bare.bytes[exifStart + 1], 0xE1);
-    const std::size_t length = bare.bytes[exifStart + 2] * 256u + bare.bytes[exifStart + 3];
-    bare.bytes.erase(bare.bytes.begin() + exifStart, bare.bytes.begin() + exifStart + 2 + length);
-    ASSERT_EQ(commentOf(bare), "none");
-    const auto copy = copyOfJPEGMergingMetadata(bare, comment("new"));
-    ASSERT_TRUE(copy);
-    EXPECT_EQ(commentOf(*copy), "new");
-    EXPECT_TRUE(std::equal(bare.bytes.begin(), bare.bytes.begin() + exifStart, copy->bytes.begin()))
-        << "JFIF stays first";
-
-    base::Data rubbishExif = bare;
-    const std::string rubbish("\xFF\xE1\x00\x10"
-                              "Exif\0\0rubbish!",
-                              18);
-    rubbishExif.bytes.insert(rubbishExif.bytes.begin() + exifStart, rubbish.begin(), rubbish.end());
-    const auto mended = copyOfJPEGMergingMetadata(rubbishExif, comment("new"));
-    ASSERT_TRUE(mended);
-    EXPECT_EQ(commentOf(*mended), "new");
-}
-
-TEST(CopyOfJPEG, RefusesWhatIsNoWholeJPEG) {
-    const base::Data whole = encoded(picture(), "public.jpeg", properties());
-    for (std::size_t size = 0; size < whole.size(); size += 1 + size / 8) {
-        base::Data cut = whole;
-        cut.bytes.resize(size);
-        EXPECT_FALSE(copyOfJPEGMergingMetadata(cut, comment("x"))) << size;
-    }
-    EXPECT_FALSE(copyOfJPEGMergingMetadata(encoded(picture(), "public.png", {}), comment("x")));
-    base::Data trailing = whole; // pictures of some cameras carry more after their end
-    trailing.bytes.insert(trailing.bytes.end(), {1, 2, 3, 0xFF, 0xD8, 9});
-    const auto copy = copyOfJPEGMergingMetadata(trailing, comment("x"));
-    ASSERT_TRUE(copy);
-    EXPECT_EQ(copy->bytes.back(), 9);
-    EXPECT_FALSE(copyOfJPEGMergingMetadata(whole, comment(std::string(70000, 'x')))) << "too much for a segment";
 }

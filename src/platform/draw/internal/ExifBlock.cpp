@@ -199,9 +199,9 @@ base::Result<Bytes> exifBlock(const ExifOfImage& image) {
     if (!own) return base::failure(own.error());
     tags.insert(tags.end(), own->begin(), own->end());
     Bytes block = TiffStructure::empty(bigEndian);
-    const auto writes = TiffStructure::of(block)->writesFor(tags, false);
-    if (!writes) return noRoom();
-    apply(*writes, block);
+    const auto edit = TiffStructure::of(block)->editFor(tags, false);
+    if (!edit) return noRoom();
+    apply(*edit, block);
     return block;
 }
 
@@ -212,10 +212,10 @@ base::Result<Bytes> exifBlockMerging(std::span<const std::uint8_t> block, const 
         return base::failure(imageMetadataErrorDomain, unreadableExifBlock, "the EXIF metadata can't be read");
     const auto tags = tagsForProperties(properties, structure->isBigEndian());
     if (!tags) return base::failure(tags.error());
-    const auto writes = structure->writesFor(*tags, true);
-    if (!writes) return noRoom();
-    if (writes->empty()) return Bytes(block.begin(), block.end());
-    apply(*writes, merged);
+    const auto edit = structure->editFor(*tags, true);
+    if (!edit) return noRoom();
+    if (edit->writes.empty()) return Bytes(block.begin(), block.end());
+    apply(*edit, merged);
     return merged;
 }
 

@@ -133,13 +133,13 @@ base::Value exifComment(const std::vector<std::uint8_t>& bytes, bool bigEndian) 
     if (mark.starts_with("UNICODE")) {
         std::span<const std::uint8_t> units(bytes);
         units = units.subspan(std::min(markSize, units.size()));
-        // A mark of the order counts; without one some writers keep to their machine's order: what looks more like
-        // Latin letters is taken.
+        // A mark of the order counts; without one some writers keep to their machine's order, which shows where most
+        // are Latin letters.
         std::size_t zeros[2] = {0, 0};
         for (std::size_t at = 0; at + 1 < units.size(); ++at)
             if (units[at] == 0) ++zeros[at % 2];
         bool order = bigEndian;
-        if (zeros[0] != zeros[1]) order = zeros[0] > zeros[1];
+        if (4 * std::max(zeros[0], zeros[1]) > units.size()) order = zeros[0] > zeros[1];
         if (units.size() >= 2 && integerAt(units.data(), 2, true) == 0xFEFF) order = true;
         if (units.size() >= 2 && integerAt(units.data(), 2, false) == 0xFEFF) order = false;
         if (units.size() >= 2 && integerAt(units.data(), 2, order) == 0xFEFF) units = units.subspan(2);

@@ -95,9 +95,9 @@ base::Result<void> addTags(const Bitmap& bitmap, const base::Dictionary& propert
         tags->push_back({TiffPlace::exif, 0x9000, TiffType::undefined, {'0', '2', '3', '0'}}); // version
         tags->push_back({TiffPlace::exif, 0xA001, TiffType::shortInteger, std::move(isSRGB)});
     }
-    const auto writes = file->writesFor(*tags, true);
-    if (!writes) return base::failure(imageMetadataErrorDomain, 0, "the metadata finds no room");
-    for (const TiffWrite& write : *writes) {
+    const auto edit = file->editFor(*tags, false);
+    if (!edit) return base::failure(imageMetadataErrorDomain, 0, "the metadata finds no room");
+    for (const TiffWrite& write : edit->writes) {
         sink.seek(write.position);
         sink.write(write.bytes.data(), write.bytes.size());
     }

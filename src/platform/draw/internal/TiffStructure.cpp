@@ -158,7 +158,7 @@ public:
         }
     }
 
-    std::optional<std::vector<TiffWrite>> edit(const std::vector<TiffChange>& changes) {
+    std::optional<TiffEdit> edit(const std::vector<TiffChange>& changes) {
         TiffDirectory image;
         if (file_.first_ != 0) {
             auto present = file_.directoryAt(file_.first_);
@@ -169,12 +169,12 @@ public:
         bool changed = editSub(image, exifDirectoryTag, changes, TiffPlace::exif);
         changed = editSub(image, gpsDirectoryTag, changes, TiffPlace::gps) || changed;
         changed = change(image, changes, TiffPlace::image) || changed;
-        if (!changed) return std::vector<TiffWrite>();
+        if (!changed) return TiffEdit{{}, file_.size_};
         if (const std::uint64_t offset = place(image, file_.first_, formerCount); offset != file_.first_)
             writes_.push_back({static_cast<std::uint64_t>(file_.offsetSize()), offsetBytes(offset)});
         constexpr std::uint64_t largestClassic = 0xFFFFFFFF;
         if (!file_.isBig_ && end_ > largestClassic) return std::nullopt;
-        return std::move(writes_);
+        return TiffEdit{std::move(writes_), end_};
     }
 
 private:
@@ -239,26 +239,41 @@ private:
             if (!wanted.value.empty()) {
                 set(directory, wanted);
                 changed = true;
-            } else {
-                changed = std::erase_if(directory.entries,
-                                        [&](const TiffEntry& entry) { return entry.tag == wanted.tag; }) > 0 ||
-                          changed;
+                continue;
             }
+            changed = std::erase_if(directory.entries,
+                                    [&](const TiffEntry& entry) {
+                                        if (entry.tag != wanted.tag) return false;
+                                        giveBackEnd(entry);
+                                        return true;
+                                    }) > 0 ||
+                      changed;
         }
         return changed;
+    }
+
+    // A value that stands at the end, and shares its bytes with no other, leaves its room to what comes.
+    bool giveBackEnd(const TiffEntry& entry) {
+        const std::uint64_t length = file_.sizeOf(entry);
+        const std::uint64_t at = file_.number(entry.field.data(), file_.offsetSize());
+        const bool isInline = length <= static_cast<std::uint64_t>(file_.offsetSize());
+        if (isInline || at % 2 != 0 || at >= end_ || end_ - at != length + length % 2) return false;
+        if (!isReusable(at, length)) return false;
+        end_ = at;
+        return true;
     }
 
     void set(TiffDirectory& directory, const TiffChange& wanted) {
         auto& entries = directory.entries;
         auto entry = std::find_if(entries.begin(), entries.end(),
                                   [&](const TiffEntry& candidate) { return candidate.tag == wanted.tag; });
-        std::uint64_t formerSize = 0;
+        std::uint64_t formerSize = 0; // of the room that is left where it is
         if (entry == entries.end()) {
             entry = std::find_if(entries.begin(), entries.end(),
                                  [&](const TiffEntry& candidate) { return candidate.tag > wanted.tag; });
             entry = entries.insert(entry, TiffEntry{wanted.tag, 0, 0, {}});
         } else {
-            formerSize = file_.sizeOf(*entry);
+            formerSize = giveBackEnd(*entry) ? 0 : file_.sizeOf(*entry);
             entries.erase(std::remove_if(entry + 1, entries.end(), // else a second one could count in its place
                                          [&](const TiffEntry& further) { return further.tag == wanted.tag; }),
                           entries.end());
@@ -306,17 +321,17 @@ private:
     std::vector<TiffWrite> writes_;
 };
 
-std::optional<std::vector<TiffWrite>> TiffStructure::writesFor(const std::vector<TiffChange>& changes,
-                                                               bool reusesRoom) const {
+std::optional<TiffEdit> TiffStructure::editFor(const std::vector<TiffChange>& changes, bool reusesRoom) const {
     return Editor(*this, reusesRoom).edit(changes);
 }
 
-void apply(const std::vector<TiffWrite>& writes, Bytes& bytes) {
-    for (const TiffWrite& write : writes) {
+void apply(const TiffEdit& edit, Bytes& bytes) {
+    for (const TiffWrite& write : edit.writes) {
         const auto position = static_cast<std::size_t>(write.position);
         if (position + write.bytes.size() > bytes.size()) bytes.resize(position + write.bytes.size());
         std::copy(write.bytes.begin(), write.bytes.end(), bytes.begin() + static_cast<std::ptrdiff_t>(position));
     }
+    bytes.resize(static_cast<std::size_t>(edit.size));
 }
 
 Bytes exifBlockOfPage(const TiffStructure& file, std::uint64_t directoryOffset) {
@@ -343,9 +358,9 @@ Bytes exifBlockOfPage(const TiffStructure& file, std::uint64_t directoryOffset) 
     if (tags.empty()) return {};
     Bytes block = TiffStructure::empty(file.isBigEndian());
     const auto structure = TiffStructure::of(block);
-    const auto writes = structure->writesFor(tags, false);
-    if (!writes) return {};
-    apply(*writes, block);
+    const auto edit = structure->editFor(tags, false);
+    if (!edit) return {};
+    apply(*edit, block);
     return block;
 }
 

@@ -60,6 +60,11 @@ struct TiffWrite {
     Bytes bytes;
 };
 
+struct TiffEdit {
+    std::vector<TiffWrite> writes;
+    std::uint64_t size = 0; ///< Of the structure afterwards.
+};
+
 class TiffStructure {
 public:
     /// Nothing for what is no TIFF structure.
@@ -81,14 +86,14 @@ public:
     std::optional<Bytes> valueOf(const TiffEntry& entry, std::uint64_t maximum) const;
     /// The whole numbers of a value.
     std::vector<std::uint64_t> integersOf(const TiffEntry& entry, std::uint64_t maximumCount) const;
-    /// Whether the stripes and tiles of a directory's picture lie inside.
-    bool holdsPixelsOf(const TiffDirectory& directory) const;
+    /// Whether the values of a directory, and the stripes and tiles of its picture, lie inside.
+    bool holds(const TiffDirectory& directory) const;
     std::uint64_t size() const { return size_; }
 
-    /// What to write where so that the changes stand. Former values stay where they are, unused, and directories that
-    /// change are written anew behind the end; with `reusesRoom` what is no larger than before takes its former place.
-    /// Nothing when the first directory is broken, or the structure would outgrow its offsets.
-    std::optional<std::vector<TiffWrite>> writesFor(const std::vector<TiffChange>& changes, bool reusesRoom) const;
+    /// What makes the changes. Former values stay where they are, unused, and directories that change are written anew
+    /// behind the end; with `reusesRoom` what is no larger than before takes its former place, and what stood at the
+    /// end gives its room back. Nothing when the first directory is broken, or the structure would outgrow its offsets.
+    std::optional<TiffEdit> editFor(const std::vector<TiffChange>& changes, bool reusesRoom) const;
 
 private:
     class Editor;
@@ -104,8 +109,8 @@ private:
     std::uint64_t first_ = 0;
 };
 
-/// The writes made to bytes in memory.
-void apply(const std::vector<TiffWrite>& writes, Bytes& bytes);
+/// The edit of a structure in memory.
+void apply(const TiffEdit& edit, Bytes& bytes);
 
 /// The tags of one page of a TIFF file as an EXIF block, but for those that say where its pixels lie and very large
 /// ones. Empty when the page has none.
