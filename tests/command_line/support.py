@@ -47,7 +47,7 @@ def decoded(path):
     """A picture file as the bytes of an upright PNG; of several pictures the first, of PDF at a pixel a point."""
     if str(path).endswith(".pdf"):
         return run("pdftocairo", "-png", "-singlefile", "-r", "72", str(path), "-")
-    return run("convert", f"{path}[0]", "-auto-orient", "png:-")
+    return run("convert", f"{path}[0]", "-auto-orient", "-strip", "png:-")
 
 
 class Picture:

@@ -121,15 +121,29 @@ class Convert(ImageTest):
 
     def test_every_orientation_becomes_upright_to_the_bit(self):
         upright = self.noise("upright.png")
-        for orientation, steps in STORED.items():
-            with self.subTest(orientation):
-                stored = self.folder / "stored.tif"
-                run("convert", str(upright), *steps, str(stored))
-                run("exiftool", "-q", "-overwrite_original", "-n", f"-Orientation={orientation}", str(stored))
+        for orientation, kind in [*((number, "tif") for number in STORED), (5, "png"), (6, "psd"), (7, "webp")]:
+            with self.subTest(orientation, kind=kind):
+                stored = self.folder / f"stored.{kind}"
+                run("convert", str(upright), *STORED[orientation], "-define", "webp:lossless=true", str(stored))
+                run("exiftool", "-q", "-q", "-overwrite_original", "-n", f"-Orientation={orientation}", str(stored))
                 out = self.folder / "out.png"
                 self.assertEqual(self.image("convert", stored, out), f"{out}\n")
                 self.assert_like(out, upright, 0)
                 self.assertEqual(metadata(out).get("Orientation"), 1)
+
+    def test_what_is_read_has_the_pixels_that_others_see(self):
+        for name, options in (("a.jpg", ["-interlace", "JPEG"]), ("p.png", ["-colors", "50", "-type", "Palette"]),
+                              ("d.png", ["-depth", "16"]), ("g.png", ["-colorspace", "Gray", "-interlace", "PNG"]),
+                              ("t.tif", ["-compress", "LZW", "-define", "tiff:tile-geometry=16x16"]),
+                              ("z.tif", ["-depth", "16", "-compress", "Zip"]), ("a.gif", []), ("a.bmp", []),
+                              ("a.webp", ["-define", "webp:lossless=true"]), ("a.heic", []), ("a.psd", ["-depth", "16"])):
+            with self.subTest(name):
+                source = self.noise(name, *options)
+                others = self.folder / "others.png"
+                others.write_bytes(decoded(source))
+                self.image("convert", source, self.folder / "out.png")
+                # Half the colour resolution can be brought back in more than one way.
+                self.assert_like(self.folder / "out.png", others, 0.03 if name.endswith("heic") else 0.006)
 
     def test_every_type_holds_pixels_profile_and_metadata(self):
         source = photograph(self.folder / "a.jpg", 240, 160, 6)
