@@ -36,6 +36,7 @@ const std::vector<Type>& types() {
         {kUTTypeBMP, {"bmp"}, {kUTTypeImage}},
         {kUTTypeWebP, {"webp"}, {kUTTypeImage}},
         {kUTTypeHEIC, {"heic"}, {kUTTypeImage}},
+        {kUTTypeHEIF, {"heif", "hif"}, {kUTTypeImage}},
         {kUTTypePhotoshop, {"psd"}, {kUTTypeImage}},
     };
     return table;

@@ -27,6 +27,7 @@ inline constexpr std::string_view kUTTypeGIF = "com.compuserve.gif";
 inline constexpr std::string_view kUTTypeBMP = "com.microsoft.bmp";
 inline constexpr std::string_view kUTTypeWebP = "org.webmproject.webp";
 inline constexpr std::string_view kUTTypeHEIC = "public.heic";
+inline constexpr std::string_view kUTTypeHEIF = "public.heif";
 inline constexpr std::string_view kUTTypePhotoshop = "com.adobe.photoshop-image";
 inline constexpr std::string_view kUTTypePDF = "com.adobe.pdf";
 inline constexpr std::string_view kUTTypePropertyList = "com.apple.property-list";

@@ -171,6 +171,39 @@ private:
     int rowsLeft_ = 0;
 };
 
+/// Ten or twelve bits, widened to 16.
+class HeicDeepReader final : public DeepReader {
+public:
+    HeicDeepReader(Owned<heif_image> image, bool alpha, bool premultiplied) : image_(std::move(image)) {
+        format_ = {3, alpha, alpha && premultiplied};
+        int stride = 0;
+        next_ = heif_image_get_plane_readonly(image_.get(), heif_channel_interleaved, &stride);
+        stride_ = static_cast<std::size_t>(stride);
+        samples_ = static_cast<std::size_t>(heif_image_get_width(image_.get(), heif_channel_interleaved)) *
+                   format_.samplesPerPixel();
+        rowsLeft_ = heif_image_get_height(image_.get(), heif_channel_interleaved);
+        largest_ = (1u << heif_image_get_bits_per_pixel_range(image_.get(), heif_channel_interleaved)) - 1;
+    }
+
+    base::Result<void> readRow(std::uint16_t* row) override {
+        if (rowsLeft_-- <= 0) return {};
+        for (std::size_t i = 0; i < samples_; ++i) {
+            const std::uint32_t value = next_[2 * i] | static_cast<std::uint32_t>(next_[2 * i + 1]) << 8;
+            row[i] = static_cast<std::uint16_t>((std::min(value, largest_) * 65535u + largest_ / 2) / largest_);
+        }
+        next_ += stride_;
+        return {};
+    }
+
+private:
+    Owned<heif_image> image_;
+    const std::uint8_t* next_ = nullptr;
+    std::size_t stride_ = 0;
+    std::size_t samples_ = 0;
+    int rowsLeft_ = 0;
+    std::uint32_t largest_ = 1;
+};
+
 class HeicSource final : public PixelSource {
 public:
     HeicSource(std::shared_ptr<const ByteSource> bytes, heif_item_id identifier, std::size_t index,
@@ -182,9 +215,26 @@ public:
         colorSpace_ = std::move(colorSpace);
         identity_ = bytes_->identity();
         index_ = index;
+        bits_ = heif_image_handle_get_luma_bits_per_pixel(&handle);
     }
 
     base::Result<std::unique_ptr<BandReader>> open(const PixelRect& region, int) const override {
+        auto image = decoded(opaque_ ? heif_chroma_interleaved_RGB : heif_chroma_interleaved_RGBA);
+        if (!image) return base::failure(image.error());
+        const bool premultiplied = heif_image_is_premultiplied_alpha(image->get()) != 0;
+        return std::make_unique<HeicBandReader>(std::move(*image), region, !opaque_, premultiplied);
+    }
+
+    base::Result<std::unique_ptr<DeepReader>> openDeep() const override {
+        if (bits_ <= 8) return nullptr;
+        auto image = decoded(opaque_ ? heif_chroma_interleaved_RRGGBB_LE : heif_chroma_interleaved_RRGGBBAA_LE);
+        if (!image) return base::failure(image.error());
+        const bool premultiplied = heif_image_is_premultiplied_alpha(image->get()) != 0;
+        return std::make_unique<HeicDeepReader>(std::move(*image), !opaque_, premultiplied);
+    }
+
+private:
+    base::Result<Owned<heif_image>> decoded(heif_chroma chroma) const {
         auto container = openContainer(bytes_);
         if (!container) return base::failure(container.error());
         auto handle = (*container)->picture(identifier_);
@@ -192,27 +242,23 @@ public:
         const Owned<heif_decoding_options> options(heif_decoding_options_alloc());
         if (!options) return pictureFailure(*bytes_, "no memory");
         options->strict_decoding = 1;
-        // Ten and twelve bits end here; a reading that keeps them asks for heif_chroma_interleaved_RRGGBB(AA)_LE.
-        options->convert_hdr_to_8bit = 1;
-        heif_image* decoded = nullptr;
+        options->convert_hdr_to_8bit = chroma == heif_chroma_interleaved_RGB || chroma == heif_chroma_interleaved_RGBA;
+        heif_image* found = nullptr;
         const auto done = (*container)->guarded([&] {
-            return heif_decode_image(handle->get(), &decoded, heif_colorspace_RGB,
-                                     opaque_ ? heif_chroma_interleaved_RGB : heif_chroma_interleaved_RGBA,
-                                     options.get());
+            return heif_decode_image(handle->get(), &found, heif_colorspace_RGB, chroma, options.get());
         });
-        Owned<heif_image> image(decoded);
+        Owned<heif_image> image(found);
         if (!done) return base::failure(done.error());
         // The coded picture has a size of its own, which need not be the one that was announced.
-        if (heif_image_get_width(decoded, heif_channel_interleaved) != width_ ||
-            heif_image_get_height(decoded, heif_channel_interleaved) != height_)
+        if (heif_image_get_width(found, heif_channel_interleaved) != width_ ||
+            heif_image_get_height(found, heif_channel_interleaved) != height_)
             return pictureFailure(*bytes_, "it is not of the size that it announces");
-        const bool premultiplied = heif_image_is_premultiplied_alpha(decoded) != 0;
-        return std::make_unique<HeicBandReader>(std::move(image), region, !opaque_, premultiplied);
+        return image;
     }
 
-private:
     std::shared_ptr<const ByteSource> bytes_;
     heif_item_id identifier_;
+    int bits_; // a component
 };
 
 ColorSpaceRef colorSpaceOf(const Container& container, const heif_image_handle& handle) {
