@@ -9,7 +9,7 @@
 namespace platform::draw {
 
 /// As PDFDocument::createWithURL.
-base::Result<PDFDocumentRef> openPdfDocument(const ByteSource& bytes);
+base::Result<PDFDocumentRef> openPdfDocument(const ByteSource& source);
 
 /// Draws the page, cut to its crop box, on a Cairo context whose space is the page's user space (y up). Colours are
 /// sRGB. Failures are those of the Cairo context.

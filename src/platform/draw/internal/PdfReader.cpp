@@ -107,26 +107,27 @@ private:
 } // namespace
 
 base::Result<std::vector<Picture>> openPdf(std::shared_ptr<const ByteSource> bytes) {
-    const auto document = openPdfDocument(*bytes);
+    const std::shared_ptr<const ByteSource> source = std::move(bytes); // every page keeps it
+    const auto document = openPdfDocument(*source);
     if (!document) return base::failure(document.error());
     std::vector<Picture> pictures;
     for (int number = 1; number <= (*document)->pageCount(); ++number) {
         const auto page = (*document)->page(number);
-        if (!page) return pictureFailure(*bytes, "page " + std::to_string(number) + " is damaged");
+        if (!page) return pictureFailure(*source, "page " + std::to_string(number) + " is damaged");
         const base::Size size = displayedSize(*page);
-        if (!(size.width > 0 && size.height > 0)) return pictureFailure(*bytes, "it has no pixels");
+        if (!(size.width > 0 && size.height > 0)) return pictureFailure(*source, "it has no pixels");
         if (size.width > largestPageSide || size.height > largestPageSide)
-            return pictureFailure(*bytes, "page " + std::to_string(number) + " is larger than " +
-                                              std::to_string(static_cast<int>(largestPageSide)) + " points");
+            return pictureFailure(*source, "page " + std::to_string(number) + " is larger than " +
+                                               std::to_string(static_cast<int>(largestPageSide)) + " points");
         const int width = std::max(1, static_cast<int>(std::lround(size.width)));
         const int height = std::max(1, static_cast<int>(std::lround(size.height)));
         if (auto allowed =
-                checkPictureSize(*bytes, static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height));
+                checkPictureSize(*source, static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height));
             !allowed)
             return base::failure(allowed.error());
         Picture picture;
         picture.dpiWidth = picture.dpiHeight = 72;
-        picture.pixels = std::make_shared<PdfSource>(bytes, width, height, pictures.size());
+        picture.pixels = std::make_shared<PdfSource>(source, width, height, pictures.size());
         pictures.push_back(std::move(picture));
     }
     return pictures;
