@@ -87,7 +87,8 @@ class Codes(CommandLineTest):
         self.assertEqual(self.code("read", path), "a\\nb\\tc\\n\\x1d\n")
         self.assertEqual(run("zbarimg", "-q", "--nodbus", "--raw", path).decode(), "a\nb\tc\\n\x1d\n")
         pieces = [self.make("qrcode", "above", "1.png"), self.make("code128", "below", "2.png")]
-        run("convert", *pieces, "-strip", "-bordercolor", "white", "-border", "50", "-append", str(self.home.path / "both.png"))
+        run("convert", *pieces, "-strip", "-bordercolor", "white", "-border", "50", "-append",
+            str(self.home.path / "both.png"))
         self.assertEqual(self.code("read", "both.png"), "above\nbelow\n")
 
     def test_pictures_without_a_code(self):

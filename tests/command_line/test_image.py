@@ -20,8 +20,10 @@ def p3_profile():
         return struct.pack(">i", round(value * 65536))
     name = b"Test P3\0"
     tags = {b"desc": b"desc" + bytes(4) + struct.pack(">I", len(name)) + name + bytes(78),
-            b"cprt": b"text" + bytes(4) + b"none\0", b"wtpt": b"XYZ " + bytes(4) + number(0.9642) + number(1) + number(0.8249)}
-    for colour, values in (("r", (0.5151, 0.2412, -0.0011)), ("g", (0.2920, 0.6922, 0.0419)), ("b", (0.1571, 0.0666, 0.7841))):
+            b"cprt": b"text" + bytes(4) + b"none\0",
+            b"wtpt": b"XYZ " + bytes(4) + number(0.9642) + number(1) + number(0.8249)}
+    for colour, values in (("r", (0.5151, 0.2412, -0.0011)), ("g", (0.2920, 0.6922, 0.0419)),
+                           ("b", (0.1571, 0.0666, 0.7841))):
         tags[f"{colour}XYZ".encode()] = b"XYZ " + bytes(4) + b"".join(map(number, values))
         tags[f"{colour}TRC".encode()] = b"curv" + bytes(4) + struct.pack(">IH", 1, round(2.2 * 256))
     table, body, start = b"", b"", 128 + 4 + 12 * len(tags)
@@ -97,8 +99,8 @@ class Info(ImageTest):
 
     def test_strange_metadata_is_valid_json_and_harmless_on_a_terminal(self):
         path = photograph(self.folder / "a.jpg")
-        run("exiftool", "-q", "-overwrite_original", "-ImageDescription=AAAAAAAA", "-Make=x\"\\\n\x1b[31m", "-FocalLength=inf",
-            "-n", "-UserComment=größer", str(path))
+        run("exiftool", "-q", "-overwrite_original", "-n", "-ImageDescription=AAAAAAAA", "-Make=x\"\\\n\x1b[31m",
+            "-FocalLength=inf", "-UserComment=größer", str(path))
         path.write_bytes(path.read_bytes().replace(b"AAAAAAAA", b"\xff\xfe\xc3(\x80AA\x07"))
         properties = self.info(path)["properties"]
         self.assertEqual(properties["{TIFF}"]["Make"], "x\"\\\n\x1b[31m")
@@ -136,7 +138,8 @@ class Convert(ImageTest):
                               ("d.png", ["-depth", "16"]), ("g.png", ["-colorspace", "Gray", "-interlace", "PNG"]),
                               ("t.tif", ["-compress", "LZW", "-define", "tiff:tile-geometry=16x16"]),
                               ("z.tif", ["-depth", "16", "-compress", "Zip"]), ("a.gif", []), ("a.bmp", []),
-                              ("a.webp", ["-define", "webp:lossless=true"]), ("a.heic", []), ("a.psd", ["-depth", "16"])):
+                              ("a.webp", ["-define", "webp:lossless=true"]), ("a.heic", []),
+                              ("a.psd", ["-depth", "16"])):
             with self.subTest(name):
                 source = self.noise(name, *options)
                 others = self.folder / "others.png"
@@ -155,8 +158,8 @@ class Convert(ImageTest):
                 ("b.pdf", "b.pdf", "PDF", 0.02)):
             with self.subTest(name):
                 path = self.folder / written
-                self.assertEqual(self.image("convert", source, self.folder / name, "--comment", "größer", "--quality", "1"),
-                                 f"{path}\n")
+                options = ("--comment", "größer", "--quality", "1")
+                self.assertEqual(self.image("convert", source, self.folder / name, *options), f"{path}\n")
                 tags = metadata(path, "-ICC_Profile:ProfileDescription", "-all")
                 self.assertEqual(tags["FileType"], kind)
                 self.assert_like(path, upright, limit)
@@ -215,8 +218,8 @@ class Convert(ImageTest):
     def test_what_cannot_be_done_leaves_nothing(self):
         good = photograph(self.folder / "good.jpg", 600, 400)
         png, jpeg = self.noise("whole.png").read_bytes(), good.read_bytes()
-        for name, content in (("rubbish.jpg", b"no picture at all"), ("empty.png", b""), ("cut.jpg", jpeg[:len(jpeg) // 2]),
-                              ("cut.png", png[:len(png) // 2])):
+        for name, content in (("rubbish.jpg", b"no picture at all"), ("empty.png", b""),
+                              ("cut.jpg", jpeg[:len(jpeg) // 2]), ("cut.png", png[:len(png) // 2])):
             (self.folder / name).write_bytes(content)
         before = self.files()
         for source, target, reason in (("rubbish.jpg", "out.png", "rubbish.jpg"), ("empty.png", "out.png", "empty"),
