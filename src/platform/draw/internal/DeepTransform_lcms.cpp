@@ -65,9 +65,11 @@ private:
 
 base::Result<TransformRef> transformFrom(const Profile& from, cmsUInt32Number format, const std::string& name) {
     const Profile to = openProfile(ColorSpace::sRGB()->iccData().bytes);
-    Transform transform(from && to ? cmsCreateTransform(from.get(), format, to.get(), TYPE_RGB_16, INTENT_PERCEPTUAL,
-                                                        cmsFLAGS_BLACKPOINTCOMPENSATION)
-                                   : nullptr);
+    // Not gathered into one table: that is wrong by a tenth where colours are clipped.
+    constexpr cmsUInt32Number flags = cmsFLAGS_BLACKPOINTCOMPENSATION | cmsFLAGS_NOOPTIMIZE;
+    Transform transform(
+        from && to ? cmsCreateTransform(from.get(), format, to.get(), TYPE_RGB_16, renderingIntentOf(from.get()), flags)
+                   : nullptr);
     if (!transform)
         return base::failure(base::cocoaErrorDomain, 0, "the colour profile \"" + name + "\" can't be converted");
     return std::make_shared<ProfileTransform>(std::move(transform));
