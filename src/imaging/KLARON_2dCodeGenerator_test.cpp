@@ -156,6 +156,10 @@ TEST(CodeGenerator, OptionsReachTheSymbol) {
     bars.setMessage("Velm");
     bars.setQuietSpace(20);
     EXPECT_EQ(bars.createOutputImage()->width(), 16 * (93 + 26));
+    bars.setOptions({{"inputQuietSpace", -5}}); // as good as none
+    EXPECT_EQ(bars.createOutputImage()->width(), 16 * (93 - 14));
+    bars.setOptions({{"inputQuietSpace", 21}}); // passed over
+    EXPECT_EQ(bars.createOutputImage()->width(), 16 * 93);
 }
 
 TEST(CodeGenerator, LogsWhatItCantMake) {
