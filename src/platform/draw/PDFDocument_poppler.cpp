@@ -1,5 +1,6 @@
 // Poppler has two faces, and neither is enough: the one for GLib draws on Cairo but hides a page's rotation, the one
 // for C++ tells it but draws on bitmaps of its own only. So a document is opened through both.
+#include "base/Text.h"
 #include "internal/PdfPages.h"
 #include "platform/draw/PDFDocument.h"
 
@@ -70,6 +71,17 @@ base::Result<base::Data> allBytes(const ByteSource& source) {
     return data;
 }
 
+// The library would gather what is there of half a document, and show half of it.
+bool isCutOff(std::string_view text) {
+    if (text.substr(text.size() - std::min(text.size(), markReach)).find("%%EOF") == std::string_view::npos)
+        return true;
+    // A document made for reading over a network has an end mark at its front too, and tells its own length there.
+    const std::string_view beginning = text.substr(0, markReach);
+    const std::size_t length = beginning.find("/L ");
+    return beginning.find("/Linearized") != std::string_view::npos && length != std::string_view::npos &&
+           base::integerValue(beginning.substr(length + 3)) > static_cast<std::int64_t>(text.size());
+}
+
 Rect rectOf(const poppler::rectf& rect) {
     return {rect.x(), rect.y(), rect.width(), rect.height()};
 }
@@ -112,9 +124,7 @@ base::Result<PDFDocumentRef> openPdfDocument(const ByteSource& source) {
     const std::string_view text = storage->bytes.asText();
     if (text.substr(0, markReach).find("%PDF-") == std::string_view::npos)
         return pictureFailure(source, "it is not a PDF document");
-    // The library would gather what is there of half a document, and show half of it.
-    if (text.substr(text.size() - std::min(text.size(), markReach)).find("%%EOF") == std::string_view::npos)
-        return pictureFailure(source, "the file is cut off");
+    if (isCutOff(text)) return pictureFailure(source, "the file is cut off");
     const std::lock_guard lock(libraryMutex); // ends before `storage` does
     storage->facts.reset(poppler::document::load_from_raw_data(text.data(), static_cast<int>(text.size())));
     if (!storage->facts) return pictureFailure(source, "the PDF document is damaged");

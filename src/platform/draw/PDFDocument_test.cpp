@@ -247,6 +247,7 @@ TEST(PDFDocument, RefusesWhatIsNoWholeDocument) {
         {"%PDF-1.4\n" + std::string(5000, 'x') + "%%EOF", "the PDF document"},
         {pdfOf({markedPage()}, lock), "the PDF document needs a password"},
         {pdfOf({}), "the PDF document has no pages"},
+        {"%PDF-1.4\n% << /Linearized 1 /L 9999 >>\n" + pdfOf({markedPage()}), "the file is cut off"},
         {pdfOf({{"/MediaBox [0 0 40000 10]", ""}}), "page 1 is larger than 32767 points"},
         {pdfOf({{"/MediaBox [0 0 30000 30000]", ""}}), "more than the limit of 400 million"},
     };
