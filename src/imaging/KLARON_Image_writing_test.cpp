@@ -1,11 +1,16 @@
 #include "base/Log.h"
 #include "imaging/KLARON_Image.h"
 #include "platform/data/Dates.h"
+#include "support/CommandOutput.h"
+#include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
+#include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <set>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -99,6 +104,53 @@ TEST(KLARON_ImageWriting, WritersAtTheSameMomentNeverTakeTheSameName) {
     EXPECT_EQ(filesBelow(folder.path()), told);
 }
 
+TEST(KLARON_ImageWriting, ProcessesAtTheSameMomentNeverTakeTheSameName) {
+    const support::TemporaryDirectory folder;
+    constexpr int processes = 3, pictures = 6;
+    std::vector<pid_t> children;
+    for (int process = 0; process < processes; ++process) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            bool done = true;
+            for (int index = 0; index < pictures; ++index)
+                done = KLARON_Image::writeImage(picture(), folder / "same.jpg",
+                                                option(klaronImageKey_overwriteExistingFile, false), nullptr) &&
+                       done;
+            ::_exit(done ? 0 : 1);
+        }
+        children.push_back(child);
+    }
+    for (const pid_t child : children) {
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(filesBelow(folder.path()).size(), std::size_t{processes * pictures});
+}
+
+TEST(KLARON_ImageWriting, LeavesNothingHalfOnAFullDisk) {
+    for (const char* type :
+         {"public.jpeg", "public.tiff", "public.png", "public.heic", "com.adobe.photoshop-image", "com.adobe.pdf"}) {
+        const support::TemporaryDirectory folder;
+        rlimit former;
+        ::getrlimit(RLIMIT_FSIZE, &former);
+        const auto formerHandler = std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit small{300, former.rlim_max}; // as on a full disk, writing fails
+        ::setrlimit(RLIMIT_FSIZE, &small);
+        std::optional<base::Error> error;
+        const support::LogCapture log;
+        const bool written =
+            KLARON_Image::writeImage(picture(), folder / "a", option(klaronImageKey_utType, type), &error);
+        ::setrlimit(RLIMIT_FSIZE, &former);
+        std::signal(SIGXFSZ, formerHandler);
+        EXPECT_FALSE(written);
+        EXPECT_EQ(error->localizedDescription, "Failed to finalize image to " + folder / "a");
+        EXPECT_TRUE(log.has("File too large")) << type;
+        EXPECT_EQ(filesBelow(folder.path()), Names{}) << type;
+    }
+}
+
 TEST(KLARON_ImageWriting, WritesNothingWhereNoFileIsNamed) {
     const support::TemporaryDirectory folder;
     ASSERT_TRUE(KLARON_Image::writeImage(picture(), folder / "a", nullptr));
@@ -138,6 +190,40 @@ TEST(KLARON_ImageWriting, WritesItsMetadata) {
         EXPECT_EQ(exifText(folder / "a.jpeg", kCGImagePropertyExifDateTimeDigitized), today);
         EXPECT_EQ(KLARON_Image::orientationForImage(folder / "a.jpeg"), 1);
     }
+    platform::data::setDateSource(former);
+}
+
+TEST(KLARON_ImageWriting, AnotherProgramReadsTheMetadataOfEachType) {
+    const support::TemporaryDirectory folder;
+    const auto former = platform::data::setDateSource(
+        [] { return base::Date(std::chrono::sys_days{std::chrono::year{2026} / 3 / 15} + std::chrono::hours(10)); });
+    const std::string time = platform::data::stringWithUTSFormat(platform::data::now(), "yyyy:MM:dd HH:mm:ss");
+    const std::string comment = "Gr\xC3\xBC\xC3\x9F"
+                                "e <order id=\"7\"/> & \xE2\x82\xAC";
+    const std::vector<std::string> tags = {"UserComment",       "DateTimeOriginal",     "CreateDate#",
+                                           "IFD0:Orientation#", "MakerNoteUnknownText", "ProfileDescription"};
+    const std::vector<std::string> all = {comment, time, time, "1", "VELM XML", "sRGB IEC61966-2.1"};
+    // A document is upright in itself; its note stands among its keywords, its profile with its picture.
+    const std::vector<std::string> document = {comment, time, time, "-", "-", "-"};
+    for (const auto& [type, extension] : {std::pair{"public.jpeg", "jpeg"},
+                                          {"public.tiff", "tiff"},
+                                          {"public.png", "png"},
+                                          {"public.heic", "heic"},
+                                          {"com.adobe.photoshop-image", "psd"},
+                                          {"com.adobe.pdf", "pdf"}}) {
+        std::vector<base::URL> files;
+        ASSERT_TRUE(KLARON_Image::writeImage(
+            picture(), folder / "a.jpg",
+            {{std::string(klaronImageKey_utType), type}, {std::string(klaronImageKey_exifComment), comment}}, nullptr,
+            &files));
+        EXPECT_EQ(files, std::vector{base::URL::fileURLWithPath(folder / ("a." + std::string(extension)))});
+        const auto found = support::exiftool(files.at(0).path(), tags);
+        if (!found) GTEST_SKIP() << "exiftool is not installed";
+        EXPECT_EQ(*found, type == std::string("com.adobe.pdf") ? document : all) << type;
+    }
+    EXPECT_EQ(support::exiftool(folder / "a.pdf", {"XMP-pdf:Keywords"})->at(0), "VELM XML");
+    const auto images = support::commandOutput("pdfimages -list '" + folder / "a.pdf" + "'");
+    if (images) EXPECT_NE(images->find(" icc "), std::string::npos) << *images;
     platform::data::setDateSource(former);
 }
 

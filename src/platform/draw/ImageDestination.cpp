@@ -14,12 +14,9 @@ struct WritableType {
     PictureEncoder encode;
 };
 constexpr WritableType writableTypes[] = {
-    {"public.jpeg", encodeJPEG},
-    {"public.png", encodePNG},
-    {"public.tiff", encodeTIFF},
-    {"com.adobe.photoshop-image", encodePSD},
-    {"com.adobe.pdf", encodePDF},
-    {"public.heic", encodeHEIC},
+    {"public.jpeg", encodeJPEG},  {"public.png", encodePNG},
+    {"public.tiff", encodeTIFF},  {"com.adobe.photoshop-image", encodePSD},
+    {"com.adobe.pdf", encodePDF}, {"public.heic", encodeHEIC},
 };
 
 const WritableType* writableType(std::string_view typeIdentifier) {
@@ -50,7 +47,9 @@ public:
         if (!exif) return base::failure(exif.error());
         options.exif = std::move(*exif);
         options.properties = properties_;
-        if (auto encoded = encode_(*bitmap, options, *sink_); !encoded) return encoded;
+        auto encoded = encode_(*bitmap, options, *sink_);
+        if (const auto why = sink_->failure()) return base::failure(*why); // of which an encoder may only see traces
+        if (!encoded) return encoded;
         return sink_->commit();
     }
 

@@ -74,6 +74,7 @@ public:
         temporaryPath_.clear();
         return {};
     }
+    std::optional<base::Error> failure() const override { return failure_; }
     base::URL url() const override { return url_; }
     base::Data takeData() override { return {}; }
 

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 
 namespace platform::draw {
@@ -25,6 +26,8 @@ public:
     virtual std::uint64_t position() const = 0;
     virtual std::uint64_t size() const = 0;
     virtual base::Result<void> commit() = 0;
+    /// The first failure so far.
+    virtual std::optional<base::Error> failure() const { return std::nullopt; }
     /// Where the bytes stand after commit(); no URL of a file for those in memory.
     virtual base::URL url() const = 0;
     /// The bytes of a sink in memory.
