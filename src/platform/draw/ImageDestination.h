@@ -1,5 +1,6 @@
-// Writes one image to a file or to memory: as JPEG, PNG or TIFF, with its ICC profile and metadata. A file is written
-// aside, row by row, and appears whole under its name when it is finalized, or not at all. An object of one thread.
+// Writes one image to a file or to memory, with its ICC profile and metadata, and copies of picture files with changed
+// metadata. A file is written aside, row by row, and appears whole under its name when it is finalized, or not at all.
+// An object of one thread; the functions belong to any.
 #pragma once
 
 #include "base/Error.h"
@@ -19,7 +20,8 @@ using NextName = std::function<base::URL(const base::URL& taken)>;
 
 class ImageDestination {
 public:
-    /// Type identifiers that can be written: "public.jpeg", "public.png", "public.tiff".
+    /// Type identifiers that can be written: "public.jpeg", "public.png", "public.tiff", "public.heic",
+    /// "com.adobe.photoshop-image", "com.adobe.pdf".
     static bool canWriteType(std::string_view typeIdentifier);
     static std::vector<std::string_view> writableTypeIdentifiers();
 
@@ -33,9 +35,9 @@ public:
     /// Without finalize() the file that was begun is removed.
     virtual ~ImageDestination() = default;
 
-    /// The image to write, in its own colour space, and its properties: kCGImagePropertyOrientation,
-    /// kCGImagePropertyExifDictionary, kCGImageDestinationLossyCompressionQuality (0 to 1, 0.8 when absent). JPEG
-    /// subsamples colour below quality 0.9 and lays transparent pixels on white. A later call replaces an earlier one.
+    /// The image to write, in its own colour space, and its properties: those for which canWriteProperty answers yes,
+    /// and kCGImageDestinationLossyCompressionQuality (0 to 1, 0.8 when absent). JPEG subsamples colour below quality
+    /// 0.9 and lays transparent pixels on white. A later call replaces an earlier one.
     virtual void addImage(ImageRef image, base::Dictionary properties) = 0;
     /// Encodes and writes. A picture that can't be decoded whole fails here and leaves no file.
     virtual base::Result<void> finalize() = 0;
