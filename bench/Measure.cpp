@@ -1,6 +1,8 @@
 #include "Measure.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <fstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +22,13 @@ double processorTime() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return secondsOf(usage);
+}
+
+long peakKilobytes() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmHWM:")) return std::atol(line.c_str() + 6);
+    return 0;
 }
 
 ProcessRun run(const std::vector<std::string>& arguments) {
@@ -48,7 +57,6 @@ ProcessRun run(const std::vector<std::string>& arguments) {
     if (child < 0 || wait4(child, &status, 0, &usage) != child) return result;
     result.succeeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     result.seconds = secondsOf(usage);
-    result.peakKilobytes = usage.ru_maxrss;
     return result;
 }
 

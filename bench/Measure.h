@@ -10,10 +10,13 @@ namespace bench {
 /// User and system time that all threads of this process have used, in seconds.
 double processorTime();
 
+/// The most memory that this process has held since its program began. (What the system tells of a child that has ended
+/// counts its life before, as a copy of its parent.)
+long peakKilobytes();
+
 struct ProcessRun {
     bool succeeded = false;
     double seconds = 0; ///< Processor time, with that of the processes that it started and waited for.
-    long peakKilobytes = 0;
     std::string output; ///< Standard output.
 };
 /// Runs a program with its arguments and waits for it; its standard error is ours.

@@ -35,32 +35,51 @@ std::string textLayer(const std::string& frame, const std::string& text, int siz
 
 } // namespace
 
-Photographs photographsIn(const std::string& folder) {
-    Photographs paths;
+namespace {
+
+bool make(const samples::Photograph& photograph, const std::string& path) {
     std::error_code ignored;
-    std::filesystem::create_directories(folder, ignored);
+    if (std::filesystem::exists(path, ignored)) return true;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+    std::string error;
+    const auto bytes = samples::jpegOf(photograph, error);
+    if (bytes.empty()) {
+        std::fprintf(stderr, "%s\n", error.c_str());
+        return false;
+    }
+    // Made aside: half a photograph must not be taken for one at the next run.
+    const std::string aside = path + ".tmp";
+    std::ofstream(aside, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    std::filesystem::rename(aside, path, ignored);
+    return !ignored;
+}
+
+} // namespace
+
+Photographs photographsIn(const std::string& folder) {
     constexpr std::array scenes{samples::Scene::house, samples::Scene::lighthouse, samples::Scene::harbour,
                                 samples::Scene::house};
+    Photographs paths;
     for (std::size_t i = 0; i < paths.size(); ++i) {
-        const std::string path = folder + "/" + std::to_string(i + 1) + ".jpg";
-        if (!std::filesystem::exists(path)) {
-            samples::Photograph photograph;
-            photograph.scene = scenes[i];
-            photograph.width = 6000;
-            photograph.height = 4000;
-            photograph.seed = static_cast<unsigned>(i + 21);
-            std::string error;
-            const auto bytes = samples::jpegOf(photograph, error);
-            std::ofstream(path, std::ios::binary)
-                .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-            if (bytes.empty()) {
-                std::fprintf(stderr, "%s\n", error.c_str());
-                return {};
-            }
-        }
-        paths[i] = path;
+        samples::Photograph photograph;
+        photograph.scene = scenes[i];
+        photograph.width = 6000;
+        photograph.height = 4000;
+        photograph.seed = static_cast<unsigned>(i + 21);
+        paths[i] = folder + "/" + std::to_string(i + 1) + ".jpg";
+        if (!make(photograph, paths[i])) return {};
     }
     return paths;
+}
+
+std::string photographOf(int width, int height, const std::string& folder) {
+    samples::Photograph photograph;
+    photograph.scene = samples::Scene::lighthouse;
+    photograph.width = width;
+    photograph.height = height;
+    const std::string path = folder + "/" + std::to_string(width) + "x" + std::to_string(height) + ".jpg";
+    return make(photograph, path) ? path : std::string();
 }
 
 std::array<Task, 3> tasksWith(const Photographs& photographs) {

@@ -15,6 +15,9 @@ using Photographs = std::array<std::string, 4>;
 /// Makes the photographs in `folder` unless they are there. Answers no paths when that fails.
 Photographs photographsIn(const std::string& folder);
 
+/// The path of a photograph of this size, which is made in `folder` unless it is there; empty when that fails.
+std::string photographOf(int width, int height, const std::string& folder);
+
 struct Task {
     std::string name;        ///< "T1"
     std::string description; ///< One line for people.

@@ -5,6 +5,7 @@
 #include "internal/LogicalProcessors.h"
 #include "internal/XMLReading.h"
 #include "jobs/VELM_Job.h"
+#include "platform/draw/PictureCache.h"
 #include "platform/run/Group.h"
 #include "template/VELM_Template.h"
 
@@ -243,6 +244,7 @@ void VELM_Package::processToCompletion(const Completion& completion) {
     const auto owner = job_.lock();
     const auto label = owner ? owner->destinationLabel() : std::nullopt;
     const Templates nodes = velmNodes();
+    const platform::draw::PictureSharing sharing; // the outputs show the same photographs
     platform::run::Group group;
     for (const auto& output : outputs()) {
         if (label)
