@@ -1,5 +1,6 @@
 // WebP, GIF, BMP and HEIC: made by other programs, judged by other decoders.
 #include "internal/PictureFixtures.h"
+#include "internal/PixelSource.h"
 #include "platform/draw/ColorSpace.h"
 #include "platform/draw/ImageDestination.h"
 #include "platform/draw/ImageSource.h"
@@ -246,6 +247,23 @@ TEST(FurtherFormats, AgreeWithOtherDecoders) {
         EXPECT_EQ(image->isOpaque(), test.make.find("rgba") == std::string::npos);
         const auto whole = image->bitmap();
         EXPECT_LE(greatestDifference(whole, wanted), test.difference);
+        const auto deep = image->source().openDeep();
+        ASSERT_TRUE(deep);
+        ASSERT_EQ(*deep != nullptr, test.make.find("PNG48") != std::string::npos);
+        if (*deep) {
+            ASSERT_TRUE(workshop.run("convert f.png -depth 16 -endian LSB rgb:j"));
+            const base::Data samples = workshop.read("j");
+            ASSERT_EQ(samples.size(), 6u * 61 * 37);
+            std::vector<std::uint16_t> row(std::size_t{3} * 61);
+            for (std::size_t i = 0; i < samples.size() / 2; ++i) {
+                if (i % row.size() == 0) {
+                    ASSERT_TRUE((*deep)->readRow(row.data()));
+                }
+                // The judge leaves the six or four bits below at 0.
+                const int beyond = row[i % row.size()] - (samples.bytes[2 * i] | samples.bytes[2 * i + 1] << 8);
+                ASSERT_TRUE(beyond >= 0 && beyond < 64) << i << ": " << beyond;
+            }
+        }
         // A part is what the whole has there.
         const base::Rect part{13, 7, 20, 25};
         const auto cut = image->cropped(part)->bitmap();
@@ -416,16 +434,23 @@ TEST(FurtherFormats, WriteHeicOfAnySize) {
     }
 }
 
-TEST(FurtherFormats, HeicQualityIsTheSizeOfTheFile) {
-    const auto image = (*ImageSource::createWithData(pngOf(Pixels::of(200, 160, photographLike))))->imageAtIndex(0);
+TEST(FurtherFormats, HeicHasQualityAndProfile) {
+    JpegOptions options;
+    options.profile = profileOf({0.68, 0.32, 1}, {0.265, 0.69, 1}, {0.15, 0.06, 1});
+    const Pixels pixels = Pixels::of(200, 160, photographLike);
+    const ImageRef image = (*ImageSource::createWithData(jpegOf(pixels, options)))->imageAtIndex(0);
     std::size_t last = 0;
     for (const double quality : {0.0, 0.3, 0.6, 0.9, 1.0}) {
         auto destination = ImageDestination::createWithData("public.heic");
         (*destination)->addImage(image, {{"kCGImageDestinationLossyCompressionQuality", quality}});
         ASSERT_TRUE((*destination)->finalize());
-        const std::size_t size = (*destination)->takeData().size();
-        EXPECT_GT(size, last) << quality;
-        last = size;
+        const base::Data file = (*destination)->takeData();
+        EXPECT_GT(file.size(), last) << quality;
+        last = file.size();
+        const auto source = ImageSource::createWithData(file);
+        ASSERT_TRUE(source);
+        EXPECT_EQ((*source)->imageAtIndex(0)->colorSpace(), image->colorSpace());
+        EXPECT_FALSE(image->colorSpace()->isSRGB());
     }
 }
 

@@ -1,4 +1,5 @@
 // HEIC by libheif and x265.
+#include "HeifLibrary.h"
 #include "PictureEncoder.h"
 #include "PictureFormat.h"
 #include "platform/draw/ColorSpace.h"
@@ -7,22 +8,11 @@
 #include <cmath>
 #include <cstring>
 #include <exception>
-#include <libheif/heif.h>
 #include <string>
 #include <string_view>
 
 namespace platform::draw {
 namespace {
-
-struct Release {
-    void operator()(heif_context* context) const { heif_context_free(context); }
-    void operator()(heif_encoder* encoder) const { heif_encoder_release(encoder); }
-    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
-    void operator()(heif_image* image) const { heif_image_release(image); }
-    void operator()(heif_encoding_options* options) const { heif_encoding_options_free(options); }
-};
-template <class Type>
-using Owned = std::unique_ptr<Type, Release>;
 
 /// The library's errors, carried to the one place that makes them ours.
 struct Failure : std::exception {
@@ -34,12 +24,12 @@ void check(const heif_error& error) {
     if (error.code != heif_error_Ok) throw Failure(error.message ? error.message : "unknown error");
 }
 
-Owned<heif_image> imageOf(const Bitmap& bitmap) {
+Heif<heif_image> imageOf(const Bitmap& bitmap) {
     const bool opaque = bitmap.isOpaque();
     heif_image* made = nullptr;
     check(heif_image_create(bitmap.width(), bitmap.height(), heif_colorspace_RGB,
                             opaque ? heif_chroma_interleaved_RGB : heif_chroma_interleaved_RGBA, &made));
-    Owned<heif_image> image(made);
+    Heif<heif_image> image(made);
     check(heif_image_add_plane(made, heif_channel_interleaved, bitmap.width(), bitmap.height(), 8));
     int stride = 0;
     std::uint8_t* target = heif_image_get_plane(made, heif_channel_interleaved, &stride);
@@ -61,11 +51,11 @@ Owned<heif_image> imageOf(const Bitmap& bitmap) {
 }
 
 void encode(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink) {
-    const Owned<heif_context> context(heif_context_alloc());
+    const Heif<heif_context> context = newHeifContext();
     if (!context) throw Failure("no memory");
     heif_encoder* found = nullptr;
     check(heif_context_get_encoder_for_format(context.get(), heif_compression_HEVC, &found));
-    const Owned<heif_encoder> encoder(found);
+    const Heif<heif_encoder> encoder(found);
     check(heif_encoder_set_lossy_quality(found, static_cast<int>(std::lround(options.quality * 100))));
     check(heif_encoder_set_logging_level(found, 0));
     // Half of the default's time for files within a hundredth of its size.
@@ -73,14 +63,14 @@ void encode(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink
     // Pictures are written side by side on threads of their own; a pool for each one only makes them wait.
     check(heif_encoder_set_parameter_string(found, "x265:pools", "none"));
 
-    const Owned<heif_encoding_options> settings(heif_encoding_options_alloc());
+    const Heif<heif_encoding_options> settings(heif_encoding_options_alloc());
     if (!settings) throw Failure("no memory");
     settings->save_alpha_channel = !bitmap.isOpaque();
 
-    const Owned<heif_image> image = imageOf(bitmap);
+    const Heif<heif_image> image = imageOf(bitmap);
     heif_image_handle* encoded = nullptr;
     check(heif_context_encode_image(context.get(), image.get(), found, settings.get(), &encoded));
-    const Owned<heif_image_handle> handle(encoded);
+    const Heif<heif_image_handle> handle(encoded);
     if (!options.exif.empty()) {
         // Introduced as in JPEG, which some readers insist on.
         constexpr std::string_view mark("Exif\0\0", 6);

@@ -2,13 +2,13 @@
 // mirrorings and crops that the file asks for are made by the library, so the pixels are upright.
 #include "CodedColorSpace.h"
 #include "ExifProperties.h"
+#include "HeifLibrary.h"
 #include "PictureFormat.h"
 #include "platform/draw/ImageMetadata.h"
 
 #include <algorithm>
 #include <cstring>
 #include <exception>
-#include <libheif/heif.h>
 #include <string>
 #include <string_view>
 
@@ -19,21 +19,11 @@ namespace {
 constexpr std::size_t maximumPictures = 1000;
 constexpr std::size_t maximumMetadata = 64u << 20;
 
-struct Release {
-    void operator()(heif_context* context) const { heif_context_free(context); }
-    void operator()(heif_image_handle* handle) const { heif_image_handle_release(handle); }
-    void operator()(heif_image* image) const { heif_image_release(image); }
-    void operator()(heif_decoding_options* options) const { heif_decoding_options_free(options); }
-    void operator()(heif_color_profile_nclx* profile) const { heif_nclx_color_profile_free(profile); }
-};
-template <class Type>
-using Owned = std::unique_ptr<Type, Release>;
-
 /// An open file. It must outlive the handles that it gives.
 class Container {
 public:
     Container(std::shared_ptr<const ByteSource> bytes, std::unique_ptr<ByteReader> reader)
-        : bytes_(std::move(bytes)), reader_(std::move(reader)), context_(heif_context_alloc()) {}
+        : bytes_(std::move(bytes)), reader_(std::move(reader)), context_(newHeifContext()) {}
     Container(const Container&) = delete;
     Container& operator=(const Container&) = delete;
 
@@ -72,12 +62,12 @@ public:
         return identifiers;
     }
 
-    base::Result<Owned<heif_image_handle>> picture(heif_item_id identifier) const {
+    base::Result<Heif<heif_image_handle>> picture(heif_item_id identifier) const {
         heif_image_handle* handle = nullptr;
         if (auto got = guarded([&] { return heif_context_get_image_handle(context_.get(), identifier, &handle); });
             !got)
             return base::failure(got.error());
-        return Owned<heif_image_handle>(handle);
+        return Heif<heif_image_handle>(handle);
     }
 
     const ByteSource& bytes() const { return *bytes_; }
@@ -89,7 +79,7 @@ private:
     std::shared_ptr<const ByteSource> bytes_;
     std::unique_ptr<ByteReader> reader_;
     std::int64_t position_ = 0;
-    Owned<heif_context> context_; // it reads through the members above to its end
+    Heif<heif_context> context_; // it reads through the members above to its end
 };
 
 const heif_reader Container::callbacks{
@@ -124,7 +114,7 @@ base::Result<std::unique_ptr<Container>> openContainer(const std::shared_ptr<con
 /// Hands out the rows of a decoded picture, in the order of bytes and premultiplied as drawing wants them.
 class HeicBandReader final : public BandReader {
 public:
-    HeicBandReader(Owned<heif_image> image, const PixelRect& region, bool alpha, bool premultiplied)
+    HeicBandReader(Heif<heif_image> image, const PixelRect& region, bool alpha, bool premultiplied)
         : image_(std::move(image)), alpha_(alpha), premultiplied_(premultiplied) {
         int stride = 0;
         const std::uint8_t* pixels = heif_image_get_plane_readonly(image_.get(), heif_channel_interleaved, &stride);
@@ -163,7 +153,7 @@ public:
 private:
     std::size_t samplesPerPixel() const { return alpha_ ? 4 : 3; }
 
-    Owned<heif_image> image_;
+    Heif<heif_image> image_;
     bool alpha_;
     bool premultiplied_;
     std::size_t stride_ = 0;
@@ -174,7 +164,7 @@ private:
 /// Ten or twelve bits, widened to 16.
 class HeicDeepReader final : public DeepReader {
 public:
-    HeicDeepReader(Owned<heif_image> image, bool alpha, bool premultiplied) : image_(std::move(image)) {
+    HeicDeepReader(Heif<heif_image> image, bool alpha, bool premultiplied) : image_(std::move(image)) {
         format_ = {3, alpha, alpha && premultiplied};
         int stride = 0;
         next_ = heif_image_get_plane_readonly(image_.get(), heif_channel_interleaved, &stride);
@@ -196,7 +186,7 @@ public:
     }
 
 private:
-    Owned<heif_image> image_;
+    Heif<heif_image> image_;
     const std::uint8_t* next_ = nullptr;
     std::size_t stride_ = 0;
     std::size_t samples_ = 0;
@@ -234,12 +224,12 @@ public:
     }
 
 private:
-    base::Result<Owned<heif_image>> decoded(heif_chroma chroma) const {
+    base::Result<Heif<heif_image>> decoded(heif_chroma chroma) const {
         auto container = openContainer(bytes_);
         if (!container) return base::failure(container.error());
         auto handle = (*container)->picture(identifier_);
         if (!handle) return base::failure(handle.error());
-        const Owned<heif_decoding_options> options(heif_decoding_options_alloc());
+        const Heif<heif_decoding_options> options(heif_decoding_options_alloc());
         if (!options) return pictureFailure(*bytes_, "no memory");
         options->strict_decoding = 1;
         options->convert_hdr_to_8bit = chroma == heif_chroma_interleaved_RGB || chroma == heif_chroma_interleaved_RGBA;
@@ -247,7 +237,7 @@ private:
         const auto done = (*container)->guarded([&] {
             return heif_decode_image(handle->get(), &found, heif_colorspace_RGB, chroma, options.get());
         });
-        Owned<heif_image> image(found);
+        Heif<heif_image> image(found);
         if (!done) return base::failure(done.error());
         // The coded picture has a size of its own, which need not be the one that was announced.
         if (heif_image_get_width(found, heif_channel_interleaved) != width_ ||
@@ -270,7 +260,7 @@ ColorSpaceRef colorSpaceOf(const Container& container, const heif_image_handle& 
     }
     heif_color_profile_nclx* found = nullptr;
     const auto got = container.guarded([&] { return heif_image_handle_get_nclx_color_profile(&handle, &found); });
-    const Owned<heif_color_profile_nclx> codes(found);
+    const Heif<heif_color_profile_nclx> codes(found);
     if (!got || !codes) return ColorSpace::sRGB();
     return colorSpaceOfCodePoints(codes->color_primaries, codes->transfer_characteristics);
 }
