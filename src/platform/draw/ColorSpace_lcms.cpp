@@ -1,3 +1,4 @@
+#include "internal/ByteOrder.h"
 #include "internal/ColorProfile.h"
 #include "platform/draw/ColorSpace.h"
 
@@ -43,7 +44,7 @@ bool hasExcessiveElements(cmsHPROFILE profile) {
     return false;
 }
 
-bool isDeviceClass(cmsProfileClassSignature profileClass) {
+bool isDeviceClass(std::uint64_t profileClass) {
     return profileClass == cmsSigInputClass || profileClass == cmsSigDisplayClass ||
            profileClass == cmsSigOutputClass || profileClass == cmsSigColorSpaceClass;
 }
@@ -200,10 +201,12 @@ base::Result<ColorSpaceRef> ColorSpace::fromICC(std::span<const std::uint8_t> da
     if (ColorSpaceRef known = Interned::shared().find(bytes)) return known;
     const Profile profile = openProfile(bytes);
     if (!profile) return base::failure(base::cocoaErrorDomain, 0, "not an ICC profile");
-    const cmsColorSpaceSignature signature = cmsGetColorSpace(profile.get());
+    // As numbers: a broken profile may hold what is none of the enumeration's.
+    const std::uint64_t signature = integerAt(&bytes[16], 4, true);
+    const std::uint64_t profileClass = integerAt(&bytes[12], 4, true);
     const auto* known = std::find_if(std::begin(knownModels), std::end(knownModels),
                                      [&](const KnownModel& row) { return row.signature == signature; });
-    if (known == std::end(knownModels) || !isDeviceClass(cmsGetDeviceClass(profile.get())))
+    if (known == std::end(knownModels) || !isDeviceClass(profileClass))
         return base::failure(base::cocoaErrorDomain, 0, "the ICC profile is for no RGB, grey or CMYK colours");
     if (hasExcessiveElements(profile.get()) || !canBeConverted(profile.get(), *known))
         return base::failure(base::cocoaErrorDomain, 0, "the ICC profile is broken");
