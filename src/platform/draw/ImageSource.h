@@ -1,7 +1,7 @@
 // ImageSource: a file or bytes that hold one or more pictures: JPEG, PNG, TIFF (its pages), HEIC (its top-level
 // pictures, the primary one first), WebP and GIF (their frames, as they are shown), BMP, Photoshop's merged picture and
-// PDF pages. Opening reads headers and metadata only. Immutable and shared: any thread may use one. A file is opened anew when pixels are needed; one
-// that was changed in between fails to draw rather than mix two pictures.
+// PDF pages. Opening reads headers and metadata only. Immutable and shared: any thread may use one. A file is opened
+// anew when pixels are needed; one that was changed in between fails to draw rather than mix two pictures.
 #pragma once
 
 #include "base/Error.h"
