@@ -1,14 +1,12 @@
-// The merged picture of Photoshop files (PSD and PSB), a row at a time out of its planes: their rows can be found
-// without unpacking what is before them. Layers are not looked at. The merged colours of a file with transparency are
-// blended with white; here they are taken off it again, as Photoshop does.
+// The merged picture of Photoshop files (PSD and PSB), a row at a time out of its planes. Layers are not looked at. The
+// merged colours of a file with transparency are blended with white; here they are taken off it again, as Photoshop
+// does.
 #include "DeepTransform.h"
-#include "PictureFormat.h"
+#include "PsdPlanes.h"
 #include "platform/draw/ColorSpace.h"
 
 #include <algorithm>
 #include <array>
-#include <bit>
-#include <cstring>
 #include <string>
 
 namespace platform::draw {
@@ -18,63 +16,7 @@ namespace {
 constexpr std::size_t maximumBlocks = 10000;
 constexpr std::uint64_t maximumResource = 64u << 20;
 
-enum class Mode { bitmap = 0, gray = 1, indexed = 2, rgb = 3, cmyk = 4, multichannel = 7, duotone = 8, lab = 9 };
-
-struct PsdPicture {
-    int version = 1; // 2 for the large format
-    int width = 0;
-    int height = 0;
-    int bits = 8;
-    int channels = 0;
-    Mode mode = Mode::rgb;
-    bool hasAlpha = false;
-    std::vector<std::uint8_t> palette;     // 256 reds, greens and blues
-    std::optional<std::size_t> clearIndex; // of the palette
-    std::uint64_t data = 0;                // where the merged picture begins
-
-    int colors() const { return mode == Mode::rgb || mode == Mode::lab ? 3 : mode == Mode::cmyk ? 4 : 1; }
-    int planes() const { return colors() + (hasAlpha ? 1 : 0); }
-    std::size_t rowBytes() const { return (static_cast<std::size_t>(width) * static_cast<std::size_t>(bits) + 7) / 8; }
-    /// Its colours must be converted before alpha can be looked at, or before 8 bits can hold them.
-    bool needsDeepRows() const { return mode == Mode::lab || (mode == Mode::gray && hasAlpha); }
-};
-
-/// Big-endian numbers at a moving position. Behind the end everything is 0 and `failed` is set.
-class Cursor {
-public:
-    Cursor(ByteReader& reader, std::uint64_t position) : reader_(reader), position_(position) {}
-    std::uint64_t number(std::size_t bytes) {
-        std::array<std::uint8_t, 8> raw{};
-        read(raw.data(), bytes);
-        std::uint64_t value = 0;
-        for (std::size_t i = 0; i < bytes; ++i)
-            value = value << 8 | raw[i];
-        return value;
-    }
-    void read(void* target, std::size_t count) {
-        if (reader_.read(position_, target, count) != count) {
-            std::memset(target, 0, count);
-            failed_ = true;
-        }
-        position_ += count;
-    }
-    std::vector<std::uint8_t> bytes(std::uint64_t count) {
-        if (position_ > reader_.size() || count > reader_.size() - position_) failed_ = true;
-        std::vector<std::uint8_t> result(failed_ ? 0 : static_cast<std::size_t>(count));
-        read(result.data(), result.size());
-        return result;
-    }
-    std::uint64_t position() const { return position_; }
-    void moveTo(std::uint64_t position) { position_ = position; }
-    bool failed() const { return failed_; }
-
-private:
-    ByteReader& reader_;
-    std::uint64_t position_;
-    bool failed_ = false;
-};
-
-base::Result<void> readHeader(const ByteSource& bytes, Cursor& cursor, PsdPicture& psd) {
+base::Result<void> readHeader(const ByteSource& bytes, PsdCursor& cursor, PsdPicture& psd) {
     cursor.moveTo(4);
     psd.version = static_cast<int>(cursor.number(2));
     cursor.moveTo(12);
@@ -82,7 +24,7 @@ base::Result<void> readHeader(const ByteSource& bytes, Cursor& cursor, PsdPictur
     const std::uint64_t height = cursor.number(4);
     const std::uint64_t width = cursor.number(4);
     psd.bits = static_cast<int>(cursor.number(2));
-    psd.mode = static_cast<Mode>(cursor.number(2));
+    psd.mode = static_cast<PsdMode>(cursor.number(2));
     if (cursor.failed()) return pictureFailure(bytes, "the file is cut off");
     if (auto size = checkPictureSize(bytes, width, height); !size) return size;
     psd.width = static_cast<int>(width);
@@ -91,23 +33,23 @@ base::Result<void> readHeader(const ByteSource& bytes, Cursor& cursor, PsdPictur
     if (psd.bits == 32) return pictureFailure(bytes, "32 bits a channel can't be read");
     bool known = psd.bits == 8 || psd.bits == 16;
     switch (psd.mode) {
-    case Mode::bitmap:
+    case PsdMode::bitmap:
         known = psd.bits == 1;
         break;
-    case Mode::indexed:
+    case PsdMode::indexed:
         known = psd.bits == 8;
         break;
-    case Mode::duotone: // told as grey; which inks print it is the printer's matter
-        psd.mode = Mode::gray;
+    case PsdMode::duotone: // told as grey; which inks print it is the printer's matter
+        psd.mode = PsdMode::gray;
         break;
-    case Mode::gray:
-    case Mode::rgb:
-    case Mode::cmyk:
-    case Mode::lab:
+    case PsdMode::gray:
+    case PsdMode::rgb:
+    case PsdMode::cmyk:
+    case PsdMode::lab:
         break;
     default:
-        return pictureFailure(bytes, psd.mode == Mode::multichannel ? "its colour mode is multichannel"
-                                                                    : "its colour mode is unknown");
+        return pictureFailure(bytes, psd.mode == PsdMode::multichannel ? "its colour mode is multichannel"
+                                                                       : "its colour mode is unknown");
     }
     if (!known || psd.channels < psd.colors()) return pictureFailure(bytes, "its header is broken");
     return {};
@@ -120,7 +62,7 @@ struct Resources {
     std::optional<double> dpiHeight;
 };
 
-void readResource(Cursor& cursor, unsigned identifier, std::uint64_t size, Resources& resources, PsdPicture& psd) {
+void readResource(PsdCursor& cursor, unsigned identifier, std::uint64_t size, Resources& resources, PsdPicture& psd) {
     if (size > maximumResource) return;
     if (identifier == 1039) {
         resources.profile = cursor.bytes(size);
@@ -137,7 +79,7 @@ void readResource(Cursor& cursor, unsigned identifier, std::uint64_t size, Resou
     }
 }
 
-void readResources(Cursor& cursor, std::uint64_t end, Resources& resources, PsdPicture& psd) {
+void readResources(PsdCursor& cursor, std::uint64_t end, Resources& resources, PsdPicture& psd) {
     for (std::size_t i = 0; i < maximumBlocks && cursor.position() + 12 <= end && !cursor.failed(); ++i) {
         cursor.number(4); // a signature, of several
         const auto identifier = static_cast<unsigned>(cursor.number(2));
@@ -157,7 +99,7 @@ bool isNegative(std::uint64_t count) {
 
 /// Whether the first channel behind the colours is the merged picture's transparency: told by a negative number of
 /// layers, or by a block of its own.
-bool layersTellTransparency(Cursor& cursor, std::uint64_t end, int version) {
+bool layersTellTransparency(PsdCursor& cursor, std::uint64_t end, int version) {
     const std::size_t lengthBytes = version == 2 ? 8 : 4;
     const std::uint64_t layers = cursor.number(lengthBytes);
     const std::uint64_t start = cursor.position();
@@ -189,119 +131,16 @@ bool layersTellTransparency(Cursor& cursor, std::uint64_t end, int version) {
     return false;
 }
 
-/// The rows of the planes of a merged picture.
-class Planes {
-public:
-    Planes(std::shared_ptr<const ByteSource> bytes, std::unique_ptr<ByteReader> reader, const PsdPicture& psd)
-        : bytes_(std::move(bytes)), reader_(std::move(reader)), psd_(psd), row_(psd.rowBytes()) {}
-
-    base::Result<void> start() {
-        Cursor cursor(*reader_, psd_.data);
-        const std::uint64_t compression = cursor.number(2);
-        if (cursor.failed()) return cutOff();
-        if (compression == 2 || compression == 3)
-            return pictureFailure(*bytes_, "a merged picture that is packed by ZIP can't be read");
-        if (compression > 3) return pictureFailure(*bytes_, "its compression is unknown");
-        const auto rows = static_cast<std::uint64_t>(psd_.height);
-        packed_ = compression == 1;
-        start_ = cursor.position();
-        if (!packed_) {
-            const std::uint64_t wanted = psd_.rowBytes() * rows * static_cast<std::uint64_t>(psd_.planes());
-            return reader_->size() - start_ < wanted ? cutOff() : base::Result<void>();
-        }
-        const std::size_t countBytes = psd_.version == 2 ? 4 : 2;
-        const std::vector<std::uint8_t> counts =
-            cursor.bytes(rows * static_cast<std::uint64_t>(psd_.planes()) * countBytes);
-        if (cursor.failed()) return cutOff();
-        std::uint64_t position = start_ + rows * static_cast<std::uint64_t>(psd_.channels) * countBytes;
-        offsets_.reserve(counts.size() / countBytes + 1);
-        for (std::size_t i = 0; i < counts.size(); i += countBytes) {
-            offsets_.push_back(position);
-            std::uint64_t count = 0;
-            for (std::size_t k = 0; k < countBytes; ++k)
-                count = count << 8 | counts[i + k];
-            position += count;
-        }
-        offsets_.push_back(position);
-        return position > reader_->size() ? cutOff() : base::Result<void>();
-    }
-
-    /// A row of a plane as it is stored: psd.rowBytes() bytes.
-    base::Result<void> read(int plane, int y, std::uint8_t* target) {
-        const std::size_t wanted = psd_.rowBytes();
-        const std::uint64_t index =
-            static_cast<std::uint64_t>(plane) * static_cast<std::uint64_t>(psd_.height) + static_cast<std::uint64_t>(y);
-        if (!packed_) {
-            if (reader_->read(start_ + index * wanted, target, wanted) != wanted) return cutOff();
-            return {};
-        }
-        const auto count = static_cast<std::size_t>(offsets_[index + 1] - offsets_[index]);
-        // No packing needs more than this; a row that does is followed by nothing of use.
-        packedRow_.resize(std::min(count, 2 * wanted + 64));
-        if (reader_->read(offsets_[index], packedRow_.data(), packedRow_.size()) != packedRow_.size()) return cutOff();
-        if (!unpack(target, wanted)) return pictureFailure(*bytes_, "a row of it is broken");
-        return {};
-    }
-
-    /// A row of a plane with 8 bits a sample, or 16.
-    base::Result<void> read8(int plane, int y, std::uint8_t* target) {
-        if (psd_.bits == 8) return read(plane, y, target);
-        if (auto done = read(plane, y, row_.data()); !done) return done;
-        for (std::size_t i = 0; i < static_cast<std::size_t>(psd_.width); ++i)
-            target[i] = psd_.bits == 1 ? ((row_[i / 8] << i % 8 & 0x80) ? 0 : 255)
-                                       : reducedTo8Bits(static_cast<std::uint16_t>(row_[2 * i] << 8 | row_[2 * i + 1]));
-        return {};
-    }
-    base::Result<void> read16(int plane, int y, std::uint16_t* target) {
-        if (auto done = read(plane, y, row_.data()); !done) return done;
-        for (std::size_t i = 0; i < static_cast<std::size_t>(psd_.width); ++i)
-            target[i] = psd_.bits == 8 ? widenedTo16Bits(row_[i])
-                                       : static_cast<std::uint16_t>(row_[2 * i] << 8 | row_[2 * i + 1]);
-        return {};
-    }
-
-private:
-    tl::unexpected<base::Error> cutOff() const { return pictureFailure(*bytes_, "the file is cut off"); }
-
-    bool unpack(std::uint8_t* target, std::size_t wanted) const {
-        std::size_t in = 0;
-        std::size_t out = 0;
-        while (out < wanted) {
-            if (in >= packedRow_.size()) return false;
-            const auto control = static_cast<std::int8_t>(packedRow_[in++]);
-            if (control == -128) continue; // nothing
-            const std::size_t count = std::min<std::size_t>(control >= 0 ? control + 1 : 1 - control, wanted - out);
-            if (in + (control >= 0 ? count : 1) > packedRow_.size()) return false;
-            if (control >= 0)
-                std::memcpy(target + out, packedRow_.data() + in, count);
-            else
-                std::memset(target + out, packedRow_[in], count);
-            in += control >= 0 ? count : 1;
-            out += count;
-        }
-        return true;
-    }
-
-    std::shared_ptr<const ByteSource> bytes_;
-    std::unique_ptr<ByteReader> reader_;
-    PsdPicture psd_;
-    bool packed_ = false;
-    std::uint64_t start_ = 0;            // of rows that are not packed
-    std::vector<std::uint64_t> offsets_; // of packed rows, plane after plane
-    std::vector<std::uint8_t> row_;
-    std::vector<std::uint8_t> packedRow_;
-};
-
 /// Rows with 16 bits a sample: what is stored, with CMYK as ink, Lab and grey with alpha as sRGB.
 class PsdDeepReader final : public DeepReader {
 public:
-    PsdDeepReader(Planes planes, const PsdPicture& psd) : planes_(std::move(planes)), psd_(psd) {
+    PsdDeepReader(PsdPlanes planes, const PsdPicture& psd) : planes_(std::move(planes)), psd_(psd) {
         format_ = {psd.needsDeepRows() ? 3 : psd.colors(), psd.hasAlpha, psd.hasAlpha};
     }
     base::Result<void> start(const ColorSpaceRef& graySpace) {
         plane_.resize(static_cast<std::size_t>(psd_.width));
         if (auto started = planes_.start(); !started || !psd_.needsDeepRows()) return started;
-        auto transform = psd_.mode == Mode::lab ? DeepTransform::labToSRGB() : DeepTransform::toSRGB(graySpace);
+        auto transform = psd_.mode == PsdMode::lab ? DeepTransform::labToSRGB() : DeepTransform::toSRGB(graySpace);
         if (!transform) return base::failure(transform.error());
         transform_ = std::move(*transform);
         colors_.resize(plane_.size() * static_cast<std::size_t>(psd_.colors()));
@@ -313,7 +152,7 @@ public:
     base::Result<void> readRow(std::uint16_t* row) override {
         const auto colors = static_cast<std::size_t>(psd_.colors());
         const std::size_t step = format_.samplesPerPixel();
-        const std::uint16_t flip = psd_.mode == Mode::cmyk ? 0xFFFF : 0;
+        const std::uint16_t flip = psd_.mode == PsdMode::cmyk ? 0xFFFF : 0;
         for (std::size_t k = 0; k < colors; ++k) {
             if (auto read = planes_.read16(static_cast<int>(k), next_, plane_.data()); !read) return read;
             for (std::size_t i = 0; i < plane_.size(); ++i)
@@ -337,7 +176,7 @@ public:
     }
 
 private:
-    Planes planes_;
+    PsdPlanes planes_;
     PsdPicture psd_;
     int next_ = 0;
     std::shared_ptr<const DeepTransform> transform_;
@@ -364,13 +203,13 @@ void setFormat(ReadingFormat& format, SampleKind kind, std::size_t planeCount, i
 /// Rows of 8 bits whose planes are what is wanted, or blue, green, red and alpha.
 class PsdBandReader final : public BandReader {
 public:
-    PsdBandReader(Planes planes, const PsdPicture& psd, const PixelRect& region)
+    PsdBandReader(PsdPlanes planes, const PsdPicture& psd, const PixelRect& region)
         : planes_(std::move(planes)), psd_(psd), next_(region.y), plane_(static_cast<std::size_t>(psd.width)) {
-        const bool together = psd.mode == Mode::indexed || psd.hasAlpha;
+        const bool together = psd.mode == PsdMode::indexed || psd.hasAlpha;
         const SampleKind kind = together ? (psd.hasAlpha || psd.clearIndex ? SampleKind::bgra : SampleKind::bgrx)
-                                : psd.mode == Mode::rgb  ? SampleKind::rgb
-                                : psd.mode == Mode::cmyk ? SampleKind::cmykInverted
-                                                         : SampleKind::gray;
+                                : psd.mode == PsdMode::rgb  ? SampleKind::rgb
+                                : psd.mode == PsdMode::cmyk ? SampleKind::cmykInverted
+                                                            : SampleKind::gray;
         setFormat(format_, kind, together ? 1 : static_cast<std::size_t>(psd.colors()), psd.width,
                   psd.height - region.y, region);
     }
@@ -378,7 +217,7 @@ public:
 
     base::Result<void> readBand(std::uint8_t** const* rows) override {
         if (next_ >= psd_.height) return {};
-        if (psd_.mode == Mode::indexed) {
+        if (psd_.mode == PsdMode::indexed) {
             if (auto read = planes_.read8(0, next_, plane_.data()); !read) return read;
             lookUp(rows[0][0]);
         } else if (psd_.hasAlpha) {
@@ -413,7 +252,7 @@ private:
         return {};
     }
 
-    Planes planes_;
+    PsdPlanes planes_;
     PsdPicture psd_;
     int next_;
     std::vector<std::uint8_t> plane_;
@@ -456,8 +295,8 @@ public:
         height_ = psd_.height;
         opaque_ = !psd_.hasAlpha && !psd_.clearIndex;
         identity_ = bytes_->identity();
-        const bool isGray = psd_.mode == Mode::gray || psd_.mode == Mode::bitmap;
-        const int components = isGray ? 1 : psd_.mode == Mode::cmyk ? 4 : 3;
+        const bool isGray = psd_.mode == PsdMode::gray || psd_.mode == PsdMode::bitmap;
+        const int components = isGray ? 1 : psd_.mode == PsdMode::cmyk ? 4 : 3;
         const ColorSpaceRef& otherwise = isGray            ? ColorSpace::gray()
                                          : components == 4 ? ColorSpace::deviceCMYK()
                                                            : ColorSpace::sRGB();
@@ -475,7 +314,7 @@ public:
         }
         auto bytes = bytes_->open();
         if (!bytes) return base::failure(bytes.error());
-        auto reader = std::make_unique<PsdBandReader>(Planes(bytes_, std::move(*bytes), psd_), psd_, region);
+        auto reader = std::make_unique<PsdBandReader>(PsdPlanes(bytes_, std::move(*bytes), psd_), psd_, region);
         if (auto started = reader->start(); !started) return base::failure(started.error());
         return reader;
     }
@@ -491,7 +330,7 @@ private:
     base::Result<std::unique_ptr<PsdDeepReader>> openRows() const {
         auto bytes = bytes_->open();
         if (!bytes) return base::failure(bytes.error());
-        auto reader = std::make_unique<PsdDeepReader>(Planes(bytes_, std::move(*bytes), psd_), psd_);
+        auto reader = std::make_unique<PsdDeepReader>(PsdPlanes(bytes_, std::move(*bytes), psd_), psd_);
         if (auto started = reader->start(graySpace_); !started) return base::failure(started.error());
         return reader;
     }
@@ -506,7 +345,7 @@ private:
 base::Result<std::vector<Picture>> openPsd(std::shared_ptr<const ByteSource> bytes) {
     auto reader = bytes->open();
     if (!reader) return base::failure(reader.error());
-    Cursor cursor(**reader, 0);
+    PsdCursor cursor(**reader, 0);
     PsdPicture psd;
     if (auto header = readHeader(*bytes, cursor, psd); !header) return base::failure(header.error());
 
@@ -521,7 +360,7 @@ base::Result<std::vector<Picture>> openPsd(std::shared_ptr<const ByteSource> byt
 
     const auto modeEnd = sectionEnd(4);
     if (!modeEnd) return cutOff();
-    if (psd.mode == Mode::indexed) {
+    if (psd.mode == PsdMode::indexed) {
         if (*modeEnd - cursor.position() < 768) return pictureFailure(*bytes, "it has no palette");
         psd.palette = cursor.bytes(768);
     }
@@ -530,12 +369,12 @@ base::Result<std::vector<Picture>> openPsd(std::shared_ptr<const ByteSource> byt
     const auto resourcesEnd = sectionEnd(4);
     if (!resourcesEnd) return cutOff();
     readResources(cursor, *resourcesEnd, resources, psd);
-    if (psd.mode != Mode::indexed) psd.clearIndex.reset();
+    if (psd.mode != PsdMode::indexed) psd.clearIndex.reset();
     cursor.moveTo(*resourcesEnd);
     const auto layersEnd = sectionEnd(psd.version == 2 ? 8 : 4);
     if (!layersEnd) return cutOff();
     // Ink with transparency lies on white paper, as it is.
-    const bool mayHaveAlpha = psd.mode == Mode::gray || psd.mode == Mode::rgb || psd.mode == Mode::lab;
+    const bool mayHaveAlpha = psd.mode == PsdMode::gray || psd.mode == PsdMode::rgb || psd.mode == PsdMode::lab;
     if (mayHaveAlpha && psd.channels > psd.colors() && *layersEnd > cursor.position())
         psd.hasAlpha = layersTellTransparency(cursor, *layersEnd, psd.version);
     psd.data = *layersEnd;
