@@ -1,6 +1,8 @@
-// A picture file of one format (PICTURE_TYPE), from its properties to its pixels.
+// A picture file of one format (PICTURE_TYPE): its properties, its pixels, and its copy with other metadata.
 #include "Fuzzing.h"
 #include "platform/draw/BitmapContext.h"
+#include "platform/draw/DeepPixels.h"
+#include "platform/draw/ImageDestination.h"
 #include "platform/draw/ImageMetadata.h"
 #include "platform/draw/ImageSource.h"
 #include "platform/draw/PictureCache.h"
@@ -59,12 +61,32 @@ void draw(const ImageRef& image) {
     require(samePixels(*pixels, *expected->bitmap()), "a part has the pixels of the whole");
 }
 
+void readDeep(const ImageRef& image) {
+    const std::size_t pixels = static_cast<std::size_t>(image->width()) * static_cast<std::size_t>(image->height());
+    std::vector<std::uint8_t> deep(8 * pixels);
+    require(readDeepPixels(*image, 0, deep.data()).has_value() == image->bitmap().has_value(),
+            "a picture is whole in 16 bits when it is in 8");
+}
+
+// The orientation is left: it would change how the picture is drawn.
+void copy(const base::Data& file, const Bitmap& former) {
+    const base::Dictionary comment{{std::string(kCGImagePropertyExifUserComment), "Retouched"}};
+    const auto copied =
+        copyOfImageFile(file, PICTURE_TYPE, {{std::string(kCGImagePropertyExifDictionary), base::Value(comment)}});
+    if (!copied) return;
+    const auto source = ImageSource::createWithData(*copied);
+    require(source.has_value(), "the copy of a whole picture is a picture");
+    const auto pixels = (*source)->imageAtIndex(0)->bitmap();
+    require(pixels && samePixels(*pixels, former), "a copy has the pixels of its original");
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     fuzzing::silenceLog();
     setPictureCacheCapacity(0);
-    const auto source = ImageSource::createWithData(fuzzing::dataOf(bytes, size));
+    const base::Data data = fuzzing::dataOf(bytes, size);
+    const auto source = ImageSource::createWithData(data);
     if (!source) {
         require(!source.error().localizedDescription.empty(), "a refusal says why");
         return 0;
@@ -80,6 +102,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
                 "the properties state the picture's size");
         if (std::int64_t{image->width()} * image->height() > maximumPixels) continue;
         draw(image);
+        if (std::int64_t{image->width()} * image->height() <= maximumPixels / 20) {
+            readDeep(image);
+            if (const auto whole = image->bitmap(); whole && index == 0) copy(data, *whole);
+        }
         for (const bool upright : {false, true})
             if (const auto thumbnail = (*source)->thumbnailAtIndex(index, 20, upright))
                 require(*thumbnail && std::max((*thumbnail)->width(), (*thumbnail)->height()) <= 20,
