@@ -160,7 +160,9 @@ bool isWritableProperty(std::string_view dictionary, std::string_view property) 
     return rowFor(dictionary, property) != nullptr;
 }
 
-base::Result<std::vector<TiffChange>> tagsForProperties(const base::Dictionary& properties, bool bigEndian) {
+base::Result<std::vector<TiffChange>> tagsForProperties(const base::Dictionary& properties,
+                                                        const TiffStructure& structure) {
+    const bool bigEndian = structure.isBigEndian();
     std::vector<TiffChange> tags;
     // The top level comes last, so that it counts where both state a thing.
     for (const auto& [dictionary, content] : properties)
@@ -171,6 +173,12 @@ base::Result<std::vector<TiffChange>> tagsForProperties(const base::Dictionary& 
     for (const auto& [property, value] : properties)
         if (const TagRow* row = rowFor({}, property))
             if (auto done = appendTag(tags, *row, value, bigEndian); !done) return base::failure(done.error());
+    // The standard wants its version in a new EXIF directory.
+    const auto isNewExif = [](const TiffChange& tag) { return tag.place == TiffPlace::exif && !tag.value.empty(); };
+    const auto image = structure.directoryAt(structure.firstDirectory());
+    if (std::any_of(tags.begin(), tags.end(), isNewExif) &&
+        (!image || !structure.subdirectory(*image, exifDirectoryTag)))
+        tags.push_back({TiffPlace::exif, 0x9000, TiffType::undefined, {'0', '2', '3', '0'}});
     return tags;
 }
 
@@ -195,11 +203,12 @@ base::Result<Bytes> exifBlock(const ExifOfImage& image) {
     put(TiffPlace::exif, 0xA001, TiffType::shortInteger, {image.isSRGB ? 1u : 65535u}, 2);
     put(TiffPlace::exif, 0xA002, TiffType::longInteger, {static_cast<std::uint64_t>(image.width)}, 4);
     put(TiffPlace::exif, 0xA003, TiffType::longInteger, {static_cast<std::uint64_t>(image.height)}, 4);
-    auto own = tagsForProperties(image.properties, bigEndian);
+    Bytes block = TiffStructure::empty(bigEndian);
+    const auto structure = TiffStructure::of(block);
+    auto own = tagsForProperties(image.properties, *structure);
     if (!own) return base::failure(own.error());
     tags.insert(tags.end(), own->begin(), own->end());
-    Bytes block = TiffStructure::empty(bigEndian);
-    const auto edit = TiffStructure::of(block)->editFor(tags, false);
+    const auto edit = structure->editFor(tags, false);
     if (!edit) return noRoom();
     apply(*edit, block);
     return block;
@@ -210,7 +219,7 @@ base::Result<Bytes> exifBlockMerging(std::span<const std::uint8_t> block, const 
     const auto structure = TiffStructure::of(merged);
     if (!structure || (structure->firstDirectory() != 0 && !structure->directoryAt(structure->firstDirectory())))
         return base::failure(imageMetadataErrorDomain, unreadableExifBlock, "the EXIF metadata can't be read");
-    const auto tags = tagsForProperties(properties, structure->isBigEndian());
+    const auto tags = tagsForProperties(properties, *structure);
     if (!tags) return base::failure(tags.error());
     const auto edit = structure->editFor(*tags, true);
     if (!edit) return noRoom();

@@ -17,9 +17,11 @@ namespace platform::draw {
 /// those of the top level ("Orientation").
 bool isWritableProperty(std::string_view dictionary, std::string_view property);
 
-/// The tags for the writable ones among `properties` ({ "Orientation": 6, "{Exif}": { "UserComment": ... } }), in a
-/// byte order. An empty text, empty data and nothing remove the tag. An error for a value that the tag can't hold.
-base::Result<std::vector<TiffChange>> tagsForProperties(const base::Dictionary& properties, bool bigEndian);
+/// The tags for the writable ones among `properties` ({ "Orientation": 6, "{Exif}": { "UserComment": ... } }), as this
+/// structure needs them. An empty text, empty data and nothing remove the tag. An error for a value that the tag can't
+/// hold.
+base::Result<std::vector<TiffChange>> tagsForProperties(const base::Dictionary& properties,
+                                                        const TiffStructure& structure);
 
 /// What is stored of a new image: the properties that can be written, its size in pixels and whether its colours are
 /// sRGB.

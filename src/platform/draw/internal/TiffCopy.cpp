@@ -19,7 +19,7 @@ base::Result<base::Data> copyTiff(View file, const base::Dictionary& properties)
         at = page->next;
     }
     if (pages.empty()) return copyFailure("TIFF", "it has no pages");
-    const auto tags = tagsForProperties(properties, structure->isBigEndian());
+    const auto tags = tagsForProperties(properties, *structure);
     if (!tags) return base::failure(tags.error());
     const auto edit = structure->editFor(*tags, false);
     if (!edit) return copyFailure("TIFF", "the metadata finds no room");

@@ -50,6 +50,9 @@ void describe(TIFF* tiff, const Bitmap& bitmap) {
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
     TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+    TIFFSetField(tiff, TIFFTAG_XRESOLUTION, 72.0); // the standard's value for the unknown
+    TIFFSetField(tiff, TIFFTAG_YRESOLUTION, 72.0);
+    TIFFSetField(tiff, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
     constexpr std::uint32_t stripBytes = 1 << 18;
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP,
                  std::max(stripBytes / (4 * static_cast<std::uint32_t>(bitmap.width())), std::uint32_t{1}));
@@ -87,12 +90,12 @@ base::Result<void> addTags(const Bitmap& bitmap, const base::Dictionary& propert
         },
         sink.size());
     if (!file) return base::failure(base::cocoaErrorDomain, 0, "the TIFF file can't be encoded");
-    auto tags = tagsForProperties(properties, file->isBigEndian());
+    auto tags = tagsForProperties(properties, *file);
     if (!tags) return base::failure(tags.error());
     if (std::any_of(tags->begin(), tags->end(), [](const TiffChange& tag) { return tag.place == TiffPlace::exif; })) {
         Bytes isSRGB;
         appendInteger(isSRGB, bitmap.colorSpace()->isSRGB() ? 1 : 65535, 2, file->isBigEndian());
-        tags->push_back({TiffPlace::exif, 0x9000, TiffType::undefined, {'0', '2', '3', '0'}}); // version
+        tags->push_back({TiffPlace::exif, 0xA000, TiffType::undefined, {'0', '1', '0', '0'}}); // FlashPix version
         tags->push_back({TiffPlace::exif, 0xA001, TiffType::shortInteger, std::move(isSRGB)});
     }
     const auto edit = file->editFor(*tags, false);
