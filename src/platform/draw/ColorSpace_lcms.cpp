@@ -26,20 +26,20 @@ constexpr KnownModel knownModels[] = {
 
 constexpr std::size_t largestProfile = 32u << 20;
 
+// 0 beyond the end.
+std::uint64_t numberAt(const Bytes& profile, std::uint64_t position) {
+    return position + 4 <= profile.size() ? integerAt(&profile[position], 4, true) : 0;
+}
+
 // Tables are read to the end of the file and no further, and take no memory that is not used. Only the list of a
 // multi-process element may name one element many thousand times, each of which would work on every colour.
-bool hasExcessiveElements(cmsHPROFILE profile) {
-    constexpr std::uint32_t mostElements = 64;
-    for (cmsInt32Number index = 0; index < cmsGetTagCount(profile); ++index) {
-        std::uint8_t head[16] = {}; // type, reserved, channels in and out, number of elements
-        if (cmsReadRawTag(profile, cmsGetTagSignature(profile, static_cast<cmsUInt32Number>(index)), head,
-                          sizeof head) < sizeof head)
-            continue;
-        const auto number = [&](std::size_t at) {
-            return std::uint32_t{head[at]} << 24 | std::uint32_t{head[at + 1]} << 16 |
-                   std::uint32_t{head[at + 2]} << 8 | head[at + 3];
-        };
-        if (number(0) == cmsSigMultiProcessElementType && number(12) > mostElements) return true;
+bool hasExcessiveElements(const Bytes& profile) {
+    constexpr std::uint64_t mostElements = 64, tagTable = 128, entrySize = 12;
+    const std::uint64_t count = std::min<std::uint64_t>(numberAt(profile, tagTable), profile.size() / entrySize);
+    for (std::uint64_t index = 0; index < count; ++index) {
+        const std::uint64_t tag = numberAt(profile, tagTable + 4 + entrySize * index + 4);
+        if (numberAt(profile, tag) == cmsSigMultiProcessElementType && numberAt(profile, tag + 12) > mostElements)
+            return true;
     }
     return false;
 }
@@ -202,13 +202,13 @@ base::Result<ColorSpaceRef> ColorSpace::fromICC(std::span<const std::uint8_t> da
     const Profile profile = openProfile(bytes);
     if (!profile) return base::failure(base::cocoaErrorDomain, 0, "not an ICC profile");
     // As numbers: a broken profile may hold what is none of the enumeration's.
-    const std::uint64_t signature = integerAt(&bytes[16], 4, true);
-    const std::uint64_t profileClass = integerAt(&bytes[12], 4, true);
+    const std::uint64_t signature = numberAt(bytes, 16);
+    const std::uint64_t profileClass = numberAt(bytes, 12);
     const auto* known = std::find_if(std::begin(knownModels), std::end(knownModels),
                                      [&](const KnownModel& row) { return row.signature == signature; });
     if (known == std::end(knownModels) || !isDeviceClass(profileClass))
         return base::failure(base::cocoaErrorDomain, 0, "the ICC profile is for no RGB, grey or CMYK colours");
-    if (hasExcessiveElements(profile.get()) || !canBeConverted(profile.get(), *known))
+    if (hasExcessiveElements(bytes) || !canBeConverted(profile.get(), *known))
         return base::failure(base::cocoaErrorDomain, 0, "the ICC profile is broken");
     const bool isSRGB = looksLikeSRGB(profile.get());
     const bool supportsOutput = isOutputRGB(profile.get());

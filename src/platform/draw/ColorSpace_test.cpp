@@ -278,19 +278,24 @@ TEST(ColorSpace, FallsBackForBrokenProfiles) {
     }
     EXPECT_GT(opened, 20);
 
-    // A table of 255 points a side for four inks; an element list that is told to be endless.
+    // A table of 255 points a side for four inks; long lists of elements; bytes without end.
     auto huge = whole[0];
     const char mft2[] = {'m', 'f', 't', '2'};
     for (auto at = huge.begin(); (at = std::search(at, huge.end(), mft2, mft2 + 4)) != huge.end(); at += 11)
         at[10] = 255;
     EXPECT_FALSE(ColorSpace::fromICC(huge));
-    auto endless = whole[1];
-    const char mAB[] = {'m', 'A', 'B', ' '};
-    const auto table = std::search(endless.begin(), endless.end(), mAB, mAB + 4);
-    ASSERT_NE(table, endless.end());
-    const std::uint8_t elements[16] = {'m', 'p', 'e', 't', 0, 0, 0, 0, 0, 4, 0, 3, 0, 1, 0, 0};
-    std::copy(std::begin(elements), std::end(elements), table);
-    EXPECT_FALSE(ColorSpace::fromICC(endless));
+    const auto ofElements = [](int count) {
+        cmsHPROFILE profile = cmsCreate_sRGBProfile();
+        cmsPipeline* pipeline = cmsPipelineAlloc(nullptr, 3, 3);
+        const double identity[] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+        for (int element = 0; element < count; ++element)
+            cmsPipelineInsertStage(pipeline, cmsAT_END, cmsStageAllocMatrix(nullptr, 3, 3, identity, nullptr));
+        EXPECT_TRUE(cmsWriteTag(profile, cmsSigDToB1Tag, pipeline));
+        cmsPipelineFree(pipeline);
+        return fixtures::bytesOfProfile(profile);
+    };
+    EXPECT_TRUE(ColorSpace::fromICC(ofElements(64)));
+    EXPECT_FALSE(ColorSpace::fromICC(ofElements(65)));
     EXPECT_FALSE(ColorSpace::fromICC(std::vector<std::uint8_t>(40u << 20, 0)));
 }
 
