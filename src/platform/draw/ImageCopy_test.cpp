@@ -258,7 +258,8 @@ TEST(ExifProperties, ReadsWhatAnotherProgramWrote) {
                                         " -GPSLatitude=48.25 -GPSLatitudeRef=S -GPSLongitude=16.5 -GPSLongitudeRef=E"
                                         " -GPSTimeStamp=10:11:12.5 -ExifIFD:UserComment='Gr\xC3\xBC\xC3\x9F"
                                         "e' -FNumber=2.8 -ISO=400 -ExifIFD:ISOSpeed=4000000000 -Artist=Me"
-                                        " -XResolution=240 -ResolutionUnit=inches -Orientation#=8 ";
+                                        " -XResolution=240 -ResolutionUnit=inches -Orientation#=8"
+                                        " -IPTC:Keywords=one -IPTC:Keywords=two -IPTC:City=Graz ";
             if (!support::commandOutput(command + "'" + path + "'")) GTEST_SKIP() << "exiftool is not installed";
             const base::Dictionary found = propertiesOf(base::Data(support::readFile(path)));
             SCOPED_TRACE(kind.type + " "s + order);
@@ -270,6 +271,10 @@ TEST(ExifProperties, ReadsWhatAnotherProgramWrote) {
             EXPECT_EQ(property(found, "{Exif}", "FNumber"), base::Value(2.8));
             EXPECT_EQ(property(found, "{Exif}", "ISOSpeedRatings"), base::Value(400));
             EXPECT_EQ(property(found, "{TIFF}", "Artist"), base::Value("Me"));
+            if (kind.type == "public.tiff"s) { // the one kind whose tags hold it
+                EXPECT_EQ(property(found, "{IPTC}", "Keywords"), base::Value(base::Array{"one", "two"}));
+                EXPECT_EQ(property(found, "{IPTC}", "City"), base::Value("Graz"));
+            }
             EXPECT_EQ(base::valueForKey(found, "Orientation"), base::Value(8));
             EXPECT_EQ(base::valueForKey(found, "DPIWidth"), base::Value(240));
         }
