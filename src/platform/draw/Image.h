@@ -28,7 +28,8 @@ enum class AlphaInfo {
 
 /// How well a reduced picture is made. Both are free of aliasing.
 enum class Quality {
-    final,   ///< For products: at least two decoded pixels for each one drawn are filtered.
+    final,   ///< For products: nothing but the filter reduces, or what the decoder reduced has six pixels for each one
+             ///< drawn.
     preview, ///< For the screen: the least decoding that gives enough pixels.
 };
 

@@ -1,6 +1,8 @@
 #include "ScaledPixels.h"
 
 #include "Blit.h"
+#include "ColorTransform.h"
+#include "PictureFormat.h"
 #include "PixelSource.h"
 #include "RasterCache.h"
 #include "Resampler.h"
@@ -8,9 +10,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <new>
 #include <optional>
 #include <stdexcept>
+#include <vector>
 
 namespace platform::draw {
 
@@ -20,9 +24,10 @@ std::int64_t fixed(double value) {
     return std::llround(value * 512);
 }
 
-/// By how much the decoder may reduce the picture so that enough is left for the filter.
+/// By how much the decoder may reduce the picture so that enough is left for the filter. Its own way of reducing lets
+/// finer detail through as false detail, which vanishes among six pixels along for each one drawn.
 int reductionFor(const PixelRect& region, double width, double height, Quality quality) {
-    const double spare = std::min(region.width / width, region.height / height) / (quality == Quality::final ? 2 : 1);
+    const double spare = std::min(region.width / width, region.height / height) / (quality == Quality::final ? 6 : 1);
     int reduction = 1;
     // An output size is often a rounded one; a millionth more or less must not double the work.
     while (reduction < 8 && spare >= reduction * 2 * (1 - 1e-6))
@@ -75,12 +80,47 @@ base::Result<Bitmap> rasterBy(base::Result<std::unique_ptr<Resampler>>& resample
     return bitmap;
 }
 
+/// At its own size: the decoder's pixels as they are. Nothing when the reading is in planes of other samples.
+std::optional<base::Result<Bitmap>> unscaled(const Drawing& drawing, BandReader& reader) {
+    const ReadingFormat& format = reader.format();
+    const PlaneFormat& plane = format.planes.front();
+    if (plane.samplesPerPixel != 4 || plane.rowsPerBand != 1) return std::nullopt;
+    auto transform = ColorTransform::between(drawing.image.colorSpace(), PixelLayout::bgra8, drawing.colorSpace);
+    if (!transform) return base::failure(transform.error());
+    auto bitmap = drawing.emptyRaster();
+    if (!bitmap) return bitmap;
+    const auto width = static_cast<std::size_t>(bitmap->width());
+    const auto left = static_cast<std::size_t>(format.region.x) + static_cast<std::size_t>(drawing.size.visible.x);
+    const int top = static_cast<int>(format.region.y) + drawing.size.visible.y;
+    std::vector<std::uint8_t> buffer(std::max(plane.rowBytes, 4 * static_cast<std::size_t>(plane.width)));
+    std::uint8_t* row = buffer.data();
+    std::uint8_t** rows[] = {&row};
+    if (auto skipped = reader.skipBands(top, rows); !skipped) return base::failure(skipped.error());
+    std::uint8_t* pixels = bitmap->mutablePixels();
+    for (int y = 0; y < bitmap->height(); ++y, pixels += bitmap->stride()) {
+        if (auto read = reader.readBand(rows); !read) return base::failure(read.error());
+        std::memcpy(pixels, row + 4 * left, 4 * width);
+        if (format.kind == SampleKind::bgrx) {
+            for (std::size_t x = 0; x < width; ++x)
+                pixels[4 * x + 3] = 255;
+        }
+        if (!*transform) continue;
+        const bool premultiplied = format.kind == SampleKind::bgra;
+        if (premultiplied) unpremultiply(pixels, width);
+        (*transform)->convert(pixels, pixels, width);
+        if (premultiplied) premultiply(pixels, width);
+    }
+    return bitmap;
+}
+
 /// Decodes no more than the drawing needs, and keeps none of it.
 base::Result<Bitmap> streamed(const Drawing& drawing) {
     RasterCache::shared().countDecoding();
     auto reader = drawing.isAtOwnSize() ? drawing.source().openAtOwnSize(drawing.region)
                                         : drawing.source().open(drawing.region, drawing.reduction);
     if (!reader) return base::failure(reader.error());
+    if (drawing.isAtOwnSize())
+        if (auto bitmap = unscaled(drawing, **reader)) return *bitmap;
     auto resampler =
         Resampler::create(std::move(*reader), drawing.size, drawing.image.colorSpace(), drawing.colorSpace);
     return rasterBy(resampler, drawing);
