@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
+#include <numbers>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -148,6 +150,81 @@ TEST(ScaledPixels, DoNotAlias) {
         for (int y = 4; y < 126; ++y)
             for (int x = 4; x < 126; ++x)
                 ASSERT_NEAR(pixel(bitmap, x, y)[0], 128, 4) << x << " " << y;
+    }
+}
+
+// Rings that grow finer outwards, up to one pixel light and one dark. Where they are finer than the output can show
+// there must be even gray: what remains there is false.
+TEST(ScaledPixels, AZonePlateShowsNoMoreFalseRingsThanFullPrecision) {
+    constexpr int side = 512;
+    const Pixels plate = Pixels::of(side, side, [](double x, double y) {
+        const double radius = std::hypot(x - side / 2.0, y - side / 2.0);
+        const double value = 127.5 + 127.5 * std::cos(std::numbers::pi * radius * radius / side);
+        return Color{value, value, value};
+    });
+    JpegOptions fine;
+    fine.quality = 98;
+    const base::Data jpeg = fixtures::jpegOf(plate, fine);
+    struct Subject {
+        const char* name;
+        ImageRef image;
+        Pixels pixels;
+    };
+    const Subject subjects[] = {{"PNG", imageOf(fixtures::pngOf(plate)), plate},
+                                {"JPEG", imageOf(jpeg), fixtures::decodedJpeg(jpeg)}};
+    for (const int size : {341, 216, 128, 97, 64, 42, 31, 21}) {
+        const double factor = static_cast<double>(side) / size;
+        // Of a picture of three bytes a pixel: the deviation from gray beyond what the output can show.
+        const auto falseRings = [&](const auto& valueAt) {
+            double sum = 0;
+            int count = 0;
+            for (int y = 0; y < size; ++y)
+                for (int x = 0; x < size; ++x) {
+                    const double radius = std::hypot((x + 0.5) * factor - side / 2.0, (y + 0.5) * factor - side / 2.0);
+                    if (radius < 1.3 * side / 2 / factor) continue;
+                    sum += (valueAt(x, y) - 127.5) * (valueAt(x, y) - 127.5);
+                    ++count;
+                }
+            return std::sqrt(sum / std::max(count, 1));
+        };
+        for (const auto& [name, image, pixels] : subjects) {
+            SCOPED_TRACE(std::string(name) + " to " + std::to_string(size));
+            const Bitmap bitmap = scaled(*image, size, size);
+            const auto wanted = fixtures::reference(pixels, 0, 0, side, side, size, size);
+            const double ours = falseRings([&](int x, int y) { return double(bitmap.row(y)[4 * x + 1]); });
+            const double best = falseRings(
+                [&](int x, int y) { return std::round(wanted[3 * (static_cast<std::size_t>(y) * size + x) + 1]); });
+            EXPECT_LE(ours, best * 1.1);
+        }
+    }
+}
+
+TEST(ScaledPixels, ADrawingAtItsOwnSizeIsUnchanged) {
+    const Pixels pixels = Pixels::of(131, 98, fixtures::photographLike);
+    std::vector<std::pair<ImageRef, Pixels>> subjects{{imageOf(pixels), pixels},
+                                                      {imageOf(fixtures::pngOf(pixels)), pixels},
+                                                      {imageOf(fixtures::tiffOf(pixels)), pixels}};
+    for (const auto& [horizontal, vertical] : std::vector<Sampling>{{1, 1}, {2, 2}, {2, 1}, {1, 2}, {4, 1}}) {
+        JpegOptions options;
+        options.horizontalSampling = horizontal;
+        options.verticalSampling = vertical;
+        const base::Data jpeg = fixtures::jpegOf(pixels, options);
+        subjects.emplace_back(imageOf(jpeg), fixtures::decodedJpeg(jpeg));
+    }
+    for (const auto& [image, wanted] : subjects) {
+        // Whole, of a part, and of a part of the target only.
+        Bitmap whole = canvas(131, 98);
+        ASSERT_TRUE(draw(*image, {{0, 0, 131, 98}}, whole));
+        Bitmap part = canvas(131, 98);
+        ASSERT_TRUE(draw(*image->cropped({20, 37, 64, 50}), {{20, 37, 64, 50}}, part, 1, {25, 41, 30, 20}));
+        for (int y = 0; y < 98; ++y)
+            for (int x = 0; x < 131; ++x) {
+                const std::uint8_t* color = wanted.at(x, y);
+                const std::vector<int> expected{color[0], color[1], color[2], 255};
+                ASSERT_EQ(pixel(whole, x, y), expected) << x << " " << y;
+                const bool inside = x >= 25 && x < 55 && y >= 41 && y < 61;
+                ASSERT_EQ(pixel(part, x, y), inside ? expected : std::vector<int>(4)) << x << " " << y;
+            }
     }
 }
 
@@ -298,6 +375,67 @@ TEST(PictureCache, DecodesOnceForAll) {
     const auto after = pictureCacheStatistics();
     EXPECT_EQ(after.misses - before.misses, 1u);
     EXPECT_EQ(after.hits - before.hits, 5u);
+}
+
+// At other sizes, of other parts, on several threads at once: one decoding, and the pixels are those that a drawing
+// without any cache has.
+TEST(PictureCache, KeptPicturesAreDrawnAsDecodedOnes) {
+    struct Wish {
+        base::Rect crop;
+        int width, height;
+    };
+    const std::vector<Wish> wishes{{{0, 0, 700, 500}, 350, 250},     {{0, 0, 700, 500}, 301, 222},
+                                   {{13, 101, 333, 257}, 180, 131},  {{350, 0, 350, 500}, 340, 490},
+                                   {{101, 211, 301, 202}, 299, 201}, {{0, 0, 700, 500}, 700, 499}};
+    const Pixels pixels = Pixels::of(700, 500, fixtures::photographLike);
+    fixtures::PngOptions transparent;
+    transparent.colors = fixtures::PngColors::rgba;
+    JpegOptions gray;
+    gray.colors = JpegColors::gray;
+    const std::size_t capacity = pictureCacheCapacity();
+    for (const ImageRef& image : {imageOf(fixtures::jpegOf(pixels)), imageOf(fixtures::jpegOf(pixels, gray)),
+                                  imageOf(fixtures::pngOf(pixels, transparent)), imageOf(fixtures::tiffOf(pixels))}) {
+        const auto drawn = [&](const Wish& wish) {
+            return scaled(*image->cropped(wish.crop), wish.width, wish.height);
+        };
+        std::vector<Bitmap> wanted;
+        setPictureCacheCapacity(0);
+        for (const Wish& wish : wishes)
+            wanted.push_back(drawn(wish));
+        setPictureCacheCapacity(capacity);
+        const std::uint64_t before = pictureCacheStatistics().decodings;
+        const PictureSharing sharing;
+        std::atomic<int> same{0};
+        std::vector<std::thread> threads;
+        for (std::size_t i = 0; i < wishes.size(); ++i)
+            threads.emplace_back([&, i] { same += samePixels(drawn(wishes[i]), wanted[i]); });
+        for (std::thread& thread : threads)
+            thread.join();
+        EXPECT_EQ(same, 6);
+        EXPECT_EQ(pictureCacheStatistics().decodings - before, 1u);
+    }
+}
+
+TEST(PictureCache, LargePicturesAreKeptWhileTheyAreShared) {
+    clearPictureCache();
+    const std::size_t capacity = pictureCacheCapacity();
+    setPictureCacheCapacity(1'000'000); // of which a quarter is for what nobody shares
+    const ImageRef image = imageOf(fixtures::jpegOf(Pixels::of(600, 400, fixtures::photographLike)));
+    const auto decodings = [&](int width, int height) {
+        const std::uint64_t before = pictureCacheStatistics().decodings;
+        (void)scaled(*image, width, height);
+        return pictureCacheStatistics().decodings - before;
+    };
+    EXPECT_EQ(decodings(200, 150) + decodings(201, 150), 2u);
+    {
+        const PictureSharing sharing;
+        EXPECT_EQ(decodings(202, 150) + decodings(203, 150), 1u);
+        EXPECT_GT(pictureCacheStatistics().bytes, 360'000u);
+    }
+    EXPECT_LT(pictureCacheStatistics().bytes, 500'000u);
+    EXPECT_EQ(decodings(204, 150), 1u);
+    setPictureCacheCapacity(capacity);
+    clearPictureCache();
 }
 
 TEST(PictureCache, IsBoundedAndKeepsNoFailure) {
