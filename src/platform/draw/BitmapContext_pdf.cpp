@@ -15,7 +15,7 @@ void BitmapContext::drawPDFPage(const PDFPageRef& page) {
     if (state.alpha >= 1 && !state.shadow && colorSpace()->isSRGB()) {
         const CanvasDrawing drawing(*storage_);
         applyTransform(drawing.cairo(), storage_->deviceTransform());
-        renderPage(*page, drawing.cairo());
+        if (const auto drawn = renderPage(*page, drawing.cairo()); !drawn) setDrawError(drawn.error());
         return;
     }
     // Apart, and then as a picture of its own: things that lie over each other on the page stay opaque to each other

@@ -1,6 +1,7 @@
 // Poppler has two faces, and neither is enough: the one for GLib draws on Cairo but hides a page's rotation, the one
 // for C++ tells it but draws on bitmaps of its own only. So a document is opened through both.
 #include "base/Text.h"
+#include "internal/PdfInput.h"
 #include "internal/PdfPages.h"
 #include "platform/draw/PDFDocument.h"
 
@@ -29,10 +30,12 @@ struct PDFDocument::Storage {
     ~Storage() {
         const std::lock_guard lock(libraryMutex);
         if (drawing) g_object_unref(drawing);
+        input.reset();
         facts.reset();
     }
     base::Data bytes;                         // both faces read from it
     std::unique_ptr<poppler::document> facts; // made first and ended last: its kind of messages is in force
+    std::unique_ptr<PdfInput> input;          // of `drawing`
     PopplerDocument* drawing = nullptr;
     int pageCount = 0;
 };
@@ -131,9 +134,9 @@ base::Result<PDFDocumentRef> openPdfDocument(const ByteSource& source) {
     if (storage->facts->is_locked()) return pictureFailure(source, "the PDF document needs a password");
     storage->pageCount = storage->facts->pages();
 
-    GBytes* const shared = g_bytes_new_static(text.data(), text.size());
-    storage->drawing = poppler_document_new_from_bytes(shared, nullptr, nullptr);
-    g_bytes_unref(shared);
+    storage->input = std::make_unique<PdfInput>(text);
+    storage->drawing = poppler_document_new_from_stream(storage->input->stream(), static_cast<goffset>(text.size()),
+                                                        nullptr, nullptr, nullptr);
     if (!storage->drawing) return pictureFailure(source, "the PDF document is damaged");
     storage->pageCount = std::min(storage->pageCount, poppler_document_get_n_pages(storage->drawing));
     if (storage->pageCount < 1) return pictureFailure(source, "the PDF document has no pages");
@@ -195,7 +198,7 @@ AffineTransform PDFPage::drawingTransform(PDFBox box, const Rect& rect, int rota
         .after(AffineTransform::translation(-from.center().x, -from.center().y));
 }
 
-void renderPage(const PDFPage& page, cairo_t* cairo) {
+base::Result<void> renderPage(const PDFPage& page, cairo_t* cairo) {
     const PDFPage::Storage& storage = page.storage();
     const PDFDocument::Storage& document = storage.document->storage();
     // The library draws the crop box as it is displayed: turned, from its top left corner, y down.
@@ -206,13 +209,20 @@ void renderPage(const PDFPage& page, cairo_t* cairo) {
     const cairo_matrix_t matrix = {toUser.a, toUser.b, toUser.c, toUser.d, toUser.tx, toUser.ty};
 
     const std::lock_guard lock(libraryMutex);
+    document.input->beginDrawing();
     PopplerPage* const drawn = poppler_document_get_page(document.drawing, storage.index);
-    if (!drawn) return;
-    cairo_save(cairo);
-    cairo_transform(cairo, &matrix);
-    poppler_page_render(drawn, cairo);
-    cairo_restore(cairo);
-    g_object_unref(drawn);
+    if (drawn) {
+        cairo_save(cairo);
+        cairo_transform(cairo, &matrix);
+        poppler_page_render(drawn, cairo);
+        cairo_restore(cairo);
+        g_object_unref(drawn);
+    }
+    const std::string name = "page " + std::to_string(storage.index + 1);
+    if (document.input->isExhausted())
+        return base::failure(base::cocoaErrorDomain, 0, name + " of the PDF document takes too long to draw");
+    if (!drawn) return base::failure(base::cocoaErrorDomain, 0, name + " of the PDF document is damaged");
+    return {};
 }
 
 } // namespace platform::draw

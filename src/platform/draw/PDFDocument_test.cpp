@@ -18,6 +18,7 @@ using base::AffineTransform;
 using base::Rect;
 using support::markedPage;
 using support::pdfOf;
+using support::pdfOfObjects;
 
 namespace {
 
@@ -276,6 +277,31 @@ TEST(PDFDocument, RefusesWhatIsNoWholeDocument) {
             }
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+// 2 to the 40th uses of one form.
+TEST(PDFDocument, PageThatTakesTooLongFails) {
+    const auto stream = [](const std::string& entries, const std::string& content) {
+        return "<< " + entries + " /Length " + std::to_string(content.size()) + " >>\nstream\n" + content +
+               "\nendstream";
+    };
+    const auto resources = [](std::size_t form) {
+        return "/Resources << /XObject << /F " + std::to_string(form) + " 0 R >> >>";
+    };
+    std::vector<std::string> objects = {
+        "<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 20 20] /Contents 4 0 R " + resources(5) + " >>",
+        stream("", "/F Do")};
+    const std::string form = "/Type /XObject /Subtype /Form /BBox [0 0 20 20] ";
+    while (objects.size() < 44)
+        objects.push_back(stream(form + resources(objects.size() + 2), "/F Do /F Do"));
+    objects.push_back(stream(form, "0 0 9 9 re f"));
+    const auto source = ImageSource::createWithData(base::Data(pdfOfObjects(objects)));
+    ASSERT_TRUE(source);
+    const auto bitmap = (*source)->imageAtIndex(0)->bitmap();
+    ASSERT_FALSE(bitmap);
+    EXPECT_EQ(bitmap.error().localizedDescription,
+              "cannot read the data: page 1 of the PDF document takes too long to draw");
 }
 
 TEST(PDFDocument, WrittenPicturesComeBack) {

@@ -12,7 +12,8 @@ namespace platform::draw {
 base::Result<PDFDocumentRef> openPdfDocument(const ByteSource& source);
 
 /// Draws the page, cut to its crop box, on a Cairo context whose space is the page's user space (y up). Colours are
-/// sRGB. Failures are those of the Cairo context.
-void renderPage(const PDFPage& page, cairo_t* cairo);
+/// sRGB. Fails for a page that is damaged or takes too long, in which case part of it may have been drawn, and so may
+/// all further drawings of its document; other failures are those of the Cairo context.
+base::Result<void> renderPage(const PDFPage& page, cairo_t* cairo);
 
 } // namespace platform::draw
