@@ -19,6 +19,51 @@ namespace {
 // What the library has to say must not reach standard error.
 [[maybe_unused]] const bool libraryIsQuiet = (Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute), true);
 
+// Where a property is not called as the library calls the tag; null for tags that tell how the file is built.
+struct Renaming {
+    std::string_view tag;
+    std::string_view property;
+};
+constexpr Renaming renamings[] = {
+    {"Image.ExifTag", {}},
+    {"Image.GPSTag", {}},
+    {"Photo.InteroperabilityTag", {}},
+    {"Photo.FlashpixVersion", "FlashPixVersion"},
+    {"Photo.FocalLengthIn35mmFilm", "FocalLenIn35mmFilm"},
+    {"Photo.SubSecTime", "SubsecTime"},
+    {"Photo.SubSecTimeOriginal", "SubsecTimeOriginal"},
+    {"Photo.SubSecTimeDigitized", "SubsecTimeDigitized"},
+    {"Photo.SubjectDistanceRange", "SubjectDistRange"},
+    {"Application2.ObjectType", "ObjectTypeReference"},
+    {"Application2.ObjectAttribute", "ObjectAttributeReference"},
+    {"Application2.Subject", "SubjectReference"},
+    {"Application2.SuppCategory", "SupplementalCategory"},
+    {"Application2.FixtureId", "FixtureIdentifier"},
+    {"Application2.LocationCode", "ContentLocationCode"},
+    {"Application2.LocationName", "ContentLocationName"},
+    {"Application2.DigitizationDate", "DigitalCreationDate"},
+    {"Application2.DigitizationTime", "DigitalCreationTime"},
+    {"Application2.Program", "OriginatingProgram"},
+    {"Application2.ProvinceState", "Province/State"},
+    {"Application2.CountryCode", "Country/PrimaryLocationCode"},
+    {"Application2.CountryName", "Country/PrimaryLocationName"},
+    {"Application2.TransmissionReference", "OriginalTransmissionReference"},
+    {"Application2.Copyright", "CopyrightNotice"},
+    {"Application2.Caption", "Caption/Abstract"},
+    {"Application2.Writer", "Writer/Editor"},
+    {"Application2.Language", "LanguageIdentifier"},
+    {"GPSInfo.GPSVersionID", "GPSVersion"},
+};
+
+// Empty for what is no property.
+std::string propertyName(const std::string& group, const std::string& tag) {
+    const std::string key = group + "." + tag;
+    const auto* renaming =
+        std::find_if(std::begin(renamings), std::end(renamings), [&](const Renaming& row) { return row.tag == key; });
+    if (renaming != std::end(renamings)) return std::string(renaming->property);
+    return group == "GPSInfo" && tag.starts_with("GPS") ? tag.substr(3) : tag;
+}
+
 // Larger ones are previews and makers' private data, of no use as properties.
 constexpr long maximumValueBytes = 65536;
 
@@ -97,22 +142,6 @@ base::Value positionProperty(const std::string& name, base::Value value) {
     return text;
 }
 
-base::Dictionary iptcProperties(const std::vector<std::uint8_t>& bytes) {
-    base::Dictionary properties;
-    Exiv2::IptcData data;
-    if (Exiv2::IptcParser::decode(data, bytes.data(), static_cast<std::uint32_t>(bytes.size())) != 0) return properties;
-    for (const Exiv2::Iptcdatum& datum : data) {
-        if (datum.size() > maximumValueBytes) continue;
-        base::Value& slot = properties[datum.tagName()];
-        const std::string text = textOf(datum.toString());
-        if (auto* several = slot.as<base::Array>())
-            several->push_back(text);
-        else
-            slot = slot ? base::Value(base::Array{slot, text}) : base::Value(text);
-    }
-    return properties;
-}
-
 void addResolution(base::Dictionary& properties, const base::Dictionary& tiffPart) {
     constexpr std::int64_t unitless = 1, centimeter = 3;
     const base::Value& unitValue = base::valueForKey(tiffPart, "ResolutionUnit");
@@ -154,6 +183,43 @@ base::Value exifComment(const std::vector<std::uint8_t>& bytes, bool bigEndian) 
     return base::Data(bytes);
 }
 
+base::Dictionary iptcProperties(const std::vector<std::uint8_t>& dataSets) {
+    base::Dictionary properties;
+    try {
+        Exiv2::IptcData data;
+        if (Exiv2::IptcParser::decode(data, dataSets.data(), static_cast<std::uint32_t>(dataSets.size())) != 0)
+            return properties;
+        for (const Exiv2::Iptcdatum& datum : data) {
+            constexpr std::uint16_t version = 0;
+            if (datum.record() != Exiv2::IptcDataSets::application2 || datum.tag() == version ||
+                datum.size() > maximumValueBytes)
+                continue;
+            base::Value& slot = properties[propertyName(datum.groupName(), datum.tagName())];
+            const std::string text = textOf(datum.toString());
+            if (auto* several = slot.as<base::Array>())
+                several->push_back(text);
+            else
+                slot = slot ? base::Value(base::Array{slot, text}) : base::Value(text);
+        }
+    } catch (const std::exception&) {
+        // What came before the broken part is good.
+    }
+    return properties;
+}
+
+std::vector<std::uint8_t> iptcInPhotoshopResources(const std::vector<std::uint8_t>& resources) {
+    const Exiv2::byte* record = nullptr;
+    std::uint32_t headerSize = 0, size = 0;
+    try {
+        if (Exiv2::Photoshop::locateIptcIrb(resources.data(), static_cast<long>(resources.size()), &record, &headerSize,
+                                            &size) != 0)
+            return {};
+    } catch (const std::exception&) {
+        return {};
+    }
+    return {record + headerSize, record + headerSize + size};
+}
+
 base::Dictionary exifProperties(const std::vector<std::uint8_t>& exif) {
     base::Dictionary properties;
     if (exif.empty()) return properties;
@@ -170,12 +236,10 @@ base::Dictionary exifProperties(const std::vector<std::uint8_t>& exif) {
             base::Dictionary* part = partOf(datum.groupName());
             if (!part || datum.size() > maximumValueBytes) continue;
             try {
-                std::string name = datum.tagName();
+                const std::string name = propertyName(datum.groupName(), datum.tagName());
+                if (name.empty()) continue;
                 base::Value value = propertyOf(datum, order);
-                if (part == &gpsPart) {
-                    if (name.starts_with("GPS")) name.erase(0, 3);
-                    value = positionProperty(name, std::move(value));
-                }
+                if (part == &gpsPart) value = positionProperty(name, std::move(value));
                 if (part == &tiffPart && datum.tag() == iptcTag)
                     iptcPart = iptcProperties(bytesOf(datum.value(), order));
                 else

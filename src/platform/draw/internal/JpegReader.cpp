@@ -1,6 +1,8 @@
 // JPEG by libjpeg-turbo. The planes come out at their own resolution, before any enlargement of colour and before the
 // conversion to RGB: both are done on the reduced picture, on a fraction of the pixels.
+#include "ExifProperties.h"
 #include "PictureFormat.h"
+#include "platform/draw/ImageMetadata.h"
 
 #include <algorithm>
 #include <array>
@@ -133,6 +135,7 @@ public:
             if (keepMetadata) {
                 jpeg_save_markers(&jpeg, JPEG_APP0 + 1, 0xFFFF);
                 jpeg_save_markers(&jpeg, JPEG_APP0 + 2, 0xFFFF);
+                jpeg_save_markers(&jpeg, JPEG_APP0 + 13, 0xFFFF);
             }
             jpeg_read_header(&jpeg, TRUE);
         });
@@ -343,14 +346,17 @@ private:
     double bytesPerPixel_ = 0; // of all planes
 };
 
-std::vector<std::uint8_t> exifOf(const jpeg_decompress_struct& jpeg) {
-    constexpr std::string_view mark("Exif\0\0", 6);
+/// What follows `mark` in the segments of this kind that begin with it: of the first one or, as Photoshop goes on in
+/// further ones, of all.
+std::vector<std::uint8_t> contentOf(const jpeg_decompress_struct& jpeg, int kind, std::string_view mark, bool ofAll) {
+    std::vector<std::uint8_t> content;
     for (jpeg_saved_marker_ptr marker = jpeg.marker_list; marker; marker = marker->next) {
-        const std::string_view content(reinterpret_cast<const char*>(marker->data), marker->data_length);
-        if (marker->marker == JPEG_APP0 + 1 && content.starts_with(mark))
-            return {content.begin() + static_cast<std::ptrdiff_t>(mark.size()), content.end()};
+        const std::string_view segment(reinterpret_cast<const char*>(marker->data), marker->data_length);
+        if (marker->marker != kind || !segment.starts_with(mark)) continue;
+        content.insert(content.end(), segment.begin() + static_cast<std::ptrdiff_t>(mark.size()), segment.end());
+        if (!ofAll) break;
     }
-    return {};
+    return content;
 }
 
 ColorSpaceRef colorSpaceOf(Decoder& decoder, SampleKind kind) {
@@ -383,7 +389,11 @@ base::Result<std::vector<Picture>> openJpeg(std::shared_ptr<const ByteSource> by
 
     Picture picture;
     picture.bitsPerComponent = jpeg.data_precision;
-    picture.exif = exifOf(jpeg);
+    using namespace std::string_view_literals;
+    picture.exif = contentOf(jpeg, JPEG_APP0 + 1, "Exif\0\0"sv, false);
+    const auto iptc =
+        iptcProperties(iptcInPhotoshopResources(contentOf(jpeg, JPEG_APP0 + 13, "Photoshop 3.0\0"sv, true)));
+    if (!iptc.empty()) picture.properties.emplace(kCGImagePropertyIPTCDictionary, iptc);
     if (jpeg.saw_JFIF_marker && jpeg.density_unit != 0) {
         const double perInch = jpeg.density_unit == 2 ? 2.54 : 1.0;
         picture.dpiWidth = jpeg.X_density * perInch;

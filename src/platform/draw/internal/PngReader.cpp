@@ -54,25 +54,23 @@ public:
         return (png_get_color_type(png_, info_) & PNG_COLOR_MASK_ALPHA) != 0 ||
                png_get_valid(png_, info_, PNG_INFO_tRNS) != 0;
     }
-    /// Whether rows are delivered as one grey sample a pixel.
     bool isGray() const {
-        return (png_get_color_type(png_, info_) & (PNG_COLOR_MASK_COLOR | PNG_COLOR_MASK_PALETTE)) == 0 && !hasAlpha();
+        return (png_get_color_type(png_, info_) & (PNG_COLOR_MASK_COLOR | PNG_COLOR_MASK_PALETTE)) == 0;
     }
 
-    /// From here on rows come as one grey byte a pixel, or as blue, green, red and alpha (255 for none); deep ones with
-    /// 16 bits a sample, as grey, or red, green, blue, and alpha when there is one.
+    /// From here on rows come as one grey byte a pixel, or as blue, green, red and alpha (255 for none; grey pictures
+    /// with alpha too); deep ones with 16 bits a sample, as grey, or red, green, blue, and alpha when there is one.
     base::Result<void> startRows(bool deep) {
         return guarded([this, deep] {
-            const int type = png_get_color_type(png_, info_);
             png_set_expand(png_);
-            if (!isGray() && (type & PNG_COLOR_MASK_COLOR) == 0) png_set_gray_to_rgb(png_);
             if (deep) {
                 png_set_expand_16(png_);
                 if (std::endian::native == std::endian::little) png_set_swap(png_);
             } else {
                 png_set_scale_16(png_);
+                if (isGray() && hasAlpha()) png_set_gray_to_rgb(png_);
                 if (!isGray() && !hasAlpha()) png_set_filler(png_, 0xFF, PNG_FILLER_AFTER);
-                if (!isGray()) png_set_bgr(png_);
+                if (!isGray() || hasAlpha()) png_set_bgr(png_);
             }
             passes_ = png_set_interlace_handling(png_);
             png_read_update_info(png_, info_);
@@ -179,8 +177,8 @@ public:
     explicit PngBandReader(std::unique_ptr<Decoder> decoder) : rows_(std::move(decoder)) {}
 
     base::Result<void> start(const PixelRect& region) {
-        const bool isGray = rows_.decoder().isGray();
         alpha_ = rows_.decoder().hasAlpha();
+        const bool isGray = rows_.decoder().isGray() && !alpha_;
         PlaneFormat plane;
         plane.samplesPerPixel = isGray ? 1 : 4;
         plane.width = rows_.width();

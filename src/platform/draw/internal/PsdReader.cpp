@@ -2,8 +2,10 @@
 // merged colours of a file with transparency are blended with white; here they are taken off it again, as Photoshop
 // does.
 #include "DeepTransform.h"
+#include "ExifProperties.h"
 #include "PsdPlanes.h"
 #include "platform/draw/ColorSpace.h"
+#include "platform/draw/ImageMetadata.h"
 
 #include <algorithm>
 #include <array>
@@ -58,6 +60,7 @@ base::Result<void> readHeader(const ByteSource& bytes, PsdCursor& cursor, PsdPic
 struct Resources {
     std::vector<std::uint8_t> profile;
     std::vector<std::uint8_t> exif;
+    std::vector<std::uint8_t> iptc;
     std::optional<double> dpiWidth;
     std::optional<double> dpiHeight;
 };
@@ -68,6 +71,8 @@ void readResource(PsdCursor& cursor, unsigned identifier, std::uint64_t size, Re
         resources.profile = cursor.bytes(size);
     } else if (identifier == 1058) {
         resources.exif = cursor.bytes(size);
+    } else if (identifier == 1028) {
+        resources.iptc = cursor.bytes(size);
     } else if (identifier == 1047 && size >= 2) {
         psd.clearIndex = cursor.number(2);
     } else if (identifier == 1005 && size >= 16) {
@@ -384,6 +389,8 @@ base::Result<std::vector<Picture>> openPsd(std::shared_ptr<const ByteSource> byt
     picture.dpiWidth = resources.dpiWidth;
     picture.dpiHeight = resources.dpiHeight;
     picture.exif = std::move(resources.exif);
+    if (const auto iptc = iptcProperties(resources.iptc); !iptc.empty())
+        picture.properties.emplace(kCGImagePropertyIPTCDictionary, iptc);
     picture.pixels = std::make_shared<PsdSource>(bytes, std::move(psd), resources.profile);
     return std::vector<Picture>{std::move(picture)};
 }

@@ -73,10 +73,8 @@ struct TiffLayout {
         if (hasAlpha) return SampleKind::bgra;
         return isGray() ? SampleKind::gray : SampleKind::bgrx;
     }
-    int components() const {
-        const SampleKind sampleKind = kind();
-        return sampleKind == SampleKind::gray ? 1 : sampleKind == SampleKind::cmyk ? 4 : 3;
-    }
+    /// Of the colours that kind() delivers; grey may come as three equal ones.
+    int components() const { return isGray() ? 1 : kind() == SampleKind::cmyk ? 4 : 3; }
 };
 
 /// The rows of a page that can be taken as they are: the samples of each pixel together, 8 or 16 bits each in this

@@ -186,7 +186,7 @@ class TiffDeepReader final : public DeepReader {
 public:
     explicit TiffDeepReader(std::unique_ptr<TiffDecoder> decoder)
         : decoder_(std::move(decoder)), layout_(*decoder_), rows_(*decoder_, layout_) {
-        format_ = {layout_.components(), layout_.hasAlpha && layout_.components() == 3, layout_.premultiplied};
+        format_ = {layout_.components(), layout_.hasAlpha && layout_.components() != 4, layout_.premultiplied};
     }
     base::Result<void> start() {
         if (layout_.isLab())
@@ -201,13 +201,13 @@ public:
             lab_.convert(*source, layout_, row);
             return {};
         }
-        const std::size_t grayOrColors = layout_.isGray() ? 1 : static_cast<std::size_t>(format_.colors);
+        const auto colors = static_cast<std::size_t>(format_.colors);
         const std::uint16_t inversion = layout_.photometric == PHOTOMETRIC_MINISWHITE ? 0xFFFF : 0;
         for (std::size_t pixel = 0; pixel < static_cast<std::size_t>(layout_.width); ++pixel) {
             const std::size_t first = pixel * layout_.samples;
-            for (std::size_t k = 0; k < static_cast<std::size_t>(format_.colors); ++k)
-                *row++ = sampleOf(*source, first + std::min(k, grayOrColors - 1), layout_.bits) ^ inversion;
-            if (format_.hasAlpha) *row++ = sampleOf(*source, first + grayOrColors, layout_.bits);
+            for (std::size_t k = 0; k < colors; ++k)
+                *row++ = sampleOf(*source, first + k, layout_.bits) ^ inversion;
+            if (format_.hasAlpha) *row++ = sampleOf(*source, first + colors, layout_.bits);
         }
         return {};
     }
