@@ -137,16 +137,7 @@ public:
     MemoryBandReader(Samples samples, std::size_t width, bool opaque, const PixelRect& region)
         : samples_(std::move(samples)), next_(4 * (static_cast<std::size_t>(region.y) * width + region.x)),
           step_(4 * width) {
-        format_.kind = opaque ? SampleKind::bgrx : SampleKind::bgra;
-        format_.gridWidth = region.width;
-        format_.gridHeight = region.height;
-        format_.region = {0, 0, static_cast<double>(region.width), static_cast<double>(region.height)};
-        PlaneFormat plane;
-        plane.samplesPerPixel = 4;
-        plane.width = region.width;
-        plane.height = region.height;
-        plane.rowBytes = static_cast<std::size_t>(region.width) * 4;
-        format_.planes.push_back(plane);
+        format_ = ReadingFormat::ofRows(opaque ? SampleKind::bgrx : SampleKind::bgra, region.width, region.height);
     }
     base::Result<void> readBand(std::uint8_t** const* rows) override {
         if (next_ >= samples_->size()) return {};

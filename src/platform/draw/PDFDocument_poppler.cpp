@@ -50,7 +50,6 @@ struct PDFPage::Storage {
 
 namespace {
 
-constexpr std::size_t largestFile = std::size_t{1} << 30;
 // Where readers look for the marks of a document's beginning and end.
 constexpr std::size_t markReach = 1024;
 
@@ -58,20 +57,6 @@ constexpr std::size_t markReach = 1024;
 void keepQuiet() {
     static std::once_flag once;
     std::call_once(once, [] { poppler::set_debug_error_function([](const std::string&, void*) {}, nullptr); });
-}
-
-base::Result<base::Data> allBytes(const ByteSource& source) {
-    const auto reader = source.open();
-    if (!reader) return base::failure(reader.error());
-    if ((*reader)->size() > largestFile) return pictureFailure(source, "it is larger than a gigabyte");
-    base::Data data;
-    data.bytes.resize(static_cast<std::size_t>((*reader)->size()));
-    for (std::size_t position = 0; position < data.size();) {
-        const std::size_t got = (*reader)->read(position, data.bytes.data() + position, data.size() - position);
-        if (got == 0) return pictureFailure(source, "it can't be read whole");
-        position += got;
-    }
-    return data;
 }
 
 // The library would gather what is there of half a document, and show half of it.

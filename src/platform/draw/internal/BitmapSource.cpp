@@ -9,16 +9,8 @@ namespace {
 class BitmapBandReader final : public BandReader {
 public:
     BitmapBandReader(Bitmap bitmap, const PixelRect& region) : bitmap_(std::move(bitmap)), region_(region) {
-        format_.kind = bitmap_.isOpaque() ? SampleKind::bgrx : SampleKind::bgra;
-        format_.gridWidth = region.width;
-        format_.gridHeight = region.height;
-        format_.region = {0, 0, static_cast<double>(region.width), static_cast<double>(region.height)};
-        PlaneFormat plane;
-        plane.samplesPerPixel = 4;
-        plane.width = region.width;
-        plane.height = region.height;
-        plane.rowBytes = static_cast<std::size_t>(region.width) * 4;
-        format_.planes.push_back(plane);
+        format_ = ReadingFormat::ofRows(bitmap_.isOpaque() ? SampleKind::bgrx : SampleKind::bgra, region.width,
+                                        region.height);
     }
 
     base::Result<void> readBand(std::uint8_t** const* rows) override {

@@ -1,5 +1,6 @@
 // BMP, read by our own code a row at a time: 1 to 32 bits, bit fields, alpha masks, run lengths, rows from the bottom
 // or from the top, headers from OS/2 1.x to Windows' fifth.
+#include "ByteOrder.h"
 #include "PictureFormat.h"
 #include "platform/draw/ColorSpace.h"
 
@@ -48,10 +49,7 @@ struct Header {
 };
 
 std::uint32_t number(const std::uint8_t* bytes, int count) {
-    std::uint32_t value = 0;
-    for (int i = count; i-- > 0;)
-        value = value << 8 | bytes[i];
-    return value;
+    return static_cast<std::uint32_t>(integerAt(bytes, count, false));
 }
 
 /// The header's fields; those that an older header lacks are 0.
@@ -324,16 +322,8 @@ public:
     BmpBandReader(std::shared_ptr<const ByteSource> bytes, std::unique_ptr<ByteReader> reader, const Header& header,
                   const PixelRect& region)
         : bytes_(std::move(bytes)), reader_(std::move(reader)), header_(header), rows_(header_), region_(region) {
-        PlaneFormat plane;
-        plane.samplesPerPixel = 4;
-        plane.width = region.width;
-        plane.height = region.height;
-        plane.rowBytes = 4 * static_cast<std::size_t>(region.width);
-        format_.planes.push_back(plane);
-        format_.kind = header.hasAlpha() ? SampleKind::bgra : SampleKind::bgrx;
-        format_.gridWidth = region.width;
-        format_.gridHeight = region.height;
-        format_.region = {0, 0, static_cast<double>(region.width), static_cast<double>(region.height)};
+        format_ =
+            ReadingFormat::ofRows(header.hasAlpha() ? SampleKind::bgra : SampleKind::bgrx, region.width, region.height);
     }
 
     base::Result<void> start() {

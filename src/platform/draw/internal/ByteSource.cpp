@@ -111,6 +111,18 @@ std::shared_ptr<const ByteSource> ByteSource::ofData(base::Data data) {
     return std::make_shared<MemoryBytes>(std::move(data));
 }
 
+base::Result<base::Data> allBytes(const ByteSource& source) {
+    constexpr std::uint64_t most = std::uint64_t{1} << 30;
+    const auto reader = source.open();
+    if (!reader) return base::failure(reader.error());
+    if ((*reader)->size() > most) return pictureFailure(source, "the file is larger than a gigabyte");
+    base::Data data;
+    data.bytes.resize(static_cast<std::size_t>((*reader)->size()));
+    if ((*reader)->read(0, data.bytes.data(), data.size()) != data.size())
+        return pictureFailure(source, "the file is cut off");
+    return data;
+}
+
 tl::unexpected<base::Error> pictureFailure(const ByteSource& bytes, std::string_view why) {
     return base::failure(base::cocoaErrorDomain, 0, "cannot read " + bytes.name() + ": " + std::string(why));
 }

@@ -53,6 +53,9 @@ private:
     std::string name_;
 };
 
+/// All of them at once, for libraries that want a file so. Fails for more than a gigabyte.
+base::Result<base::Data> allBytes(const ByteSource& source);
+
 /// The error of a picture that can't be read: "cannot read NAME: why".
 tl::unexpected<base::Error> pictureFailure(const ByteSource& bytes, std::string_view why);
 

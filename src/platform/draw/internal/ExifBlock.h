@@ -13,6 +13,9 @@
 
 namespace platform::draw {
 
+/// What introduces a block in JPEG files, and by some programs in others too.
+inline constexpr std::string_view exifMark("Exif\0\0", 6);
+
 /// Whether a property of a property dictionary ("{Exif}", "UserComment") can be written; `dictionary` is empty for
 /// those of the top level ("Orientation").
 bool isWritableProperty(std::string_view dictionary, std::string_view property);

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <exception>
 #include <string>
-#include <string_view>
 
 namespace platform::draw {
 namespace {
@@ -73,8 +72,7 @@ void encode(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink
     const Heif<heif_image_handle> handle(encoded);
     if (!options.exif.empty()) {
         // Introduced as in JPEG, which some readers insist on.
-        constexpr std::string_view mark("Exif\0\0", 6);
-        Bytes exif(mark.begin(), mark.end());
+        Bytes exif(exifMark.begin(), exifMark.end());
         exif.insert(exif.end(), options.exif.begin(), options.exif.end());
         check(heif_context_add_exif_metadata(context.get(), encoded, exif.data(), static_cast<int>(exif.size())));
     }

@@ -1,5 +1,6 @@
 // HEIC and HEIF by libheif. Opening reads the boxes only; the coded picture is decoded once for each reading. Turns,
 // mirrorings and crops that the file asks for are made by the library, so the pixels are upright.
+#include "ByteOrder.h"
 #include "CodedColorSpace.h"
 #include "ExifProperties.h"
 #include "HeifLibrary.h"
@@ -122,16 +123,7 @@ public:
         next_ = pixels + stride_ * static_cast<std::size_t>(region.y) +
                 static_cast<std::size_t>(region.x) * samplesPerPixel();
         rowsLeft_ = region.height;
-        PlaneFormat plane;
-        plane.samplesPerPixel = 4;
-        plane.width = region.width;
-        plane.height = region.height;
-        plane.rowBytes = 4 * static_cast<std::size_t>(region.width);
-        format_.planes.push_back(plane);
-        format_.kind = alpha ? SampleKind::bgra : SampleKind::bgrx;
-        format_.gridWidth = region.width;
-        format_.gridHeight = region.height;
-        format_.region = {0, 0, static_cast<double>(region.width), static_cast<double>(region.height)};
+        format_ = ReadingFormat::ofRows(alpha ? SampleKind::bgra : SampleKind::bgrx, region.width, region.height);
     }
 
     base::Result<void> readBand(std::uint8_t** const* rows) override {
@@ -273,8 +265,7 @@ std::vector<std::uint8_t> exifOf(const Container& container, const heif_image_ha
     if (size <= 4 || size > maximumMetadata) return {};
     std::vector<std::uint8_t> item(size);
     if (!container.guarded([&] { return heif_image_handle_get_metadata(&handle, identifier, item.data()); })) return {};
-    const std::size_t offset =
-        std::size_t{item[0]} << 24 | std::size_t{item[1]} << 16 | std::size_t{item[2]} << 8 | std::size_t{item[3]};
+    const auto offset = static_cast<std::size_t>(integerAt(item.data(), 4, true));
     if (offset >= size - 4) return {};
     item.erase(item.begin(), item.begin() + static_cast<std::ptrdiff_t>(4 + offset));
     return item;

@@ -6,7 +6,6 @@
 #include "platform/draw/ImageMetadata.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <optional>
 
@@ -14,7 +13,6 @@ namespace platform::draw {
 namespace {
 
 constexpr std::uint8_t markerSOI = 0xD8, markerEOI = 0xD9, markerSOS = 0xDA, markerAPP0 = 0xE0, markerAPP1 = 0xE1;
-constexpr std::array<std::uint8_t, 6> exifName = {'E', 'x', 'i', 'f', 0, 0};
 
 // A segment with its marker and length; `payload` is what follows them.
 struct Segment {
@@ -25,8 +23,7 @@ struct Segment {
 };
 
 bool isExif(const Segment& segment) {
-    return segment.marker == markerAPP1 && segment.payload.size() >= exifName.size() &&
-           std::equal(exifName.begin(), exifName.end(), segment.payload.begin());
+    return segment.marker == markerAPP1 && hasTextAt(segment.payload, 0, exifMark);
 }
 
 // The segment that begins at `position`; nothing when none does or it runs beyond the end.
@@ -36,7 +33,7 @@ std::optional<Segment> segmentAt(View bytes, std::size_t position) {
     while (position < bytes.size() && bytes[position] == 0xFF) // fill bytes may stand before a marker
         ++position;
     if (position + 3 > bytes.size()) return std::nullopt;
-    const std::size_t length = static_cast<std::size_t>(bytes[position + 1]) << 8 | bytes[position + 2];
+    const auto length = static_cast<std::size_t>(integerAt(&bytes[position + 1], 2, true));
     const std::size_t end = position + 1 + length;
     if (length < 2 || end > bytes.size()) return std::nullopt;
     return Segment{bytes[position], start, end, bytes.subspan(position + 3, length - 2)};
@@ -73,11 +70,11 @@ base::Result<Bytes> exifSegment(View formerBlock, const base::Dictionary& proper
     auto block = mergedExif(formerBlock, properties);
     if (!block) return block;
     if (block->empty()) return Bytes();
-    const std::size_t length = 2 + exifName.size() + block->size();
+    const std::size_t length = 2 + exifMark.size() + block->size();
     if (length > 0xFFFF) return base::failure(imageMetadataErrorDomain, 0, "the metadata is too large for a JPEG file");
     Bytes segment = {0xFF, markerAPP1, static_cast<std::uint8_t>(length >> 8),
                      static_cast<std::uint8_t>(length & 0xFF)};
-    segment.insert(segment.end(), exifName.begin(), exifName.end());
+    segment.insert(segment.end(), exifMark.begin(), exifMark.end());
     segment.insert(segment.end(), block->begin(), block->end());
     return segment;
 }
@@ -120,7 +117,7 @@ base::Result<base::Data> copyJpeg(View bytes, const base::Dictionary& properties
         append(copy.bytes, bytes);
         return copy;
     }
-    const auto segment = exifSegment(former ? former->payload.subspan(exifName.size()) : View(), properties);
+    const auto segment = exifSegment(former ? former->payload.subspan(exifMark.size()) : View(), properties);
     if (!segment) return base::failure(segment.error());
     copy.bytes.reserve(bytes.size() + segment->size());
     append(copy.bytes, bytes.first(former ? former->start : afterJFIF));

@@ -115,10 +115,9 @@ bool compress(Compression& compression, const Bitmap& bitmap, double quality, co
 
 base::Result<void> encodeJPEG(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink) {
     constexpr std::size_t largestMarker = 65533;
-    constexpr char exifName[] = "Exif\0"; // with the second NUL that ends the literal
     Bytes exifMarker;
     if (!options.exif.empty()) {
-        exifMarker.assign(exifName, exifName + sizeof exifName);
+        exifMarker.assign(exifMark.begin(), exifMark.end());
         exifMarker.insert(exifMarker.end(), options.exif.begin(), options.exif.end());
         if (exifMarker.size() > largestMarker)
             return base::failure(base::cocoaErrorDomain, 0, "the metadata is too large for a JPEG file");

@@ -26,16 +26,7 @@ public:
     PdfBandReader(std::shared_ptr<const ByteSource> bytes, PDFPageRef page, base::Size pictureSize,
                   const PixelRect& region)
         : bytes_(std::move(bytes)), page_(std::move(page)), pictureSize_(pictureSize), region_(region) {
-        format_.kind = SampleKind::bgra;
-        format_.gridWidth = region.width;
-        format_.gridHeight = region.height;
-        format_.region = {0, 0, static_cast<double>(region.width), static_cast<double>(region.height)};
-        PlaneFormat plane;
-        plane.samplesPerPixel = 4;
-        plane.width = region.width;
-        plane.height = region.height;
-        plane.rowBytes = static_cast<std::size_t>(region.width) * 4;
-        format_.planes.push_back(plane);
+        format_ = ReadingFormat::ofRows(SampleKind::bgra, region.width, region.height);
     }
 
     base::Result<void> readBand(std::uint8_t** const* rows) override {

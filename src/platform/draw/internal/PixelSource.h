@@ -45,6 +45,22 @@ struct ReadingFormat {
     int gridWidth = 0; ///< The grid of pixels that the planes cover.
     int gridHeight = 0;
     base::Rect region; ///< Where the wanted region lies on the grid; may have fractions.
+
+    /// A row a band, in planes of the grid's size; all of the grid is wanted.
+    static ReadingFormat ofRows(SampleKind kind, int width, int height) {
+        const bool wholePixels = kind == SampleKind::bgrx || kind == SampleKind::bgra;
+        const std::size_t planeCount = wholePixels || kind == SampleKind::gray ? 1 : kind == SampleKind::rgb ? 3 : 4;
+        PlaneFormat plane;
+        plane.samplesPerPixel = wholePixels ? 4 : 1;
+        plane.width = width;
+        plane.height = height;
+        plane.rowBytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(plane.samplesPerPixel);
+        return {kind,
+                std::vector(planeCount, plane),
+                width,
+                height,
+                {0, 0, static_cast<double>(width), static_cast<double>(height)}};
+    }
 };
 
 /// Decodes the rows of one region from the top, a band of rows of every plane at a time.

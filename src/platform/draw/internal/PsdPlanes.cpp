@@ -29,10 +29,7 @@ base::Result<void> PsdPlanes::start() {
     offsets_.reserve(counts.size() / countBytes + 1);
     for (std::size_t i = 0; i < counts.size(); i += countBytes) {
         offsets_.push_back(position);
-        std::uint64_t count = 0;
-        for (std::size_t k = 0; k < countBytes; ++k)
-            count = count << 8 | counts[i + k];
-        position += count;
+        position += integerAt(&counts[i], static_cast<int>(countBytes), true);
     }
     offsets_.push_back(position);
     return position > reader_->size() ? cutOff() : base::Result<void>();

@@ -2,6 +2,7 @@
 // picture's planes. Objects of one thread.
 #pragma once
 
+#include "ByteOrder.h"
 #include "PictureFormat.h"
 
 #include <array>
@@ -38,10 +39,7 @@ public:
     std::uint64_t number(std::size_t bytes) {
         std::array<std::uint8_t, 8> raw{};
         read(raw.data(), bytes);
-        std::uint64_t value = 0;
-        for (std::size_t i = 0; i < bytes; ++i)
-            value = value << 8 | raw[i];
-        return value;
+        return integerAt(raw.data(), static_cast<int>(bytes), true);
     }
     void read(void* target, std::size_t count) {
         if (reader_.read(position_, target, count) != count) {

@@ -34,7 +34,6 @@ Bytes extendedHeader(View file) {
 
 base::Result<base::Data> copyWebp(View file, const base::Dictionary& properties) {
     constexpr std::size_t headSize = 12;
-    constexpr std::string_view introduction("Exif\0\0", 6); // some writers keep that of JPEG
     if (!hasTextAt(file, 0, "RIFF") || !hasTextAt(file, 8, "WEBP"))
         return copyFailure("WebP", "it does not begin like one");
     const std::uint64_t end = integerAt(&file[4], 4, false) + 8;
@@ -68,7 +67,7 @@ base::Result<base::Data> copyWebp(View file, const base::Dictionary& properties)
     Bytes header =
         isExtended ? Bytes(chunks.front().content.begin(), chunks.front().content.end()) : extendedHeader(file);
     if (header.size() < 10) return copyFailure("WebP", "its header is broken");
-    if (hasTextAt(formerExif, 0, introduction)) formerExif = formerExif.subspan(introduction.size());
+    if (hasTextAt(formerExif, 0, exifMark)) formerExif = formerExif.subspan(exifMark.size());
     const auto block = mergedExif(formerExif, properties);
     if (!block) return base::failure(block.error());
     header[0] = static_cast<std::uint8_t>(block->empty() ? header[0] & ~exifFlag : header[0] | exifFlag);

@@ -2,6 +2,7 @@
 // around the wanted region.
 #include "Animation.h"
 #include "BitmapSource.h"
+#include "ExifBlock.h"
 #include "PictureFormat.h"
 #include "platform/draw/ColorSpace.h"
 
@@ -14,13 +15,12 @@ namespace platform::draw {
 
 namespace {
 
-constexpr std::uint64_t maximumFileSize = 1u << 30; // the library takes the file as a whole
 constexpr std::uint32_t maximumFrames = 10000;
 
 class Container {
 public:
-    explicit Container(std::vector<std::uint8_t> contents) : contents_(std::move(contents)) {
-        const WebPData data{contents_.data(), contents_.size()};
+    explicit Container(base::Data contents) : contents_(std::move(contents)) {
+        const WebPData data{contents_.bytes.data(), contents_.size()};
         demuxer_ = WebPDemux(&data);
     }
     ~Container() { WebPDemuxDelete(demuxer_); }
@@ -39,13 +39,12 @@ public:
         return content;
     }
 
-    /// Calls `use` with each frame in order until it answers false.
+    /// Calls `use` with each frame in order.
     template <class Use>
     void forEachFrame(Use use) const {
         WebPIterator frame{};
-        if (WebPDemuxGetFrame(demuxer_, 1, &frame))
-            while (use(frame) && WebPDemuxNextFrame(&frame)) {
-            }
+        for (int more = WebPDemuxGetFrame(demuxer_, 1, &frame); more; more = WebPDemuxNextFrame(&frame))
+            use(frame);
         WebPDemuxReleaseIterator(&frame);
     }
 
@@ -58,18 +57,14 @@ public:
     }
 
 private:
-    std::vector<std::uint8_t> contents_;
+    base::Data contents_;
     WebPDemuxer* demuxer_ = nullptr;
 };
 
 base::Result<std::unique_ptr<Container>> openContainer(const ByteSource& bytes) {
-    const auto reader = bytes.open();
-    if (!reader) return base::failure(reader.error());
-    if ((*reader)->size() > maximumFileSize) return pictureFailure(bytes, "the file is too large");
-    std::vector<std::uint8_t> contents((*reader)->size());
-    if ((*reader)->read(0, contents.data(), contents.size()) != contents.size())
-        return pictureFailure(bytes, "the file is cut off");
-    auto container = std::make_unique<Container>(std::move(contents));
+    auto contents = allBytes(bytes);
+    if (!contents) return base::failure(contents.error());
+    auto container = std::make_unique<Container>(std::move(*contents));
     if (!container->isWhole()) return pictureFailure(bytes, "the file is cut off or broken");
     return container;
 }
@@ -179,16 +174,14 @@ base::Result<std::vector<Picture>> openWebp(std::shared_ptr<const ByteSource> by
         frame.replaces = from.blend_method == WEBP_MUX_NO_BLEND;
         frame.disposal = from.dispose_method == WEBP_MUX_DISPOSE_BACKGROUND ? Disposal::clear : Disposal::keep;
         animation->add(frame, static_cast<std::uint64_t>(from.width) * static_cast<std::uint64_t>(from.height));
-        return true;
     });
 
     const std::vector<std::uint8_t> profile = container.chunk("ICCP");
     const ColorSpaceRef space = colorSpaceOfProfile(profile.data(), profile.size(), 3, ColorSpace::sRGB());
     std::vector<std::uint8_t> exif = container.chunk("EXIF");
     // Some programs put JPEG's mark in front.
-    constexpr std::string_view mark("Exif\0\0", 6);
-    if (exif.size() > mark.size() && std::equal(mark.begin(), mark.end(), exif.begin()))
-        exif.erase(exif.begin(), exif.begin() + static_cast<std::ptrdiff_t>(mark.size()));
+    if (exif.size() > exifMark.size() && std::equal(exifMark.begin(), exifMark.end(), exif.begin()))
+        exif.erase(exif.begin(), exif.begin() + static_cast<std::ptrdiff_t>(exifMark.size()));
 
     std::vector<Picture> pictures;
     for (std::size_t i = 0; i < animation->count(); ++i) {
