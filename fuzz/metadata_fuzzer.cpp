@@ -51,7 +51,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     require(metadata.setValueMatchingImageProperty(kCGImagePropertyExifDictionary, kCGImagePropertyExifUserComment,
                                                    comment),
             "a comment can be written");
-    const auto copy = copyOfJPEGMergingMetadata(jpeg, metadata);
+    const auto copy = copyOfImageFile(jpeg, "public.jpeg", metadata.dictionaries());
     if (!copy) return 0; // too large for a JPEG file, at most
     require(copy->size() > picture.size() && std::equal(picture.rbegin(), picture.rend(), copy->bytes.rbegin()),
             "a copy keeps the picture byte for byte");

@@ -4,6 +4,7 @@
 #include "platform/draw/ColorSpace.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 
 namespace platform::draw {
@@ -42,7 +43,7 @@ public:
         if (!bitmap) return base::failure(bitmap.error());
         EncodingOptions options;
         if (const base::Value& quality = base::valueForKey(properties_, kCGImageDestinationLossyCompressionQuality))
-            options.quality = std::clamp(quality.doubleValue(), 0.0, 1.0);
+            options.quality = std::fmin(std::fmax(quality.doubleValue(), 0), 1); // 0 for what is no number
         auto exif = exifBlock({properties_, bitmap->width(), bitmap->height(), bitmap->colorSpace()->isSRGB()});
         if (!exif) return base::failure(exif.error());
         options.exif = std::move(*exif);

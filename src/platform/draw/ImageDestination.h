@@ -54,9 +54,6 @@ public:
 /// can be copied; an error for all other types, and for a file that is not of the type or cut off.
 base::Result<base::Data> copyOfImageFile(const base::Data& file, std::string_view typeIdentifier,
                                          const base::Dictionary& properties);
-inline base::Result<base::Data> copyOfJPEGMergingMetadata(const base::Data& jpeg, const ImageMetadata& metadata) {
-    return copyOfImageFile(jpeg, "public.jpeg", metadata.dictionaries());
-}
 
 /// Writes the bytes of a picture file under the first free name, whole or not at all, and answers that name.
 base::Result<base::URL> writeWithoutReplacing(const base::Data& bytes, const base::URL& url, NextName nextName);

@@ -131,6 +131,10 @@ base::Result<PDFDocumentRef> openPdfDocument(const ByteSource& source) {
 PDFDocument::PDFDocument(std::unique_ptr<Storage> storage) : storage_(std::move(storage)) {}
 PDFDocument::~PDFDocument() = default;
 
+std::string_view bytesOf(const PDFDocument& document) {
+    return document.storage().bytes.asText();
+}
+
 base::Result<PDFDocumentRef> PDFDocument::createWithURL(const base::URL& url) {
     const auto source = ByteSource::ofFile(url);
     if (!source) return base::failure(source.error());

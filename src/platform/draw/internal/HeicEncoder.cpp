@@ -50,6 +50,8 @@ Heif<heif_image> imageOf(const Bitmap& bitmap) {
 }
 
 void encode(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink) {
+    constexpr int largestSide = 32768; // the library encodes larger ones and does not read them again
+    if (std::max(bitmap.width(), bitmap.height()) > largestSide) throw Failure("more than 32768 pixels a side");
     const Heif<heif_context> context = newHeifContext();
     if (!context) throw Failure("no memory");
     heif_encoder* found = nullptr;
@@ -90,7 +92,10 @@ base::Result<void> encodeHEIC(const Bitmap& bitmap, const EncodingOptions& optio
         encode(bitmap, options, sink);
         return {};
     } catch (const std::exception& exception) {
-        return base::failure(base::cocoaErrorDomain, 0, std::string("HEIC: ") + exception.what());
+        return base::failure(base::cocoaErrorDomain, 0,
+                             "a picture of " + std::to_string(bitmap.width()) + " x " +
+                                 std::to_string(bitmap.height()) +
+                                 " pixels can't be encoded as HEIC: " + exception.what());
     }
 }
 

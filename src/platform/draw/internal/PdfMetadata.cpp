@@ -3,28 +3,42 @@
 #include "UnicodeText.h"
 #include "platform/draw/ImageMetadata.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
+#include <utility>
 
 namespace platform::draw {
 namespace {
+
+constexpr std::pair<std::string_view, char> entities[] = {
+    {"&lt;", '<'}, {"&gt;", '>'}, {"&amp;", '&'}, {"&#13;", '\r'}};
 
 // As the text of an XML element; what XML can't hold becomes the replacement character.
 std::string escaped(std::string_view text) {
     std::string result;
     for (const char byte : utf8FromUTF16(utf16FromUTF8(text, true), true)) {
-        if (byte == '<')
-            result += "&lt;";
-        else if (byte == '>')
-            result += "&gt;";
-        else if (byte == '&')
-            result += "&amp;";
-        else if (byte == '\r')
-            result += "&#13;";
+        const auto* entity = std::find_if(std::begin(entities), std::end(entities),
+                                          [byte](const auto& row) { return row.second == byte; });
+        if (entity != std::end(entities))
+            result += entity->first;
         else if (static_cast<unsigned char>(byte) < ' ' && byte != '\t' && byte != '\n')
             result += "\xEF\xBF\xBD";
         else
             result += byte;
+    }
+    return result;
+}
+
+std::string unescaped(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        const auto* entity = std::find_if(std::begin(entities), std::end(entities),
+                                          [text](const auto& row) { return text.starts_with(row.first); });
+        const bool found = entity != std::end(entities);
+        result += found ? entity->second : text.front();
+        text.remove_prefix(found ? entity->first.size() : 1);
     }
     return result;
 }
@@ -64,8 +78,10 @@ std::string element(const std::string& name, const std::string& content) {
     return content.empty() ? "" : "<" + name + ">" + content + "</" + name + ">\n";
 }
 
+constexpr std::string_view defaultLanguage = "<rdf:Alt><rdf:li xml:lang=\"x-default\">";
+
 std::string inDefaultLanguage(const std::string& content) {
-    return content.empty() ? "" : "<rdf:Alt><rdf:li xml:lang=\"x-default\">" + content + "</rdf:li></rdf:Alt>";
+    return content.empty() ? "" : std::string(defaultLanguage) + content + "</rdf:li></rdf:Alt>";
 }
 
 } // namespace
@@ -87,6 +103,21 @@ std::string xmpPacket(const base::Dictionary& properties) {
            element("pdf:Keywords", escaped(exifText(properties, kCGImagePropertyExifMakerNote))) +
            element("tiff:Orientation", orientation ? std::to_string(orientation.integerValue()) : "") +
            "</rdf:Description>\n</rdf:RDF>\n</x:xmpmeta>\n<?xpacket end=\"r\"?>";
+}
+
+base::Dictionary propertiesOfXmpPacket(std::string_view bytes) {
+    constexpr std::size_t largestPacket = 1 << 20;
+    const std::size_t packet = bytes.rfind("<x:xmpmeta");
+    if (packet == std::string_view::npos) return {};
+    bytes = bytes.substr(packet, largestPacket);
+    const std::string mark = "<exif:UserComment>" + std::string(defaultLanguage);
+    const std::size_t begin = bytes.find(mark);
+    if (begin == std::string_view::npos) return {};
+    const std::string_view rest = bytes.substr(begin + mark.size());
+    const std::string comment = unescaped(rest.substr(0, rest.find('<')));
+    if (!isUTF8(comment)) return {};
+    return {{std::string(kCGImagePropertyExifDictionary),
+             base::Dictionary{{std::string(kCGImagePropertyExifUserComment), comment}}}};
 }
 
 std::string pdfInformation(const base::Dictionary& properties) {

@@ -1,5 +1,6 @@
 // The pages of a PDF document as pictures of 72 pixels an inch, transparent where nothing is printed. A page is drawn
 // anew for each reading, a stretch of rows at a time.
+#include "PdfMetadata.h"
 #include "PdfPages.h"
 #include "PictureFormat.h"
 #include "platform/draw/BitmapContext.h"
@@ -121,6 +122,7 @@ base::Result<std::vector<Picture>> openPdf(std::shared_ptr<const ByteSource> byt
         picture.pixels = std::make_shared<PdfSource>(source, width, height, pictures.size());
         pictures.push_back(std::move(picture));
     }
+    pictures.front().properties = propertiesOfXmpPacket(bytesOf(**document));
     return pictures;
 }
 
