@@ -45,7 +45,7 @@ bool changeImageProperties(const base::URL& url, const ChangeProperties& change,
         base::log("%@", error);
         return false;
     };
-    const auto bytes = data::readFile(url.path());
+    const auto bytes = ImageObject(url).fileBytes();
     if (!bytes) return failed(bytes.error());
     const auto source = ImageSource::createWithData(*bytes);
     if (!source) return failed(source.error());
@@ -77,7 +77,7 @@ bool setImageOrientation(const base::URL& url, const std::optional<int>& orienta
 }
 
 bool isValidJPEGFile(const base::URL& url) {
-    const auto bytes = data::readFile(url.path());
+    const auto bytes = ImageObject(url).fileBytes();
     return bytes && endsLikeJPEG(bytes->asText());
 }
 

@@ -2,6 +2,7 @@
 
 #include "base/MessageTemplate.h"
 #include "imaging/KLARON_Image.h"
+#include "platform/data/AtomicFile.h"
 
 bool ImageValue::isEqual(const base::Object& other) const {
     const auto* value = dynamic_cast<const ImageValue*>(&other);
@@ -36,6 +37,14 @@ std::optional<base::URL> ImageObject::fileURL() const {
     if (const auto* path = as<std::string>(); path && !path->empty()) return base::URL::fileURLWithPath(*path);
     if (const auto* url = as<base::URL>(); url && url->isFileURL()) return *url;
     return std::nullopt;
+}
+
+base::Result<base::Data> ImageObject::fileBytes() const {
+    constexpr std::size_t maximumSize = std::size_t{2}
+                                        << 30; // an uncompressed picture of as many pixels as can be drawn
+    if (const auto* data = as<base::Data>()) return *data;
+    if (const auto url = fileURL()) return platform::data::readFile(url->path(), maximumSize);
+    return base::failure(base::cocoaErrorDomain, 0, description() + " is no file");
 }
 
 std::string ImageObject::description() const {

@@ -2,6 +2,7 @@
 // nothing. A value; converts from each of these and from an attribute that holds one.
 #pragma once
 
+#include "base/Error.h"
 #include "base/Value.h"
 #include "platform/draw/Image.h"
 
@@ -58,6 +59,8 @@ public:
     }
     /// The file that a path or URL names; nothing for the rest.
     std::optional<base::URL> fileURL() const;
+    /// The data, or all of the file, of at most 2 GiB.
+    base::Result<base::Data> fileBytes() const;
     /// For log lines.
     std::string description() const;
 

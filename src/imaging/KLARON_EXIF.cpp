@@ -51,7 +51,7 @@ bool KLARON_EXIF::setEXIFUserComment(const std::optional<std::string>& comment, 
         if (!exif.as<base::Dictionary>()) exif = base::Dictionary();
         exif.as<base::Dictionary>()->insert_or_assign(std::string(kCGImagePropertyExifUserComment),
                                                       base::Value(comment));
-        const auto bytes = platform::data::readFile(url->path());
+        const auto bytes = image.fileBytes();
         return bytes ? copyOfImageFile(*bytes, platform::data::kUTTypeJPEG, properties) : bytes;
     }();
     if (!copy) {

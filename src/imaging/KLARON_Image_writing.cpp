@@ -47,9 +47,10 @@ void reportBadArguments(const char* operation, const std::string& source, const 
            place);
 }
 
-// The file that a path text or URL names; nothing for anything else.
+// What a path text or a URL names, which may be no file; nothing for anything else.
 std::optional<base::URL> destinationURL(const base::Value& item) {
-    return ImageObject(item).fileURL();
+    const auto* url = item.as<base::URL>();
+    return url ? *url : ImageObject(item).fileURL();
 }
 
 // "a.jpg" -> "a 1.jpg", "a 7.jpg" -> "a 8.jpg". A number that has no next one is taken for a part of the name.
@@ -166,7 +167,9 @@ bool KLARON_Image::writeImage(const ImageRef& image, const base::Value& destinat
             continue;
         }
         const base::URL wanted =
-            platform::data::appendingPathExtensionForType(given->deletingPathExtension(), options.type);
+            given->isFileURL()
+                ? platform::data::appendingPathExtensionForType(given->deletingPathExtension(), options.type)
+                : *given; // has no folder, and fails there
         result = writeItem(written, item, wanted, options, properties, returningError, writtenFiles).value_or(result);
     }
     return result;
@@ -177,7 +180,7 @@ bool KLARON_Image::writeImageFile(const ImageObject& source, const base::Value& 
                                   ErrorPlace returningError, WrittenFiles writtenFiles) {
     clear(returningError);
     const auto url = destinationURL(destination);
-    if (!url || !createCGImageSourceFromObject(source)) {
+    if (!url || !url->isFileURL() || !createCGImageSourceFromObject(source)) {
         reportBadArguments(writeImageFileName, source.description(), destination, returningError);
         return false;
     }
@@ -190,10 +193,7 @@ bool KLARON_Image::writeImageFile(const ImageObject& source, const base::Value& 
                               kCGImagePropertyExifUserComment)},
                returningError);
 
-    const auto bytes = [&]() -> base::Result<base::Data> {
-        if (const auto* data = source.as<base::Data>()) return *data;
-        return platform::data::readFile(source.fileURL()->path());
-    }();
+    const auto bytes = source.fileBytes();
     const auto copy = bytes ? copyOfImageFile(*bytes, platform::data::kUTTypeJPEG, metadata.dictionaries()) : bytes;
     if (!copy) {
         report(copy.error(), returningError);
