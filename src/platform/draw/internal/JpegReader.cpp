@@ -178,10 +178,6 @@ base::Result<SampleKind> sampleKind(const ByteSource& bytes, const jpeg_decompre
     }
 }
 
-int planeCount(SampleKind kind) {
-    return kind == SampleKind::gray ? 1 : kind == SampleKind::yCbCr || kind == SampleKind::rgb ? 3 : 4;
-}
-
 /// Begins to decode. A cut between two scans leaves a whole, but coarse picture: no product is made of it.
 base::Result<void> startDecoding(Decoder& decoder, jpeg_progress_mgr& progress) {
     progress.progress_monitor = [](j_common_ptr common) {
@@ -279,12 +275,8 @@ public:
         jpeg_decompress_struct& jpeg = decoder_->jpeg();
         jpeg.out_color_space = JCS_EXT_BGRX;
         if (auto started = startDecoding(*decoder_, progress_); !started) return started;
-        PlaneFormat plane;
-        plane.samplesPerPixel = 4;
-        plane.width = format_.gridWidth = static_cast<int>(jpeg.output_width);
-        plane.height = format_.gridHeight = static_cast<int>(jpeg.output_height);
-        plane.rowBytes = static_cast<std::size_t>(plane.width) * 4;
-        format_.planes.push_back(plane);
+        format_ = ReadingFormat::ofRows(SampleKind::bgrx, static_cast<int>(jpeg.output_width),
+                                        static_cast<int>(jpeg.output_height));
         format_.region = {static_cast<double>(region.x), static_cast<double>(region.y),
                           static_cast<double>(region.width), static_cast<double>(region.height)};
         return {};

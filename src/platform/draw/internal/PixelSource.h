@@ -29,6 +29,21 @@ enum class SampleKind {
     yccKInverted,
 };
 
+/// In how many planes they come.
+inline int planeCount(SampleKind kind) {
+    switch (kind) {
+    case SampleKind::bgrx:
+    case SampleKind::bgra:
+    case SampleKind::gray:
+        return 1;
+    case SampleKind::yCbCr:
+    case SampleKind::rgb:
+        return 3;
+    default:
+        return 4;
+    }
+}
+
 struct PlaneFormat {
     int samplesPerPixel = 1; ///< 1 or 4.
     int width = 0;           ///< Pixels in a row.
@@ -46,20 +61,25 @@ struct ReadingFormat {
     int gridHeight = 0;
     base::Rect region; ///< Where the wanted region lies on the grid; may have fractions.
 
-    /// A row a band, in planes of the grid's size; all of the grid is wanted.
+    /// A row a band, all of the grid in each plane and all of it wanted.
     static ReadingFormat ofRows(SampleKind kind, int width, int height) {
-        const bool wholePixels = kind == SampleKind::bgrx || kind == SampleKind::bgra;
-        const std::size_t planeCount = wholePixels || kind == SampleKind::gray ? 1 : kind == SampleKind::rgb ? 3 : 4;
         PlaneFormat plane;
-        plane.samplesPerPixel = wholePixels ? 4 : 1;
+        plane.samplesPerPixel = kind == SampleKind::bgrx || kind == SampleKind::bgra ? 4 : 1;
         plane.width = width;
         plane.height = height;
         plane.rowBytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(plane.samplesPerPixel);
         return {kind,
-                std::vector(planeCount, plane),
+                std::vector(static_cast<std::size_t>(planeCount(kind)), plane),
                 width,
                 height,
                 {0, 0, static_cast<double>(width), static_cast<double>(height)}};
+    }
+    /// The same for a picture whose rows come in their whole width, from the wanted region's first one on.
+    static ReadingFormat ofWholeRows(SampleKind kind, int width, int height, const PixelRect& wanted) {
+        ReadingFormat format = ofRows(kind, width, height - wanted.y);
+        format.region = {static_cast<double>(wanted.x), 0, static_cast<double>(wanted.width),
+                         static_cast<double>(wanted.height)};
+        return format;
     }
 };
 

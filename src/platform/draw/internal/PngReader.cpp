@@ -179,18 +179,10 @@ public:
     base::Result<void> start(const PixelRect& region) {
         alpha_ = rows_.decoder().hasAlpha();
         const bool isGray = rows_.decoder().isGray() && !alpha_;
-        PlaneFormat plane;
-        plane.samplesPerPixel = isGray ? 1 : 4;
-        plane.width = rows_.width();
-        plane.height = rows_.height() - region.y;
-        format_.kind = isGray ? SampleKind::gray : alpha_ ? SampleKind::bgra : SampleKind::bgrx;
-        format_.gridWidth = plane.width;
-        format_.gridHeight = plane.height;
-        format_.region = {static_cast<double>(region.x), 0, static_cast<double>(region.width),
-                          static_cast<double>(region.height)};
+        const SampleKind kind = isGray ? SampleKind::gray : alpha_ ? SampleKind::bgra : SampleKind::bgrx;
+        format_ = ReadingFormat::ofWholeRows(kind, rows_.width(), rows_.height(), region);
         if (auto started = rows_.start(region.y, false); !started) return started;
-        plane.rowBytes = rows_.rowBytes();
-        format_.planes.push_back(plane);
+        format_.planes.front().rowBytes = rows_.rowBytes(); // the library's, which may be more
         return {};
     }
 

@@ -190,21 +190,6 @@ private:
     std::vector<std::uint16_t> rgb_;    // and after
 };
 
-void setFormat(ReadingFormat& format, SampleKind kind, std::size_t planeCount, int width, int height,
-               const PixelRect& region) {
-    PlaneFormat plane;
-    plane.samplesPerPixel = kind == SampleKind::bgra || kind == SampleKind::bgrx ? 4 : 1;
-    plane.width = width;
-    plane.height = height;
-    plane.rowBytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(plane.samplesPerPixel);
-    format.kind = kind;
-    format.planes.assign(planeCount, plane);
-    format.gridWidth = width;
-    format.gridHeight = height;
-    format.region = {static_cast<double>(region.x), 0, static_cast<double>(region.width),
-                     static_cast<double>(region.height)};
-}
-
 /// Rows of 8 bits whose planes are what is wanted, or blue, green, red and alpha.
 class PsdBandReader final : public BandReader {
 public:
@@ -215,8 +200,7 @@ public:
                                 : psd.mode == PsdMode::rgb  ? SampleKind::rgb
                                 : psd.mode == PsdMode::cmyk ? SampleKind::cmykInverted
                                                             : SampleKind::gray;
-        setFormat(format_, kind, together ? 1 : static_cast<std::size_t>(psd.colors()), psd.width,
-                  psd.height - region.y, region);
+        format_ = ReadingFormat::ofWholeRows(kind, psd.width, psd.height, region);
     }
     base::Result<void> start() { return planes_.start(); }
 
@@ -270,7 +254,8 @@ public:
         : reader_(std::move(reader)), left_(psd.height - region.y),
           row_(static_cast<std::size_t>(psd.width) * reader_->format().samplesPerPixel()) {
         reader_->passOver(region.y);
-        setFormat(format_, psd.hasAlpha ? SampleKind::bgra : SampleKind::bgrx, 1, psd.width, left_, region);
+        format_ = ReadingFormat::ofWholeRows(psd.hasAlpha ? SampleKind::bgra : SampleKind::bgrx, psd.width, psd.height,
+                                             region);
     }
 
     base::Result<void> readBand(std::uint8_t** const* rows) override {

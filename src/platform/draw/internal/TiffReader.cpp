@@ -64,18 +64,7 @@ public:
         : decoder_(std::move(decoder)), layout_(*decoder_), rows_(*decoder_, layout_) {}
 
     base::Result<void> start(const PixelRect& region) {
-        format_.kind = layout_.kind();
-        PlaneFormat plane;
-        const bool planar = format_.kind == SampleKind::cmyk || format_.kind == SampleKind::gray;
-        plane.samplesPerPixel = planar ? 1 : 4;
-        plane.width = layout_.width;
-        plane.height = layout_.height - region.y;
-        plane.rowBytes = static_cast<std::size_t>(plane.width) * static_cast<std::size_t>(plane.samplesPerPixel);
-        format_.planes.assign(format_.kind == SampleKind::cmyk ? 4 : 1, plane);
-        format_.gridWidth = plane.width;
-        format_.gridHeight = plane.height;
-        format_.region = {static_cast<double>(region.x), 0, static_cast<double>(region.width),
-                          static_cast<double>(region.height)};
+        format_ = ReadingFormat::ofWholeRows(layout_.kind(), layout_.width, layout_.height, region);
         next_ = static_cast<std::uint32_t>(region.y);
         if (!layout_.byRows) return convertWhole();
         if (layout_.isLab()) {
