@@ -2,38 +2,15 @@
 
 import base64
 import json
-import struct
 import subprocess
 import unittest
 
 from support import STORED, VELMCTL, CommandLineTest, Picture, decoded, photograph, run
 
 
-def metadata(path, *options):
-    """What exiftool reads, in numbers rather than words."""
-    return json.loads(run("exiftool", "-json", "-n", *options, str(path)))[0]
-
-
-def p3_profile():
-    """An ICC profile of Display P3's primaries with a plain curve of 2.2."""
-    def number(value):
-        return struct.pack(">i", round(value * 65536))
-    name = b"Test P3\0"
-    tags = {b"desc": b"desc" + bytes(4) + struct.pack(">I", len(name)) + name + bytes(78),
-            b"cprt": b"text" + bytes(4) + b"none\0",
-            b"wtpt": b"XYZ " + bytes(4) + number(0.9642) + number(1) + number(0.8249)}
-    for colour, values in (("r", (0.5151, 0.2412, -0.0011)), ("g", (0.2920, 0.6922, 0.0419)),
-                           ("b", (0.1571, 0.0666, 0.7841))):
-        tags[f"{colour}XYZ".encode()] = b"XYZ " + bytes(4) + b"".join(map(number, values))
-        tags[f"{colour}TRC".encode()] = b"curv" + bytes(4) + struct.pack(">IH", 1, round(2.2 * 256))
-    table, body, start = b"", b"", 128 + 4 + 12 * len(tags)
-    for tag, content in tags.items():
-        table += tag + struct.pack(">II", start + len(body), len(content))
-        body += content + bytes(-len(content) % 4)
-    content = struct.pack(">I", len(tags)) + table + body
-    header = (struct.pack(">I4sI", 128 + len(content), b"none", 0x02100000) + b"mntrRGB XYZ " + bytes(12) + b"acsp" +
-              bytes(28) + number(0.9642) + number(1) + number(0.8249))
-    return header.ljust(128, b"\0") + content
+def metadata(*paths, options=()):
+    """What exiftool reads of each file, in numbers rather than words; one call for all, for it takes long to start."""
+    return json.loads(run("exiftool", "-q", "-json", "-n", *options, *map(str, paths)))
 
 
 class ImageTest(CommandLineTest):
@@ -63,8 +40,8 @@ class Info(ImageTest):
             self.fail(f"{word} is no JSON")
         return json.loads(self.image("info", path, "--json"), parse_constant=refuse)
 
-    def test_sizes_and_orientations(self):
-        for orientation in STORED:
+    def test_sizes_orientations_and_numbers_of_pages(self):
+        for orientation in (1, 6):  # all eight are told by what is converted
             with self.subTest(orientation):
                 info = self.info(photograph(self.folder / "a.jpg", 90, 60, orientation))
                 stored = (60, 90) if orientation >= 5 else (90, 60)
@@ -72,13 +49,15 @@ class Info(ImageTest):
                                                         "orientedHeight", "type")],
                                  [*stored, orientation, 90, 60, "public.jpeg"])
                 self.assertEqual(info["properties"]["PixelWidth"], stored[0])
+                self.assertNotIn("count", info)
+        page = str(self.noise("a.png"))
+        run("convert", page, page, str(self.folder / "two.tif"))
+        self.assertEqual(self.info(self.folder / "two.tif")["count"], 2)
 
     def test_types_and_colour_spaces(self):
-        (self.folder / "p3.icc").write_bytes(p3_profile())
         for name, options, kind, space in (
                 ("a.png", [], "public.png", "sRGB"), ("g.png", ["-colorspace", "Gray"], "public.png", "Gray"),
                 ("a.tif", [], "public.tiff", "sRGB"), ("c.jpg", ["-colorspace", "CMYK"], "public.jpeg", "CMYK"),
-                ("w.png", ["-profile", self.folder / "p3.icc"], "public.png", "Test P3"),
                 ("a.gif", [], "com.compuserve.gif", "sRGB"), ("a.bmp", [], "com.microsoft.bmp", "sRGB"),
                 ("a.webp", [], "org.webmproject.webp", "sRGB"), ("a.heic", [], "public.heic", "sRGB"),
                 ("a.psd", [], "com.adobe.photoshop-image", "sRGB"), ("a.pdf", [], "com.adobe.pdf", "sRGB")):
@@ -86,16 +65,10 @@ class Info(ImageTest):
                 if name.endswith(".pdf"):  # ImageMagick is not allowed to write them
                     self.image("convert", self.folder / "a.png", self.folder / name)
                 else:
-                    self.noise(name, *map(str, options))
+                    self.noise(name, *options)
                 info = self.info(self.folder / name)
                 self.assertEqual((info["type"], info["orientation"], info["width"]), (kind, 1, 61))
                 self.assertIn(space, info["colorSpace"])
-
-    def test_pages_are_counted(self):
-        page = self.noise("a.png")
-        run("convert", str(page), str(page), str(self.folder / "two.tif"))
-        self.assertEqual(self.info(self.folder / "two.tif")["count"], 2)
-        self.assertNotIn("count", self.info(page))
 
     def test_strange_metadata_is_valid_json_and_harmless_on_a_terminal(self):
         path = photograph(self.folder / "a.jpg")
@@ -123,15 +96,16 @@ class Convert(ImageTest):
 
     def test_every_orientation_becomes_upright_to_the_bit(self):
         upright = self.noise("upright.png")
+        written = []
         for orientation, kind in [*((number, "tif") for number in STORED), (5, "png"), (6, "psd"), (7, "webp")]:
             with self.subTest(orientation, kind=kind):
                 stored = self.folder / f"stored.{kind}"
                 run("convert", str(upright), *STORED[orientation], "-define", "webp:lossless=true", str(stored))
                 run("exiftool", "-q", "-q", "-overwrite_original", "-n", f"-Orientation={orientation}", str(stored))
-                out = self.folder / "out.png"
-                self.assertEqual(self.image("convert", stored, out), f"{out}\n")
-                self.assert_like(out, upright, 0)
-                self.assertEqual(metadata(out).get("Orientation"), 1)
+                written.append(self.folder / f"{orientation} {kind}.png")
+                self.assertEqual(self.image("convert", stored, written[-1]), f"{written[-1]}\n")
+                self.assert_like(written[-1], upright, 0)
+        self.assertEqual({tags["Orientation"] for tags in metadata(*written)}, {1})
 
     def test_what_is_read_has_the_pixels_that_others_see(self):
         for name, options in (("a.jpg", ["-interlace", "JPEG"]), ("p.png", ["-colors", "50", "-type", "Palette"]),
@@ -152,40 +126,34 @@ class Convert(ImageTest):
         source = photograph(self.folder / "a.jpg", 240, 160, 6)
         upright = self.folder / "upright.png"
         run("convert", str(source), "-auto-orient", str(upright))
-        for name, written, kind, limit in (
-                ("b.jpg", "b.jpeg", "JPEG", 0.02), ("B.JPE", "B.jpeg", "JPEG", 0.02), ("b.png", "b.png", "PNG", 0),
-                ("b.tif", "b.tiff", "TIFF", 0), ("b.heic", "b.heic", "HEIC", 0.02), ("b.psd", "b.psd", "PSD", 0),
-                ("b.pdf", "b.pdf", "PDF", 0.02)):
-            with self.subTest(name):
-                path = self.folder / written
-                options = ("--comment", "größer", "--quality", "1")
-                self.assertEqual(self.image("convert", source, self.folder / name, *options), f"{path}\n")
-                tags = metadata(path, "-ICC_Profile:ProfileDescription", "-all")
-                self.assertEqual(tags["FileType"], kind)
-                self.assert_like(path, upright, limit)
-                self.assert_upright(path)
-                if kind == "PDF":
-                    self.assertIn("größer", json.dumps(tags, ensure_ascii=False))
-                    continue
-                self.assertEqual((tags["UserComment"], tags["Orientation"]), ("größer", 1))
+        names = {"b.jpg": "b.jpeg", "B.JPE": "B.jpeg", "b.png": "b.png", "b.tif": "b.tiff", "b.heic": "b.heic",
+                 "b.psd": "b.psd", "b.pdf": "b.pdf"}
+        paths = [self.folder / written for written in names.values()]
+        for name, path in zip(names, paths):
+            options = ("--comment", "größer", "--quality", "1")
+            self.assertEqual(self.image("convert", source, self.folder / name, *options), f"{path}\n")
+        for path, tags in zip(paths, metadata(*paths, options=("-ICC_Profile:ProfileDescription", "-all"))):
+            with self.subTest(path):
+                kind = path.suffix[1:].upper()
+                self.assert_like(path, upright, 0.02 if kind in ("JPEG", "HEIC", "PDF") else 0)
+                self.assertEqual((tags["FileType"], tags["UserComment"], tags["Orientation"]), (kind, "größer", 1))
+                self.assertEqual(self.image("comment", path), "größer\n")
                 for date in ("DateTimeOriginal", "CreateDate"):
                     self.assertRegex(tags[date], r"^\d{4}:\d\d:\d\d \d\d:\d\d:\d\d$")
-                self.assertIn("sRGB", tags["ProfileDescription"])
+                if kind != "PDF":  # whose profile stands with its picture
+                    self.assertIn("sRGB", tags["ProfileDescription"])
 
-    def test_colours_of_other_models_and_profiles(self):
-        (self.folder / "p3.icc").write_bytes(p3_profile())
+    def test_printing_colours_become_those_of_screens(self):
         source = photograph(self.folder / "a.jpg")
-        for name, options, profile in (("cmyk.jpg", ["-colorspace", "CMYK"], "sRGB"),
-                                       ("cmyk.tif", ["-colorspace", "CMYK"], "sRGB"),
-                                       ("p3.png", ["-profile", str(self.folder / "p3.icc")], "Test P3")):
+        for name in ("cmyk.jpg", "cmyk.tif"):
             for more in ([], ["--max", "60"]):
                 with self.subTest(name, more=more):
-                    run("convert", str(source), *options, str(self.folder / name))
+                    run("convert", str(source), "-colorspace", "CMYK", str(self.folder / name))
                     self.image("convert", self.folder / name, self.folder / "out.png", *more)
-                    self.assertIn(profile, metadata(self.folder / "out.png")["ProfileDescription"])
+                    self.assertIn("sRGB", metadata(self.folder / "out.png")[0]["ProfileDescription"])
                     self.assert_upright(self.folder / "out.png")
 
-    def test_the_longer_side_is_limited_and_never_enlarged(self):
+    def test_size_and_quality_are_limited(self):
         source = photograph(self.folder / "a.jpg", 400, 300, 8)
         for maximum, size in ((100, (100, 75)), (400, (400, 300)), (5000, (400, 300)), (1, (1, 1))):
             with self.subTest(maximum):
@@ -194,9 +162,6 @@ class Convert(ImageTest):
                 self.assertEqual((picture.width, picture.height), size)
                 if maximum > 1:
                     self.assert_upright(self.folder / "out.png")
-
-    def test_quality_decides_the_size(self):
-        source = self.noise("a.png")
         sizes = []
         for quality in ("0", "0.5", "1"):
             self.image("convert", source, self.folder / "out.jpg", "--quality", quality)
@@ -266,12 +231,12 @@ class Comment(ImageTest):
             self.assertEqual(self.image("comment", source), "\n")
             for text in ("first", "größer\n<b>\"second\"</b>", "short"):
                 with self.subTest(text, options=options):
-                    before, tags = self.scans(source.read_bytes()), metadata(source, "-Orientation", "-Artist")
+                    before = self.scans(source.read_bytes())
                     self.assertEqual(self.image("comment", source, text), "")
                     self.assertEqual(self.image("comment", source), text + "\n")
-                    self.assertEqual(run("exiftool", "-b", "-UserComment", str(source)).decode(), text)
                     self.assertEqual(self.scans(source.read_bytes()), before)
-                    self.assertEqual(metadata(source, "-Orientation", "-Artist"), tags)
+                    tags = metadata(source, options=("-b", "-Orientation", "-Artist", "-UserComment"))[0]
+                    self.assertEqual([*tags.values()][1:], [6, "somebody", text])
 
     def test_only_jpeg_files_take_one(self):
         photograph(self.folder / "a.jpg")

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <vector>
@@ -24,21 +25,23 @@ inline std::optional<std::string> commandOutput(const std::string& command) {
     return text;
 }
 
-/// What exiftool prints for each of the tags, "-" for one that is missing; nothing when exiftool is not installed.
-inline std::optional<std::vector<std::string>> exiftool(const std::string& path, const std::vector<std::string>& tags) {
-    std::string command = "exiftool -s3 -f";
+/// What exiftool prints for each of the tags of each file, "-" for one that is missing; nothing when exiftool is not
+/// installed. One call for many files: it takes long to start.
+inline std::optional<std::vector<std::vector<std::string>>> exiftool(const std::vector<std::string>& paths,
+                                                                     const std::vector<std::string>& tags) {
+    std::string command = "exiftool -q -s3 -f";
     for (const std::string& tag : tags)
         command += " -" + tag;
-    const auto text = commandOutput(command + " '" + path + "'");
+    for (const std::string& path : paths)
+        command += " '" + path + "'";
+    const auto text = commandOutput(command);
     if (!text) return std::nullopt;
-    std::vector<std::string> lines(1);
-    for (const char character : *text)
-        if (character == '\n')
-            lines.emplace_back();
-        else
-            lines.back() += character;
-    if (lines.back().empty()) lines.pop_back();
-    return lines;
+    std::vector<std::vector<std::string>> files(paths.size());
+    std::istringstream lines(*text);
+    std::size_t count = 0;
+    for (std::string line; std::getline(lines, line) && count < paths.size() * tags.size(); ++count)
+        files[count / tags.size()].push_back(line);
+    return files;
 }
 
 } // namespace support

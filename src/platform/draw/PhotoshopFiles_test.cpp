@@ -259,9 +259,9 @@ TEST(PhotoshopFiles, OursAreReadByOthers) {
             EXPECT_TRUE(std::equal(before.row(y), before.row(y) + 1200, after.row(y))) << y;
         EXPECT_EQ(base::valueForKey(source->propertiesAtIndex(0), kCGImagePropertyDPIWidth), base::Value(72.0));
 
-        const auto tags = support::exiftool(path, {"UserComment", "ProfileDescription", "XResolution", "LayerCount"});
+        const auto tags = support::exiftool({path}, {"UserComment", "ProfileDescription", "XResolution", "LayerCount"});
         if (!tags) GTEST_SKIP() << "exiftool is not installed";
-        EXPECT_EQ(*tags, (std::vector<std::string>{"A comment", "sRGB IEC61966-2.1", "72", opaque ? "-" : "1"}));
+        EXPECT_EQ(tags->at(0), (std::vector<std::string>{"A comment", "sRGB IEC61966-2.1", "72", opaque ? "-" : "1"}));
         // The merged picture and, of one with transparency, its layer.
         for (const char* picture : opaque ? std::vector{"[0]"} : std::vector{"[0]", "[1]"}) {
             const auto raw = support::commandOutput("convert '" + path + picture + "' -depth 8 rgba:-");
