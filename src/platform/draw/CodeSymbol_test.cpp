@@ -3,10 +3,10 @@
 #include "platform/draw/CodeSymbol.h"
 #include "platform/draw/ImageDestination.h"
 #include "platform/draw/ImageSource.h"
+#include "support/CommandOutput.h"
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <gtest/gtest.h>
 
 namespace platform::draw {
@@ -61,21 +61,9 @@ std::string written(const ImageRef& image, const support::TemporaryDirectory& fo
     return path;
 }
 
-// What zbarimg prints; nothing when it is not installed.
+// What zbarimg reads; nothing when it is not installed.
 std::optional<std::string> zbarimg(const std::string& path) {
-    std::FILE* pipe = ::popen(("zbarimg -q '" + path + "' 2>/dev/null").c_str(), "r");
-    if (!pipe) return std::nullopt;
-    std::string text;
-    for (int character; (character = std::fgetc(pipe)) != EOF;)
-        text.push_back(static_cast<char>(character));
-    return ::pclose(pipe) == 127 << 8 ? std::nullopt : std::optional(text);
-}
-
-std::string allBytes() {
-    std::string bytes;
-    for (int byte = 0; byte < 256; ++byte)
-        bytes.push_back(static_cast<char>(byte));
-    return bytes;
+    return support::commandOutput("zbarimg -q '" + path + "'");
 }
 
 TEST(CodeSymbol, IsReadBackWhatWasMade) {
@@ -83,30 +71,26 @@ TEST(CodeSymbol, IsReadBackWhatWasMade) {
                                                                  {CodeKind::qr, "QRCode"},
                                                                  {CodeKind::code128, "Code128"},
                                                                  {CodeKind::pdf417, "PDF417"}};
-    const std::vector<std::string> messages = {"0",
-                                               "Velm",
-                                               "ORDER-2026/000417",
-                                               "a%20b {1, 2} [01] ^FNC1 \\x41",
-                                               "00112233445566778899",
-                                               std::string("\t\r\n\x1d\x7f"),
-                                               std::string(45, 'z')};
+    std::vector<std::string> messages = {"0",
+                                         "Velm",
+                                         "ORDER-2026/000417",
+                                         "a%20b {1, 2} [01] ^FNC1 \\x41",
+                                         "00112233445566778899",
+                                         std::string("\t\r\n\x1d\x7f"),
+                                         std::string(45, 'z')};
+    std::string allBytes;
+    for (int byte = 0; byte < 256; ++byte)
+        allBytes.push_back(static_cast<char>(byte));
+    messages.push_back(allBytes);
     for (const auto& [kind, name] : kinds)
         for (const std::string& message : messages) {
+            if (kind == CodeKind::code128 && message == allBytes) continue; // has no room for them
             const auto codes = readCodes(page(make(kind, message)));
             ASSERT_TRUE(codes);
             ASSERT_EQ(codes->size(), 1u) << name << " " << message;
             EXPECT_EQ(codes->front().kind, name);
             EXPECT_EQ(codes->front().bytes.asText(), message);
         }
-}
-
-TEST(CodeSymbol, HoldsAnyBytes) {
-    const std::string bytes = allBytes();
-    for (const CodeKind kind : {CodeKind::aztec, CodeKind::qr, CodeKind::pdf417}) {
-        const auto codes = *readCodes(page(make(kind, bytes)));
-        ASSERT_EQ(codes.size(), 1u);
-        EXPECT_EQ(codes[0].bytes.asText(), bytes);
-    }
 }
 
 TEST(CodeSymbol, IsOnePixelAModuleWithItsBorder) {
@@ -182,6 +166,7 @@ TEST(CodeSymbol, IsReadableWithEveryOption) {
     struct Case {
         CodeKind kind;
         CodeSymbolOptions options;
+        std::string message = "ORDER-2026/000417 (2 of 5)";
     };
     std::vector<Case> cases;
     for (int percent = 5; percent <= 95; ++percent)
@@ -193,8 +178,10 @@ TEST(CodeSymbol, IsReadableWithEveryOption) {
     for (int level = 0; level <= 8; ++level)
         cases.push_back({CodeKind::pdf417, {.pdf417CorrectionLevel = level}});
     const support::TemporaryDirectory folder;
-    const std::string message = "ORDER-2026/000417 (2 of 5)";
+    cases.push_back({CodeKind::qr, {}, std::string(300, 'q')});
+    cases.push_back({CodeKind::code128, {}, "00112233"}); // two digits to a sign
     for (const Case& each : cases) {
+        const std::string& message = each.message;
         const CodeSymbolOptions& options = each.options;
         const std::string name = std::to_string(static_cast<int>(each.kind)) + " " +
                                  std::to_string(options.aztecCorrectionPercent) + options.qrCorrectionLevel +
@@ -231,25 +218,17 @@ TEST(CodeSymbol, RefusesWhatNoSymbolHolds) {
         CodeSymbolOptions options;
         std::string_view reason;
     };
-    CodeSymbolOptions percent4, percent96, levelX, levelNone, levelTwo, quiet21, quietNegative, level9, levelNegative,
-        percent95;
-    percent4.aztecCorrectionPercent = 4;
-    percent96.aztecCorrectionPercent = 96;
-    percent95.aztecCorrectionPercent = 95;
-    levelX.qrCorrectionLevel = "X";
-    levelNone.qrCorrectionLevel = "";
-    levelTwo.qrCorrectionLevel = "LM";
-    quiet21.code128QuietSpace = 21;
-    quietNegative.code128QuietSpace = -1;
-    level9.pdf417CorrectionLevel = 9;
-    levelNegative.pdf417CorrectionLevel = -1;
-    std::vector<Case> cases = {
-        {CodeKind::aztec, 3, percent4, "5 to 95"},      {CodeKind::aztec, 3, percent96, "5 to 95"},
-        {CodeKind::aztec, 1000, percent95, "too long"}, {CodeKind::qr, 3, levelX, "L, M, Q and H"},
-        {CodeKind::qr, 3, levelNone, "L, M, Q and H"},  {CodeKind::qr, 3, levelTwo, "L, M, Q and H"},
-        {CodeKind::code128, 3, quiet21, "0 to 20"},     {CodeKind::code128, 3, quietNegative, "0 to 20"},
-        {CodeKind::code128, 200, {}, "too long"},       {CodeKind::pdf417, 3, level9, "0 to 8"},
-        {CodeKind::pdf417, 3, levelNegative, "0 to 8"}};
+    std::vector<Case> cases = {{CodeKind::aztec, 3, {.aztecCorrectionPercent = 4}, "5 to 95"},
+                               {CodeKind::aztec, 3, {.aztecCorrectionPercent = 96}, "5 to 95"},
+                               {CodeKind::aztec, 1000, {.aztecCorrectionPercent = 95}, "too long"},
+                               {CodeKind::qr, 3, {.qrCorrectionLevel = "X"}, "L, M, Q and H"},
+                               {CodeKind::qr, 3, {.qrCorrectionLevel = ""}, "L, M, Q and H"},
+                               {CodeKind::qr, 3, {.qrCorrectionLevel = "LM"}, "L, M, Q and H"},
+                               {CodeKind::code128, 3, {.code128QuietSpace = 21}, "0 to 20"},
+                               {CodeKind::code128, 3, {.code128QuietSpace = -1}, "0 to 20"},
+                               {CodeKind::code128, 200, {}, "too long"},
+                               {CodeKind::pdf417, 3, {.pdf417CorrectionLevel = 9}, "0 to 8"},
+                               {CodeKind::pdf417, 3, {.pdf417CorrectionLevel = -1}, "0 to 8"}};
     for (const CodeKind kind : {CodeKind::aztec, CodeKind::qr, CodeKind::code128, CodeKind::pdf417}) {
         cases.push_back({kind, 0, {}, "no message"});
         for (const std::size_t length : {5000, 7089, 7090, 2'000'000})
@@ -263,20 +242,6 @@ TEST(CodeSymbol, RefusesWhatNoSymbolHolds) {
     }
     EXPECT_TRUE(makeCodeSymbol(CodeKind::qr, std::string(5596, '7'))); // the most digits at level M
     EXPECT_FALSE(makeCodeSymbol(CodeKind::qr, std::string(5597, '7')));
-}
-
-TEST(CodeSymbol, IsReadByAnotherReader) {
-    const support::TemporaryDirectory folder;
-    const std::vector<std::tuple<CodeKind, std::string, std::string>> cases = {
-        {CodeKind::qr, "ORDER-2026/000417", "QR-Code:ORDER-2026/000417\n"},
-        {CodeKind::qr, std::string(300, 'q'), "QR-Code:" + std::string(300, 'q') + "\n"},
-        {CodeKind::code128, "Velm 4711", "CODE-128:Velm 4711\n"},
-        {CodeKind::code128, "00112233", "CODE-128:00112233\n"}};
-    for (const auto& [kind, message, expected] : cases) {
-        const auto found = zbarimg(written(page(make(kind, message)), folder, "code.png"));
-        if (!found) GTEST_SKIP() << "zbarimg is not installed";
-        EXPECT_EQ(*found, expected);
-    }
 }
 
 TEST(CodeReader, FindsAllCodesFromTheTop) {

@@ -1,6 +1,7 @@
 // Every layout of PNG, TIFF and Photoshop files, with 8 and with 16 bits, against what ImageMagick reads in them.
 #include "platform/draw/DeepPixels.h"
 
+#include "internal/PictureFixtures.h"
 #include "platform/draw/ColorSpace.h"
 #include "platform/draw/ImageSource.h"
 #include "support/CommandOutput.h"
@@ -60,6 +61,9 @@ public:
     std::optional<std::string> run(const std::string& command) const {
         return support::commandOutput("cd '" + folder_.path().string() + "' && " + command);
     }
+    void write(const std::string& name, const std::vector<std::uint8_t>& bytes) const {
+        folder_.write(name, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    }
     ImageRef open(const std::string& name, std::size_t index = 0) const {
         const auto source = ImageSource::createWithURL(base::URL::fileURLWithPath(folder_ / name));
         return source ? (*source)->imageAtIndex(index) : nullptr;
@@ -79,6 +83,15 @@ Samples deepPixels(const Image& image, int quarterTurns = 0) {
     const auto read = readDeepPixels(image, quarterTurns, reinterpret_cast<std::uint8_t*>(bytes.data()));
     EXPECT_TRUE(read) << read.error().localizedDescription;
     return samplesOf(bytes);
+}
+
+Samples widened(const Bitmap& bitmap) {
+    Samples samples;
+    for (int y = 0; y < bitmap.height(); ++y)
+        for (int x = 0; x < bitmap.width(); ++x)
+            for (const int place : {2, 1, 0, 3})
+                samples.push_back(static_cast<std::uint16_t>(bitmap.row(y)[4 * x + place] * 257));
+    return samples;
 }
 
 int largestDifference(const Samples& one, const Samples& other) {
@@ -163,12 +176,7 @@ TEST(DeepPixels, EveryLayoutIsReadAsAnIndependentDecoderReadsIt) {
         EXPECT_LE(largestDifference(deepPixels(*image), wanted), row.difference);
         const auto bitmap = image->bitmap(ColorSpace::sRGB());
         ASSERT_TRUE(bitmap) << bitmap.error().localizedDescription;
-        Samples widened;
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x)
-                for (const int place : {2, 1, 0, 3})
-                    widened.push_back(static_cast<std::uint16_t>(bitmap->row(y)[4 * x + place] * 257));
-        EXPECT_LE(largestDifference(widened, wanted), row.difference8);
+        EXPECT_LE(largestDifference(widened(*bitmap), wanted), row.difference8);
     }
     // Nothing of the 16 bits was lost on the way through the files.
     for (const std::string name : {"rgba.png", "unassociated.tif"})
@@ -176,6 +184,28 @@ TEST(DeepPixels, EveryLayoutIsReadAsAnIndependentDecoderReadsIt) {
     files.run("convert s8.png a8.png gray4.png pages.tif");
     for (std::size_t page = 0; page < 3; ++page)
         EXPECT_EQ(deepPixels(*files.open("pages.tif", page)), files.judged("pages.tif[" + std::to_string(page) + "]"));
+}
+
+// As the same picture without alpha, which is opaque at its left.
+TEST(DeepPixels, GreyWithAlphaKeepsItsProfile) {
+    const Files files;
+    cmsToneCurve* linear = cmsBuildGamma(nullptr, 1);
+    files.write("linear.icc", fixtures::bytesOfProfile(cmsCreateGrayProfile(cmsD50_xyY(), linear)));
+    cmsFreeToneCurve(linear);
+    for (const std::string bits : {"8", "16"})
+        for (const std::string extension : {".png", ".tif"}) {
+            SCOPED_TRACE(bits + extension);
+            const std::string gray = " -colorspace Gray +profile '*' -profile linear.icc -define png:color-type=";
+            files.run("convert a" + bits + ".png" + gray + "4 alpha" + extension);
+            if (!files.run("convert a" + bits + ".png -alpha off" + gray + "0 plain" + extension)) GTEST_SKIP();
+            const ImageRef alpha = files.open("alpha" + extension), plain = files.open("plain" + extension);
+            ASSERT_TRUE(alpha && plain && !alpha->isOpaque() && plain->isOpaque());
+            EXPECT_EQ(alpha->colorSpace(), plain->colorSpace());
+            EXPECT_NE(alpha->colorSpace(), ColorSpace::gray());
+            const ImageRef one = alpha->cropped({0, 0, 9, height}), other = plain->cropped({0, 0, 9, height});
+            EXPECT_LE(largestDifference(deepPixels(*one), deepPixels(*other)), bits == "8" ? 129 : 0);
+            EXPECT_EQ(widened(*one->bitmap()), widened(*other->bitmap()));
+        }
 }
 
 TEST(DeepPixels, PicturesInMemoryKeepThem) {

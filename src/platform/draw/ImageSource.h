@@ -37,10 +37,10 @@ public:
     ImageRef imageAtIndex(std::size_t index) const;
 
     /// What is known of a picture without decoding it; empty when there is no such picture. "PixelWidth",
-    /// "PixelHeight", "Depth" (bits a component), "HasAlpha", "ColorModel" ("RGB", "Gray", "CMYK"), "ProfileName" when
-    /// it has a profile, "Orientation" (1 to 8) when it states one, "DPIWidth", "DPIHeight" when it states them, and
-    /// the dictionaries "{Exif}", "{TIFF}", "{GPS}" and "{IPTC}" of a file that has such metadata, keyed by the tags'
-    /// names ("UserComment", "DateTimeOriginal", "Latitude").
+    /// "PixelHeight", "Depth" (bits a component), "HasAlpha", "ColorModel" ("RGB", "Gray", "CMYK"), "ProfileName" (of
+    /// the space that it is taken for when it has no profile; none for CMYK), "Orientation" (1 to 8) when it states
+    /// one, "DPIWidth", "DPIHeight" when it states them, and the dictionaries "{Exif}", "{TIFF}", "{GPS}" and "{IPTC}"
+    /// of a file that has such metadata, keyed by the tags' names ("UserComment", "DateTimeOriginal", "Latitude").
     const base::Dictionary& propertiesAtIndex(std::size_t index) const;
 
     /// A picture in memory, at most `maxPixelSize` on its longer side (never enlarged), upright by its Orientation when

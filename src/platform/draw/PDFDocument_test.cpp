@@ -2,12 +2,12 @@
 #include "platform/draw/ImageDestination.h"
 #include "platform/draw/ImageSource.h"
 #include "platform/draw/PDFDocument.h"
+#include "support/CommandOutput.h"
 #include "support/PdfMaker.h"
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <optional>
@@ -16,6 +16,7 @@
 using namespace platform::draw;
 using base::AffineTransform;
 using base::Rect;
+using support::commandOutput;
 using support::markedPage;
 using support::pdfOf;
 using support::pdfOfObjects;
@@ -57,21 +58,10 @@ Bitmap drawnInto(const PDFPageRef& page, int width, int height, const AffineTran
     return *canvas->makeImage()->bitmap();
 }
 
-// What a program prints; nothing when it is not installed.
-std::optional<std::string> output(const std::string& command) {
-    std::string text;
-    std::FILE* pipe = ::popen((command + " 2>/dev/null").c_str(), "r");
-    if (!pipe) return std::nullopt;
-    char buffer[4096];
-    for (std::size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        text.append(buffer, got);
-    return ::pclose(pipe) == 0 ? std::optional(text) : std::nullopt;
-}
-
 // The first page at 72 pixels an inch by poppler's own tool on white, as a binary PPM; nothing without the tool.
 std::optional<std::string> judgedPixels(const support::TemporaryDirectory& folder, const std::string& pdf, int width,
                                         int height) {
-    const auto ppm = output("pdftoppm -r 72 -f 1 -l 1 -cropbox '" + folder.write("judged.pdf", pdf) + "'");
+    const auto ppm = commandOutput("pdftoppm -r 72 -f 1 -l 1 -cropbox '" + folder.write("judged.pdf", pdf) + "'");
     if (!ppm) return std::nullopt;
     const std::string header = "P6\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n";
     EXPECT_EQ(ppm->substr(0, header.size()), header);
@@ -340,18 +330,18 @@ TEST(PDFDocument, WrittenPicturesComeBack) {
         }
     EXPECT_GT(10 * std::log10(255.0 * 255 * 4 * 320 * 200 / squares), 38);
 
-    if (output("pdfimages '" + path + "' '" + folder / "picture" + "'")) {
+    if (commandOutput("pdfimages '" + path + "' '" + folder / "picture" + "'")) {
         const std::string ppm = support::readFile(folder / "picture-000.ppm");
         EXPECT_LE(largestDifference(back, ppm.substr(std::min<std::size_t>(ppm.size(), 15))), 1);
     }
-    if (const auto info = output("pdfinfo '" + path + "'")) {
+    if (const auto info = commandOutput("pdfinfo '" + path + "'")) {
         EXPECT_NE(info->find("320 x 200 pts"), std::string::npos) << *info;
         EXPECT_NE(info->find(comment), std::string::npos) << *info;
     }
-    if (const auto list = output("pdfimages -list '" + path + "'"))
+    if (const auto list = commandOutput("pdfimages -list '" + path + "'"))
         EXPECT_NE(list->find("320   200  icc     3   8  jpeg"), std::string::npos) << *list;
-    if (const auto tags = output("exiftool -s3 -f -XMP-exif:UserComment -PDF:Keywords -PDF:CreateDate "
-                                 "-XMP-exif:DateTimeOriginal -XMP-tiff:Orientation# -Warning '" +
-                                 path + "'"))
+    if (const auto tags = commandOutput("exiftool -s3 -f -XMP-exif:UserComment -PDF:Keywords -PDF:CreateDate "
+                                        "-XMP-exif:DateTimeOriginal -XMP-tiff:Orientation# -Warning '" +
+                                        path + "'"))
         EXPECT_EQ(*tags, comment + "\nVELM, XML\n2026:03:15 10:11:13\n2026:03:15 10:11:12\n1\n-\n");
 }

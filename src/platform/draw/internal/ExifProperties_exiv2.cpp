@@ -185,6 +185,7 @@ base::Value exifComment(const std::vector<std::uint8_t>& bytes, bool bigEndian) 
 
 base::Dictionary iptcProperties(const std::vector<std::uint8_t>& dataSets) {
     base::Dictionary properties;
+    if (dataSets.empty()) return properties;
     try {
         Exiv2::IptcData data;
         if (Exiv2::IptcParser::decode(data, dataSets.data(), static_cast<std::uint32_t>(dataSets.size())) != 0)
@@ -210,6 +211,7 @@ base::Dictionary iptcProperties(const std::vector<std::uint8_t>& dataSets) {
 std::vector<std::uint8_t> iptcInPhotoshopResources(const std::vector<std::uint8_t>& resources) {
     const Exiv2::byte* record = nullptr;
     std::uint32_t headerSize = 0, size = 0;
+    if (resources.empty()) return {};
     try {
         if (Exiv2::Photoshop::locateIptcIrb(resources.data(), static_cast<long>(resources.size()), &record, &headerSize,
                                             &size) != 0)
