@@ -124,33 +124,18 @@ TEST(KLARON_ImagePDF, WhatCannotBeMadeIsNone) {
     const std::string good = folder.write("page.pdf", pdfOf({markedPage()}));
     const std::string cut = folder.write("cut.pdf", pdfOf({markedPage()}).substr(0, 400));
     constexpr double none = std::numeric_limits<double>::quiet_NaN();
-    struct Case {
-        ImageObject object;
-        Size size;
-    };
-    const Case cases[] = {
-        {folder / "missing.pdf", {10, 10}},
-        {cut, {10, 10}},
-        {std::string(), {10, 10}},
-        {folder.path().string(), {10, 10}},
-        {good, {0, 10}},
-        {good, {10, 0.4}},
-        {good, {-10, 10}},
-        {good, {none, 10}},
-        {good, {10, none}},
-        {good, {1e300, 10}},
-        {good, {1e9, 1e9}},
-        {base::URL::fromString("https://a.invalid/b.pdf"), {9, 9}},
-    };
-    for (const Case& item : cases) {
+    const auto isNone = [](const ImageObject& object, Size size) {
         const support::LogCapture log;
         std::optional<base::Error> error;
-        EXPECT_FALSE(KLARON_Image::imageWithPDFObject(item.object, item.size, &error))
-            << item.object.description() << base::stringFromSize(item.size);
-        EXPECT_TRUE(error);
-        EXPECT_FALSE(KLARON_Image::imageWithPDFObject(item.object, item.size, nullptr));
-        EXPECT_FALSE(log.has("Passed parameter"));
-    }
+        return !KLARON_Image::imageWithPDFObject(object, size, &error) && error && !log.has("Passed parameter") &&
+               !KLARON_Image::imageWithPDFObject(object, size, nullptr);
+    };
+    for (const ImageObject& object :
+         {ImageObject(folder / "missing.pdf"), ImageObject(cut), ImageObject(""), ImageObject(folder.path().string()),
+          ImageObject(base::URL::fromString("https://a.invalid/b.pdf"))})
+        EXPECT_TRUE(isNone(object, {10, 10})) << object.description();
+    for (const Size size : {Size{0, 10}, {10, 0.4}, {-10, 10}, {none, 10}, {10, none}, {1e300, 10}, {1e9, 1e9}})
+        EXPECT_TRUE(isNone(good, size)) << base::stringFromSize(size);
     const std::string message = "Passed parameter to +[KLARON_Image "
                                 "imageWithPDFObject:size:alpha:backgroundColorCode:error:] not a path or URL";
     for (const ImageObject& object : {ImageObject(base::Value(7)), ImageObject(), ImageObject(base::Data("%PDF-"))}) {

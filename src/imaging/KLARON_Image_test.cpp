@@ -185,6 +185,7 @@ TEST(KLARON_ImageOpening, PreviewsAreUprightSmallAndKept) {
     ASSERT_TRUE(preview);
     EXPECT_EQ(preview->size(), (Size{667, 1000}));
     EXPECT_EQ(preview->orientation(), 1);
+    folder.write("a.jpg", "changed");
     EXPECT_EQ(KLARON_Image::previewImageWithObject(path)->cgImage(), preview->cgImage());
 }
 
@@ -246,17 +247,6 @@ TEST(KLARON_ImageDraw, PositiveRotationTurnsClockwiseWithBackgroundAndBorder) {
     EXPECT_EQ(drawn(image, 50, 50, {0, 10, 50, 30}), (Rows{".rrr.", ".rbr.", ".rgr.", ".rrr.", ".rrr."}));
 }
 
-TEST(KLARON_ImageDraw, BorderGrowsWithTurnedOrientations) {
-    for (const Lying& lying : lyingPictures) {
-        if (lying.orientation == 1) continue;
-        const auto image = wrapped(cells(lying.rows), lying.orientation);
-        image->setHasBorder(true);
-        image->setBorderColorCode("#0000FF");
-        EXPECT_EQ(drawn(image, 50, 40, {10, 10, 30, 20}), (Rows{"bbbbb", "brgbb", "bwkrb", "bbbbb"}))
-            << lying.orientation;
-    }
-}
-
 TEST(KLARON_ImageDraw, ShadowFallsFromContentAndBorderOntoTheContent) {
     const auto image = wrapped(cells({"ggg", "ggg", "ggg"}));
     image->setHasBorder(true);
@@ -280,31 +270,20 @@ TEST(KLARON_ImageDraw, ShadowFallsFromContentAndBorderOntoTheContent) {
 // A picture that its orientation brings upright is drawn as the upright one, whatever the style: only the border's
 // frame is another (see above).
 TEST(KLARON_ImageDraw, TurnedFilesEqualTheUprightPictureInEveryStyle) {
+    const std::optional<std::string> gravities[] = {{},
+                                                    std::string(kCAGravityResize),
+                                                    std::string(kCAGravityResizeAspect),
+                                                    std::string(kCAGravityResizeAspectFill)};
+    const struct {
+        Rect rect;
+        bool normalized = false;
+    } crops[] = {{{}},
+                 {{5, 2, 21, 13}},
+                 {{26, 15, -21, -13}}, // the same, from its other corner
+                 {{-4, -4, 40, 17}},   // partly beyond
+                 {{0.2, 0.1, 0.7, 0.8}, true},
+                 {{100, 0, 5, 5}}}; // all beyond: nothing
     using Style = std::function<void(KLARON_Image&)>;
-    const Style gravities[] = {
-        [](KLARON_Image&) {},
-        [](KLARON_Image& image) { image.setContentsGravity(std::string(kCAGravityResize)); },
-        [](KLARON_Image& image) { image.setContentsGravity(std::string(kCAGravityResizeAspect)); },
-        [](KLARON_Image& image) { image.setContentsGravity(std::string(kCAGravityResizeAspectFill)); },
-    };
-    const Style crops[] = {
-        [](KLARON_Image&) {},
-        [](KLARON_Image& image) {
-            image.setCropRect({5, 2, 21, 13});
-        },
-        [](KLARON_Image& image) {
-            image.setCropRect({26, 15, -21, -13});
-        }, // the same, from its other corner
-        [](KLARON_Image& image) {
-            image.setCropRect({-4, -4, 40, 17});
-        }, // partly beyond
-        [](KLARON_Image& image) {
-            image.setCropRect({0.2, 0.1, 0.7, 0.8}), image.setIsNormalizedCropRect(true);
-        },
-        [](KLARON_Image& image) {
-            image.setCropRect({100, 0, 5, 5});
-        }, // all beyond: nothing
-    };
     const Style styles[] = {
         [](KLARON_Image&) {},
         [](KLARON_Image& image) { image.setRotation(pi / 2); },
@@ -328,8 +307,10 @@ TEST(KLARON_ImageDraw, TurnedFilesEqualTheUprightPictureInEveryStyle) {
                 if (forced && row / std::size(styles) % std::size(crops) != 0) continue; // crops are the file's own
                 const auto styled = [&](const KLARON_ImageRef& image) {
                     styles[row % std::size(styles)](*image);
-                    crops[row / std::size(styles) % std::size(crops)](*image);
-                    gravities[row / std::size(styles) / std::size(crops)](*image);
+                    const auto& crop = crops[row / std::size(styles) % std::size(crops)];
+                    image->setCropRect(crop.rect);
+                    image->setIsNormalizedCropRect(crop.normalized);
+                    image->setContentsGravity(gravities[row / std::size(styles) / std::size(crops)]);
                     return bitmapOf(image);
                 };
                 const auto turned = wrapped(cells(lying.rows), forced ? 1 : lying.orientation);
@@ -377,29 +358,22 @@ TEST(KLARON_ImageDraw, OwnSizeIsUnchangedToTheBitAlsoTurned) {
 }
 
 TEST(KLARON_ImageDraw, BorderOverAndAroundTheContent) {
-    const struct {
-        int orientation;
-        bool clips;
-        Rows expected;
-    } cases[] = {
-        {1, true, {".....", ".bbb.", ".bbb.", "....."}},  // over the content's edge
-        {1, false, {".....", ".bbb.", ".bbb.", "....."}}, // around a content that has no room left
-        {6, true, {"bbbbb", "brgbb", "bwkrb", "bbbbb"}},  // one width further out
-        {2, true, {".....", ".bbb.", ".bbb.", "....."}},
+    const Rows inside = {".....", ".bbb.", ".bbb.", "....."}, grown = {"bbbbb", "brgbb", "bwkrb", "bbbbb"};
+    const auto bordered = [](const Rows& rows, int orientation, bool clips, const Rect& destination) {
+        const auto image = wrapped(cells(rows), orientation);
+        image->setHasBorder(true);
+        image->setBorderColorCode("#0000FF");
+        image->setBorderClipsContent(clips);
+        return drawn(image, 50, 40, destination);
     };
-    for (const auto& row : cases) {
-        const auto image = wrapped(cells(row.orientation == 6 ? Rows{"br", "gk", "rw"} : upright), row.orientation);
-        image->setHasBorder(true);
-        image->setBorderColorCode("#0000FF");
-        image->setBorderClipsContent(row.clips);
-        EXPECT_EQ(drawn(image, 50, 40, {10, 10, 30, 20}), row.expected) << row.orientation << row.clips;
-    }
-    for (const Lying& lying : lyingPictures) { // around the content all frames are the destination
-        const auto image = wrapped(cells(lying.rows), lying.orientation);
-        image->setHasBorder(true);
-        image->setBorderColorCode("#0000FF");
-        image->setBorderClipsContent(false);
-        EXPECT_EQ(drawn(image, 50, 40, {0, 0, 50, 40}), (Rows{"bbbbb", "brgbb", "bwkrb", "bbbbb"}));
+    const Rect middle{10, 10, 30, 20};
+    EXPECT_EQ(bordered(upright, 2, true, middle), inside);
+    EXPECT_EQ(bordered(upright, 1, false, middle), inside) << "the content has no room left";
+    for (const Lying& lying : lyingPictures) {
+        SCOPED_TRACE(lying.orientation);
+        const bool turned = lying.orientation != 1;
+        EXPECT_EQ(bordered(lying.rows, lying.orientation, true, middle), turned ? grown : inside);
+        EXPECT_EQ(bordered(lying.rows, lying.orientation, false, {0, 0, 50, 40}), grown);
     }
 }
 
@@ -437,6 +411,9 @@ TEST(KLARON_ImageDraw, CropTableOfTheOrientations) {
         EXPECT_EQ((Rect{1.0 * part->x(), 1.0 * part->y(), 1.0 * part->width(), 1.0 * part->height()}), row.lying)
             << row.orientation;
     }
+    const ImageRef ofItself = wrapped(image, 6)->croppedImageWithRect({4, 2, 10, 6});
+    EXPECT_TRUE(ofItself->x() == 2 && ofItself->y() == 6);
+    EXPECT_EQ(wrapped(image)->croppedImageWithRect({100, 100, 10, 10}), nullptr);
 }
 
 TEST(KLARON_ImageDraw, LogsWhatItCanNotDraw) {
@@ -464,10 +441,4 @@ TEST(KLARON_ImageDraw, CopiesToALargestDimension) {
     EXPECT_EQ(copy->height(), 50);
     EXPECT_EQ(wrapped(cells({"r", "g", "b"}))->copyWithMaxDimension(60)->height(), 60) << "and to a larger one";
     EXPECT_EQ(wrapped(cells({"rg"}), 1)->copyWithMaxDimension(10), nullptr) << "with metadata its size is zero";
-}
-
-TEST(KLARON_ImageDraw, CroppedImagesFollowTheOrientation) {
-    const auto image = wrapped(cells({"br", "gk", "rw"}), 6);
-    EXPECT_EQ(drawn(wrapped(image->croppedImageWithRect({10, 0, 20, 10}), 6), 20, 10), (Rows{"gb"}));
-    EXPECT_EQ(image->croppedImageWithRect({100, 100, 10, 10}), nullptr);
 }
