@@ -69,13 +69,6 @@ int greatestDifference(const base::Result<Bitmap>& bitmap, const base::Data& wan
     return greatest;
 }
 
-bool same(const Bitmap& one, const Bitmap& other) {
-    if (one.width() != other.width() || one.height() != other.height()) return false;
-    for (int y = 0; y < one.height(); ++y)
-        if (!std::equal(one.row(y), one.row(y) + 4 * one.width(), other.row(y))) return false;
-    return true;
-}
-
 const std::string animatedGif =
     "convert -delay 10 -size 80x60 -dispose none xc:gold -dispose previous -page +5+5 \\( -size 20x20 xc:red \\) "
     "-dispose background -page +30+30 \\( -size 30x10 xc:none -fill blue -draw 'circle 8,5 8,1' \\) "
@@ -106,21 +99,12 @@ base::Data heifOf(const HeifOptions& options) {
         heif_image_add_plane(image, heif_channel_interleaved, options.width, options.height, 8);
         int stride = 0;
         std::uint8_t* row = heif_image_get_plane(image, heif_channel_interleaved, &stride);
-        // Red above and blue below, half of it transparent; further pictures are grey.
+        // Dull red above and blue below, half transparent; further pictures are grey.
+        constexpr std::uint8_t red[] = {120, 0, 0, 128}, blue[] = {0, 0, 120, 128}, gray[] = {99, 99, 99, 128};
+        const int samples = options.premultiplied ? 4 : 3;
         for (int y = 0; y < options.height; ++y, row += stride)
-            for (int x = 0; x < options.width; ++x) {
-                const bool upper = y < options.height / 2;
-                const std::uint8_t color[] = {std::uint8_t(n       ? 99
-                                                           : upper ? 120
-                                                                   : 0),
-                                              std::uint8_t(n ? 99 : 0),
-                                              std::uint8_t(n       ? 99
-                                                           : upper ? 0
-                                                                   : 120),
-                                              128};
-                const int samples = options.premultiplied ? 4 : 3;
-                std::copy_n(color, samples, row + samples * x);
-            }
+            for (int x = 0; x < options.width; ++x)
+                std::copy_n(n > 0 ? gray : y < options.height / 2 ? red : blue, samples, row + samples * x);
         heif_image_set_premultiplied_alpha(image, options.premultiplied);
         if (options.primaries != 0) {
             heif_color_profile_nclx* codes = heif_nclx_color_profile_alloc();
@@ -460,24 +444,8 @@ TEST(FurtherFormats, CutOffFilesFailOrAreWhole) {
     ASSERT_TRUE(workshop.run("cwebp -q 90 rgba.png -o s.webp && gif2webp a.gif -o a.webp && convert rgb.png -type "
                              "truecolor bmp3:s.bmp && convert rgb.png -colors 90 -compress RLE bmp3:r.bmp && convert "
                              "rgb.png -interlace GIF i.gif && heif-enc rgba.png -o s.heic"));
-    for (const std::string name : {"s.webp", "a.webp", "s.bmp", "r.bmp", "a.gif", "i.gif", "s.heic"}) {
-        const base::Data whole = workshop.read(name);
-        ASSERT_GT(whole.size(), 0u);
-        int failures = 0;
-        for (std::size_t percent = 0; percent <= 100; ++percent) {
-            SCOPED_TRACE(name + " " + std::to_string(percent) + " %");
-            base::Data cut = whole;
-            cut.bytes.resize(percent == 100 ? whole.size() - 1 : whole.size() * percent / 100);
-            const auto source = ImageSource::createWithData(cut);
-            failures += !source;
-            for (std::size_t i = 0; source && i < (*source)->count(); ++i) {
-                const auto bitmap = (*source)->imageAtIndex(i)->bitmap();
-                failures += i == 0 && !bitmap;
-                EXPECT_TRUE(bitmap ? same(*bitmap, *bitmapOf(whole, i)) : bitmap.error().localizedDescription != "");
-            }
-        }
-        EXPECT_GT(failures, 10) << name;
-    }
+    for (const char* name : {"s.webp", "a.webp", "s.bmp", "r.bmp", "a.gif", "i.gif", "s.heic"})
+        expectCutOffFilesFail(workshop.read(name));
 }
 
 TEST(FurtherFormats, RefuseHugePictures) {

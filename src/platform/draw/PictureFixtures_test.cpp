@@ -1,5 +1,6 @@
 #include "internal/PictureFixtures.h"
 
+#include "platform/draw/ImageSource.h"
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <numbers>
 #include <stdexcept>
 
@@ -34,15 +36,6 @@ std::array<std::uint8_t, 4> inkOf(const std::uint8_t* pixel) {
     for (std::size_t k = 0; k < 3 && light > 0; ++k)
         ink[k] = byteOf(255.0 * (light - pixel[k]) / light);
     return ink;
-}
-
-/// The few colours of a palette picture: two bits of each component.
-std::uint8_t paletteIndex(const std::uint8_t* pixel) {
-    return static_cast<std::uint8_t>((pixel[0] >> 6) | (pixel[1] >> 6) << 2 | (pixel[2] >> 6) << 4);
-}
-std::array<std::uint8_t, 3> paletteColor(int index) {
-    return {static_cast<std::uint8_t>((index & 3) * 85), static_cast<std::uint8_t>((index >> 2 & 3) * 85),
-            static_cast<std::uint8_t>((index >> 4 & 3) * 85)};
 }
 
 double lanczos(double x) {
@@ -182,18 +175,11 @@ base::Data pngOf(const Pixels& pixels, const PngOptions& options) {
             target.insert(target.end(), bytes, bytes + count);
         },
         [](png_structp) {});
-    constexpr std::array types{PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_RGBA, PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA,
-                               PNG_COLOR_TYPE_PALETTE};
+    constexpr std::array types{PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_RGBA, PNG_COLOR_TYPE_GRAY};
     png_set_IHDR(png, info, static_cast<png_uint_32>(pixels.width), static_cast<png_uint_32>(pixels.height),
                  options.bits, types[static_cast<std::size_t>(options.colors)],
                  options.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
-    if (options.colors == PngColors::palette) {
-        std::array<png_color, 64> palette;
-        for (int i = 0; i < 64; ++i)
-            palette[i] = {paletteColor(i)[0], paletteColor(i)[1], paletteColor(i)[2]};
-        png_set_PLTE(png, info, palette.data(), 64);
-    }
     png_write_info(png, info);
     std::vector<std::vector<std::uint8_t>> rows;
     for (int y = 0; y < pixels.height; ++y) {
@@ -204,14 +190,12 @@ base::Data pngOf(const Pixels& pixels, const PngOptions& options) {
         };
         for (int x = 0; x < pixels.width; ++x) {
             const std::uint8_t* pixel = pixels.at(x, y);
-            if (options.colors == PngColors::palette)
-                put(paletteIndex(pixel));
-            else if (options.colors == PngColors::gray || options.colors == PngColors::grayAlpha)
+            if (options.colors == PngColors::gray)
                 put(grayOf(pixel));
             else
                 for (int k = 0; k < 3; ++k)
                     put(pixel[k]);
-            if (options.colors == PngColors::rgba || options.colors == PngColors::grayAlpha) put(pixel[0]);
+            if (options.colors == PngColors::rgba) put(pixel[0]);
         }
         rows.push_back(std::move(row));
     }
@@ -228,75 +212,33 @@ base::Data tiffOf(const Pixels& pixels, const TiffOptions& options) {
     const support::TemporaryDirectory folder;
     const std::string name = folder / "a.tiff";
     TIFF* tiff = TIFFOpen(name.c_str(), "w");
-    constexpr std::array<std::uint16_t, 6> photometrics{PHOTOMETRIC_RGB,        PHOTOMETRIC_RGB,
-                                                        PHOTOMETRIC_MINISBLACK, PHOTOMETRIC_MINISWHITE,
-                                                        PHOTOMETRIC_SEPARATED,  PHOTOMETRIC_PALETTE};
-    constexpr std::array<int, 6> sampleCounts{3, 4, 1, 1, 4, 1};
-    const int samples = sampleCounts[static_cast<std::size_t>(options.colors)];
     for (int page = 0; page < options.pages; ++page) {
         TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, pixels.width);
         TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, pixels.height);
-        TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, options.bits);
-        TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, samples);
-        TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, photometrics[static_cast<std::size_t>(options.colors)]);
-        TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, options.planes ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG);
+        TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, 8);
+        TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, 3);
+        TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+        TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
         TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
         TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_RIGHTTOP);
-        if (options.colors == TiffColors::rgba) {
-            const std::uint16_t extra = EXTRASAMPLE_UNASSALPHA;
-            TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &extra);
-        }
-        if (options.colors == TiffColors::palette) {
-            std::array<std::vector<std::uint16_t>, 3> maps;
-            for (int i = 0; i < 256; ++i)
-                for (std::size_t k = 0; k < 3; ++k)
-                    maps[k].push_back(static_cast<std::uint16_t>(paletteColor(i)[k] * 257));
-            TIFFSetField(tiff, TIFFTAG_COLORMAP, maps[0].data(), maps[1].data(), maps[2].data());
-        }
-        const auto sample = [&](int x, int y, int k) -> std::uint8_t {
-            const std::uint8_t* pixel = pixels.at(std::min(x, pixels.width - 1), std::min(y, pixels.height - 1));
-            switch (options.colors) {
-            case TiffColors::gray:
-                return grayOf(pixel);
-            case TiffColors::grayInverted:
-                return static_cast<std::uint8_t>(255 - grayOf(pixel));
-            case TiffColors::cmyk:
-                return inkOf(pixel)[static_cast<std::size_t>(k)];
-            case TiffColors::palette:
-                return paletteIndex(pixel);
-            default:
-                return pixel[k % 3];
-            }
-        };
-        std::vector<std::uint8_t> buffer;
-        const auto put = [&](std::uint8_t value) {
-            for (int i = 0; i < options.bits / 8; ++i)
-                buffer.push_back(value);
-        };
-        const int planes = options.planes ? samples : 1;
         if (options.tiled) {
-            TIFFSetField(tiff, TIFFTAG_TILEWIDTH, 64);
-            TIFFSetField(tiff, TIFFTAG_TILELENGTH, 64);
-            for (int plane = 0; plane < planes; ++plane)
-                for (int top = 0; top < pixels.height; top += 64)
-                    for (int left = 0; left < pixels.width; left += 64) {
-                        buffer.clear();
-                        for (int y = top; y < top + 64; ++y)
-                            for (int x = left; x < left + 64; ++x)
-                                for (int k = 0; k < samples / planes; ++k)
-                                    put(sample(x, y, plane + k));
-                        TIFFWriteTile(tiff, buffer.data(), left, top, 0, static_cast<std::uint16_t>(plane));
-                    }
+            constexpr int side = 64;
+            TIFFSetField(tiff, TIFFTAG_TILEWIDTH, side);
+            TIFFSetField(tiff, TIFFTAG_TILELENGTH, side);
+            for (int top = 0; top < pixels.height; top += side)
+                for (int left = 0; left < pixels.width; left += side) {
+                    std::vector<std::uint8_t> tile(std::size_t{3} * side * side);
+                    for (int y = 0; y < std::min(side, pixels.height - top); ++y)
+                        std::copy_n(pixels.at(left, top + y), 3 * std::min(side, pixels.width - left),
+                                    &tile[std::size_t{3} * side * static_cast<std::size_t>(y)]);
+                    TIFFWriteTile(tiff, tile.data(), left, top, 0, 0);
+                }
         } else {
             TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 16);
-            for (int plane = 0; plane < planes; ++plane)
-                for (int y = 0; y < pixels.height; ++y) {
-                    buffer.clear();
-                    for (int x = 0; x < pixels.width; ++x)
-                        for (int k = 0; k < samples / planes; ++k)
-                            put(sample(x, y, plane + k));
-                    TIFFWriteScanline(tiff, buffer.data(), y, static_cast<std::uint16_t>(plane));
-                }
+            for (int y = 0; y < pixels.height; ++y) {
+                std::vector<std::uint8_t> row(pixels.at(0, y), pixels.at(0, y) + std::size_t{3} * pixels.width);
+                TIFFWriteScanline(tiff, row.data(), y, 0);
+            }
         }
         TIFFWriteDirectory(tiff);
     }
@@ -350,6 +292,32 @@ std::vector<double> reference(const Pixels& pixels, int left, int top, int width
             result.push_back(sum);
         }
     return result;
+}
+
+void expectCutOffFilesFail(const base::Data& file) {
+    const auto whole = platform::draw::ImageSource::createWithData(file);
+    ASSERT_TRUE(whole) << whole.error().localizedDescription;
+    int failures = 0;
+    for (std::size_t percent = 0; percent <= 100; ++percent) {
+        SCOPED_TRACE(std::string((*whole)->typeIdentifier()) + " " + std::to_string(percent) + " %");
+        base::Data cut = file;
+        cut.bytes.resize(percent == 100 ? file.size() - 1 : file.size() * percent / 100);
+        const auto source = platform::draw::ImageSource::createWithData(cut);
+        failures += !source;
+        for (std::size_t i = 0; source && i < (*source)->count(); ++i) {
+            const auto bitmap = (*source)->imageAtIndex(i)->bitmap();
+            failures += i == 0 && !bitmap;
+            if (!bitmap) {
+                EXPECT_NE(bitmap.error().localizedDescription, "");
+                continue;
+            }
+            const auto wanted = *(*whole)->imageAtIndex(i)->bitmap();
+            ASSERT_TRUE(bitmap->width() == wanted.width() && bitmap->height() == wanted.height());
+            for (int y = 0; y < wanted.height(); ++y)
+                ASSERT_TRUE(std::equal(wanted.row(y), wanted.row(y) + 4 * wanted.width(), bitmap->row(y))) << i;
+        }
+    }
+    EXPECT_GT(failures, 10) << (*whole)->typeIdentifier();
 }
 
 double likeness(const platform::draw::Bitmap& bitmap, const std::vector<double>& wanted) {

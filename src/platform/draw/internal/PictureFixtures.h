@@ -47,7 +47,7 @@ base::Data jpegOf(const Pixels& pixels, const JpegOptions& options = {});
 /// The whole picture at full size by the library alone.
 Pixels decodedJpeg(const base::Data& jpeg);
 
-enum class PngColors { rgb, rgba, gray, grayAlpha, palette };
+enum class PngColors { rgb, rgba, gray };
 struct PngOptions {
     PngColors colors = PngColors::rgb;
     int bits = 8;
@@ -56,14 +56,11 @@ struct PngOptions {
 /// The alpha of a pixel is its red component.
 base::Data pngOf(const Pixels& pixels, const PngOptions& options = {});
 
-enum class TiffColors { rgb, rgba, gray, grayInverted, cmyk, palette };
 struct TiffOptions {
-    TiffColors colors = TiffColors::rgb;
-    int bits = 8;
     bool tiled = false;
-    bool planes = false;
-    int pages = 1;
+    int pages = 1; ///< All the same.
 };
+/// RGB of 8 bits with orientation 6.
 base::Data tiffOf(const Pixels& pixels, const TiffOptions& options = {});
 
 /// The bytes of a profile, which is closed.
@@ -73,6 +70,10 @@ std::vector<std::uint8_t> profileOf(cmsCIExyY red, cmsCIExyY green, cmsCIExyY bl
 
 /// The part of `pixels` reduced or enlarged by Lanczos-3 in full precision, unrounded: red, green, blue in turn.
 std::vector<double> reference(const Pixels& pixels, int x, int y, int width, int height, int newWidth, int newHeight);
+
+/// Cut off at each hundredth of its length and before its last byte, a file must fail with a message, save where each
+/// of its pictures is what it is in the whole one.
+void expectCutOffFilesFail(const base::Data& file);
 
 /// The ratio of the largest value to the mean error, in decibels.
 double likeness(const platform::draw::Bitmap& bitmap, const std::vector<double>& wanted);
