@@ -114,7 +114,6 @@ TEST(ImageDestination, FilesAppearWholeOrNotAtAll) {
     }
     EXPECT_EQ(filesIn(folder.path()), std::vector<std::string>{"a.jpeg"});
     EXPECT_TRUE(decoded(base::Data(support::readFile(url.path()))));
-    EXPECT_EQ(fs::status(url.path()).permissions() & fs::perms::owner_write, fs::perms::owner_write);
     {
         auto abandoned = *ImageDestination::createWithURL(url, "public.jpeg");
         abandoned->addImage(picture(AlphaInfo::noneSkipLast, 10, 10), properties());
@@ -128,6 +127,15 @@ TEST(ImageDestination, FilesAppearWholeOrNotAtAll) {
     EXPECT_FALSE(failing->finalize()) << "a cut-off picture is no product";
     failing.reset();
     EXPECT_EQ(filesIn(folder.path()), std::vector<std::string>{"a.jpeg"});
+
+    fs::permissions(url.path(), fs::perms(0660));
+    fs::create_symlink("a.jpeg", folder.path() / "link");
+    auto linked = *ImageDestination::createWithURL(base::URL::fileURLWithPath(folder / "link"), "public.jpeg");
+    linked->addImage(picture(AlphaInfo::noneSkipLast, 10, 10), properties());
+    EXPECT_TRUE(linked->finalize());
+    EXPECT_TRUE(fs::is_symlink(folder.path() / "link"));
+    EXPECT_EQ(fs::status(url.path()).permissions(), fs::perms(0660)) << "what is replaced keeps its mode";
+    EXPECT_EQ(decoded(base::Data(support::readFile(url.path())))->width(), 10);
 }
 
 TEST(ImageDestination, TakesTheNextNameWhenAnotherCameFirst) {

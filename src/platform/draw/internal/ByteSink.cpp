@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
@@ -28,10 +29,17 @@ int renameWithoutReplacing(const char* from, const char* to) {
     return ::rename(from, to) == 0 ? 0 : errno;
 }
 
+// The file to replace so that a symbolic link to it stays one.
+std::string behindLinks(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr), &std::free);
+    return resolved ? resolved.get() : path;
+}
+
 class FileSink : public ByteSink {
 public:
-    FileSink(std::FILE* file, std::string temporaryPath, base::URL url, NextName nextName)
-        : file_(file), temporaryPath_(std::move(temporaryPath)), url_(std::move(url)), nextName_(std::move(nextName)) {
+    FileSink(std::FILE* file, std::string temporaryPath, std::string target, base::URL url, NextName nextName)
+        : file_(file), temporaryPath_(std::move(temporaryPath)), target_(std::move(target)), url_(std::move(url)),
+          nextName_(std::move(nextName)) {
         constexpr std::size_t bufferSize = 1 << 18;
         std::setvbuf(file_, nullptr, _IOFBF, bufferSize);
     }
@@ -82,7 +90,7 @@ private:
     void fail() { failure_ = base::systemError(errno, "cannot write " + url_.path()); }
     int moveIntoPlace() {
         const char* from = temporaryPath_.c_str();
-        if (!nextName_) return ::rename(from, url_.path().c_str()) == 0 ? 0 : errno;
+        if (!nextName_) return ::rename(from, target_.c_str()) == 0 ? 0 : errno;
         while (true) {
             const int number = renameWithoutReplacing(from, url_.path().c_str());
             if (number != EEXIST) return number;
@@ -92,6 +100,7 @@ private:
 
     std::FILE* file_;
     std::string temporaryPath_;
+    std::string target_; // what a symbolic link at the URL's path leads to
     base::URL url_;
     NextName nextName_;
     std::uint64_t position_ = 0;
@@ -132,10 +141,11 @@ base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url, NextN
     const std::string& path = url.path();
     struct stat status = {};
     if (path.empty()) return base::failure(base::posixErrorDomain, EINVAL, "cannot write: no path of a file");
-    if (!nextName && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
-        return base::failure(base::systemError(EISDIR, "cannot write " + path));
+    const bool replaces = !nextName && ::stat(path.c_str(), &status) == 0;
+    if (replaces && S_ISDIR(status.st_mode)) return base::failure(base::systemError(EISDIR, "cannot write " + path));
+    const std::string target = replaces ? behindLinks(path) : path;
     // Hidden, and short whatever the length of the name.
-    const std::string folder = url.deletingLastPathComponent().path();
+    const std::string folder = base::deletingLastPathComponent(target);
     std::string temporaryPath;
     int descriptor = -1;
     do { // past what a killed process may have left
@@ -144,14 +154,15 @@ base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url, NextN
         descriptor = ::open(temporaryPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     } while (descriptor < 0 && errno == EEXIST);
     if (descriptor < 0) return base::failure(base::systemError(errno, "cannot write " + path));
-    std::FILE* file = ::fdopen(descriptor, "w+b");
+    const bool keepsMode = !replaces || ::fchmod(descriptor, status.st_mode & 07777) == 0;
+    std::FILE* file = keepsMode ? ::fdopen(descriptor, "w+b") : nullptr;
     if (!file) {
         const int number = errno;
         ::close(descriptor);
         ::unlink(temporaryPath.c_str());
         return base::failure(base::systemError(number, "cannot write " + path));
     }
-    return std::make_unique<FileSink>(file, temporaryPath, url, std::move(nextName));
+    return std::make_unique<FileSink>(file, temporaryPath, target, url, std::move(nextName));
 }
 
 std::unique_ptr<ByteSink> makeMemorySink() {

@@ -35,7 +35,8 @@ public:
 };
 
 /// A file beside `url` under a name of its own; commit() brings it to the disk and renames it, destruction without it
-/// removes it. With `nextName` commit() replaces no file, whichever process made it, but takes the next free name.
+/// removes it. A file that it replaces keeps its mode, a symbolic link stays one. With `nextName` commit() replaces no
+/// file, whichever process made it, but takes the next free name.
 base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url, NextName nextName = {});
 std::unique_ptr<ByteSink> makeMemorySink();
 
