@@ -301,20 +301,10 @@ TEST(PDFDocument, WrittenPicturesComeBack) {
         canvas->fillRect({step * 15.0, step * 8.0, 40, 60});
     }
     const ImageRef image = canvas->makeImage();
-    const std::string comment = "Gr\xC3\xBC\xC3\x9F"
-                                "e \xF0\x9F\x93\xB7 <a & b>";
-    const base::Dictionary properties{
-        {std::string(kCGImageDestinationLossyCompressionQuality), 0.95},
-        {std::string(kCGImagePropertyOrientation), 1},
-        {std::string(kCGImagePropertyExifDictionary),
-         base::Dictionary{{std::string(kCGImagePropertyExifUserComment), comment},
-                          {std::string(kCGImagePropertyExifMakerNote), "VELM XML"},
-                          {std::string(kCGImagePropertyExifDateTimeOriginal), "2026:03:15 10:11:12"},
-                          {std::string(kCGImagePropertyExifDateTimeDigitized), "2026:03:15 10:11:13"}}}};
     const support::TemporaryDirectory folder;
     const std::string path = folder / "written.pdf";
     auto destination = *ImageDestination::createWithURL(base::URL::fileURLWithPath(path), "com.adobe.pdf");
-    destination->addImage(image, properties);
+    destination->addImage(image, {{std::string(kCGImageDestinationLossyCompressionQuality), 0.95}});
     ASSERT_TRUE(destination->finalize());
 
     const auto source = ImageSource::createWithURL(base::URL::fileURLWithPath(path));
@@ -334,14 +324,8 @@ TEST(PDFDocument, WrittenPicturesComeBack) {
         const std::string ppm = support::readFile(folder / "picture-000.ppm");
         EXPECT_LE(largestDifference(back, ppm.substr(std::min<std::size_t>(ppm.size(), 15))), 1);
     }
-    if (const auto info = commandOutput("pdfinfo '" + path + "'")) {
+    if (const auto info = commandOutput("pdfinfo '" + path + "'"))
         EXPECT_NE(info->find("320 x 200 pts"), std::string::npos) << *info;
-        EXPECT_NE(info->find(comment), std::string::npos) << *info;
-    }
     if (const auto list = commandOutput("pdfimages -list '" + path + "'"))
         EXPECT_NE(list->find("320   200  icc     3   8  jpeg"), std::string::npos) << *list;
-    if (const auto tags = commandOutput("exiftool -s3 -f -XMP-exif:UserComment -PDF:Keywords -PDF:CreateDate "
-                                        "-XMP-exif:DateTimeOriginal -XMP-tiff:Orientation# -Warning '" +
-                                        path + "'"))
-        EXPECT_EQ(*tags, comment + "\nVELM, XML\n2026:03:15 10:11:13\n2026:03:15 10:11:12\n1\n-\n");
 }
