@@ -106,10 +106,11 @@ std::string xmpPacket(const base::Dictionary& properties) {
 }
 
 base::Dictionary propertiesOfXmpPacket(std::string_view bytes) {
-    constexpr std::size_t largestPacket = 1 << 20;
+    constexpr std::size_t reach = 1 << 20; // ours stands behind the picture; large documents must not be searched whole
+    bytes = bytes.substr(bytes.size() - std::min(bytes.size(), reach));
     const std::size_t packet = bytes.rfind("<x:xmpmeta");
     if (packet == std::string_view::npos) return {};
-    bytes = bytes.substr(packet, largestPacket);
+    bytes = bytes.substr(packet);
     const std::string mark = "<exif:UserComment>" + std::string(defaultLanguage);
     const std::size_t begin = bytes.find(mark);
     if (begin == std::string_view::npos) return {};
