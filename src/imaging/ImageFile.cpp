@@ -8,7 +8,6 @@
 #include "platform/draw/ImageDestination.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace data = platform::data;
 using namespace platform::draw;

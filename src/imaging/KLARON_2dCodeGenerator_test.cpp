@@ -6,7 +6,6 @@
 #include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
-#include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>

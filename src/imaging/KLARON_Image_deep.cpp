@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <stdexcept>
 
 using platform::draw::AlphaInfo;
 using platform::draw::Bitmap;

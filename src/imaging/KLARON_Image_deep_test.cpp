@@ -5,7 +5,6 @@
 #include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>

@@ -3,7 +3,6 @@
 #include "support/PdfMaker.h"
 #include "support/TemporaryDirectory.h"
 
-#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>

@@ -6,7 +6,6 @@
 #include "platform/data/FileTypes.h"
 #include "platform/draw/ImageDestination.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <utility>

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <vector>
 
 namespace platform::draw {

@@ -6,7 +6,6 @@
 #include "platform/draw/PDFDocument.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cpp/poppler-document.h>
 #include <cpp/poppler-global.h>
 #include <cpp/poppler-page.h>

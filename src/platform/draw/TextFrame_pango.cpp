@@ -3,7 +3,6 @@
 #include "platform/draw/TextFrame.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <optional>
 

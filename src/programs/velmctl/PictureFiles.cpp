@@ -10,7 +10,6 @@
 #include "platform/draw/ImageDestination.h"
 
 #include <mutex>
-#include <utility>
 #include <vector>
 
 namespace velmctl {

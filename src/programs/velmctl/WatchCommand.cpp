@@ -10,7 +10,6 @@
 #include "platform/data/UserDefaults.h"
 #include "platform/run/MainQueue.h"
 
-#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <memory>

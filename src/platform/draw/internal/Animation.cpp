@@ -1,6 +1,5 @@
 #include "Animation.h"
 
-#include <algorithm>
 #include <cstring>
 #include <optional>
 

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <gif_lib.h>
-#include <string>
 
 namespace platform::draw {
 

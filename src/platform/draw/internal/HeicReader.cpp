@@ -8,7 +8,6 @@
 #include "platform/draw/ImageMetadata.h"
 
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <string>
 #include <string_view>

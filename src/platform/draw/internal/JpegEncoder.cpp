@@ -6,7 +6,6 @@
 #include <cmath>
 #include <csetjmp>
 #include <cstddef>
-#include <cstdio>
 // jpeglib.h wants <cstdio> before it.
 #include <jerror.h>
 #include <jpeglib.h>

@@ -9,7 +9,6 @@
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
 
 // In this order: jpeglib.h needs what cstdio declares, and the numbers in jerror.h depend on jpeglib.h.
 #include <jpeglib.h>

@@ -7,7 +7,6 @@
 #include <csetjmp>
 #include <cstring>
 #include <png.h>
-#include <string>
 
 namespace platform::draw {
 
