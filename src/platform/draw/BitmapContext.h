@@ -80,6 +80,7 @@ public:
     void drawText(const AttributedText& text, const base::Rect& rect);
     /// The page's content within its crop box, in the page's own user space: PDFPage::drawingTransform, concatenated
     /// before, brings it into a rectangle. Alpha and shadow are those of the page as a whole. Null draws nothing.
+    /// One that takes a minute of the processor, or reads its document over and over, is given up: see drawError().
     void drawPDFPage(const PDFPageRef& page);
 
     /// What is drawn so far, as an image in the canvas's space. Copies no pixels: the canvas takes a copy of its own
