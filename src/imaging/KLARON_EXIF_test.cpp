@@ -59,7 +59,9 @@ TEST(ImageFile, ChangesPropertiesAndKeepsDates) {
             other));
         for (const base::URL& file : {url, other}) {
             EXPECT_EQ(data::dateModified(file), day(5));
-            if (keepsCreation) EXPECT_EQ(data::dateCreated(file), day(3));
+            if (keepsCreation) {
+                EXPECT_EQ(data::dateCreated(file), day(3));
+            }
             EXPECT_EQ(KLARON_Image::orientationForImage(file), 6);
         }
         EXPECT_EQ(exifValue(url, "UserComment"), base::Value("VELM comment")) << "the source stays";

@@ -153,7 +153,9 @@ TEST(ImageCopy, RefusesWhatIsNoWholeFileOfTheType) {
             cut.bytes.resize(whole.size() * percent / 100);
             EXPECT_FALSE(copyOfImageFile(cut, kind.type, commented("x"))) << kind.type << percent;
         }
-        if (kind.type != "public.png"s) EXPECT_FALSE(copyOfImageFile(png, kind.type, commented("x"))) << kind.type;
+        if (kind.type != "public.png"s) {
+            EXPECT_FALSE(copyOfImageFile(png, kind.type, commented("x"))) << kind.type;
+        }
     }
     EXPECT_FALSE(copyOfImageFile(png, "com.microsoft.bmp", commented("x")));
     EXPECT_FALSE(copyOfImageFile(png, "public.png", {{"Orientation", 100000}})) << "more than the tag holds";

@@ -119,8 +119,9 @@ TEST(PDFDocument, TurnsPagesAndCutsThemToTheirCropBox) {
         const Bitmap bitmap = drawnInto(page, width, height, page->drawingTransform(PDFBox::crop, whole, 0, true));
         EXPECT_EQ(corners(bitmap, whole), item.corners);
         EXPECT_EQ(letterAt(bitmap, item.magenta.x, item.magenta.y), 'm');
-        if (const auto judged = judgedPixels(folder, pdf, width, height))
+        if (const auto judged = judgedPixels(folder, pdf, width, height)) {
             EXPECT_EQ(largestDifference(bitmap, *judged), 0);
+        }
 
         // The same page as a picture of a source.
         const auto source = ImageSource::createWithData(base::Data(pdf));
@@ -324,8 +325,10 @@ TEST(PDFDocument, WrittenPicturesComeBack) {
         const std::string ppm = support::readFile(folder / "picture-000.ppm");
         EXPECT_LE(largestDifference(back, ppm.substr(std::min<std::size_t>(ppm.size(), 15))), 1);
     }
-    if (const auto info = commandOutput("pdfinfo '" + path + "'"))
+    if (const auto info = commandOutput("pdfinfo '" + path + "'")) {
         EXPECT_NE(info->find("320 x 200 pts"), std::string::npos) << *info;
-    if (const auto list = commandOutput("pdfimages -list '" + path + "'"))
+    }
+    if (const auto list = commandOutput("pdfimages -list '" + path + "'")) {
         EXPECT_NE(list->find("320   200  icc     3   8  jpeg"), std::string::npos) << *list;
+    }
 }

@@ -14,7 +14,8 @@ base::Result<void> checkPictureSize(const ByteSource& bytes, std::uint64_t width
     if (width > side || height > side || width * height > static_cast<std::uint64_t>(maximumBitmapPixels))
         return pictureFailure(bytes, "its " + std::to_string(width) + " x " + std::to_string(height) +
                                          " pixels are more than the limit of " +
-                                         std::to_string(maximumBitmapPixels / 1'000'000) + " million");
+                                         std::to_string(maximumBitmapPixels / 1'000'000) + " million, or of " +
+                                         std::to_string(maximumBitmapSide) + " a side");
     return {};
 }
 
