@@ -1,22 +1,14 @@
 #include "Floor.h"
 
+#include "JpegFiles.h"
+
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <map>
-#include <memory>
-
-#include <jpeglib.h>
 
 namespace bench {
 
 namespace {
-
-using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-File open(const std::string& path, const char* mode) {
-    return {std::fopen(path.c_str(), mode), std::fclose};
-}
 
 /// Red, green and blue of the product, rows from the top.
 struct Canvas {
@@ -29,21 +21,10 @@ struct Canvas {
 /// Decodes the photograph of the first place into all places.
 bool decode(const std::vector<const Placed*>& places, Canvas& canvas) {
     const Placed& photograph = *places.front();
-    const File file = open(photograph.path, "rb");
-    if (!file) return false;
-    jpeg_decompress_struct jpeg{};
-    jpeg_error_mgr errors{};
-    jpeg.err = jpeg_std_error(&errors);
-    jpeg_create_decompress(&jpeg);
-    jpeg_stdio_src(&jpeg, file.get());
-    jpeg_read_header(&jpeg, TRUE);
-    jpeg.scale_num = 1;
-    jpeg.scale_denom = 8;
-    while (jpeg.scale_denom > 1 && (jpeg.image_width / jpeg.scale_denom < static_cast<unsigned>(photograph.width) ||
-                                    jpeg.image_height / jpeg.scale_denom < static_cast<unsigned>(photograph.height)))
-        jpeg.scale_denom /= 2;
-    jpeg.out_color_space = JCS_RGB;
-    jpeg_start_decompress(&jpeg);
+    JpegInput input(photograph.path);
+    if (!input.file) return false;
+    jpeg_decompress_struct& jpeg = input.jpeg;
+    input.start(photograph.width, photograph.height, JCS_RGB);
     std::vector<JSAMPLE> line(static_cast<std::size_t>(jpeg.output_width) * 3);
     const auto count = std::min<std::size_t>(line.size(), static_cast<std::size_t>(photograph.width) * 3);
     while (jpeg.output_scanline < jpeg.output_height) {
@@ -54,31 +35,20 @@ bool decode(const std::vector<const Placed*>& places, Canvas& canvas) {
             if (y < place->height) std::memcpy(canvas.at(place->x, place->y + y), row, count);
     }
     jpeg_finish_decompress(&jpeg);
-    jpeg_destroy_decompress(&jpeg);
     return true;
 }
 
-bool encode(Canvas& canvas, const std::string& output) {
-    const File file = open(output, "wb");
-    if (!file) return false;
-    jpeg_compress_struct jpeg{};
-    jpeg_error_mgr errors{};
-    jpeg.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&jpeg);
-    jpeg_stdio_dest(&jpeg, file.get());
-    jpeg.image_width = static_cast<JDIMENSION>(canvas.width);
-    jpeg.image_height = static_cast<JDIMENSION>(canvas.height);
-    jpeg.input_components = 3;
-    jpeg.in_color_space = JCS_RGB;
-    jpeg_set_defaults(&jpeg);
-    jpeg_set_quality(&jpeg, 90, TRUE);
+bool encode(Canvas& canvas, const std::string& path) {
+    JpegOutput output(path);
+    if (!output.file) return false;
+    jpeg_compress_struct& jpeg = output.jpeg;
+    output.describe(canvas.width, canvas.height, 3, JCS_RGB);
     jpeg_start_compress(&jpeg, TRUE);
     while (jpeg.next_scanline < jpeg.image_height) {
         JSAMPROW row = canvas.at(0, static_cast<int>(jpeg.next_scanline));
         jpeg_write_scanlines(&jpeg, &row, 1);
     }
     jpeg_finish_compress(&jpeg);
-    jpeg_destroy_compress(&jpeg);
     return true;
 }
 

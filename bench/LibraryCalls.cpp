@@ -1,9 +1,7 @@
 #include "LibraryCalls.h"
 
-#include <cstdio>
-#include <memory>
+#include "JpegFiles.h"
 
-#include <jpeglib.h>
 #include <png.h>
 #include <tiffio.h>
 
@@ -11,84 +9,48 @@ namespace bench {
 
 namespace {
 
-using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-File open(const std::string& path, const char* mode) {
-    return {std::fopen(path.c_str(), mode), std::fclose};
+void readRows(JpegInput& input, unsigned count) {
+    std::vector<JSAMPLE> row(static_cast<std::size_t>(input.jpeg.output_width) * 4);
+    JSAMPROW rows[] = {row.data()};
+    for (unsigned y = 0; y < count; ++y)
+        jpeg_read_scanlines(&input.jpeg, rows, 1);
 }
-
-/// A decoder behind its header. Its errors end the process.
-struct Decoder {
-    explicit Decoder(const std::string& path) : file(open(path, "rb")) {
-        jpeg.err = jpeg_std_error(&errors);
-        jpeg_create_decompress(&jpeg);
-        jpeg_stdio_src(&jpeg, file.get());
-        jpeg_save_markers(&jpeg, JPEG_APP0 + 1, 0xFFFF);
-        jpeg_save_markers(&jpeg, JPEG_APP0 + 2, 0xFFFF);
-        jpeg_read_header(&jpeg, TRUE);
-    }
-    ~Decoder() { jpeg_destroy_decompress(&jpeg); }
-
-    void readRows(unsigned count) {
-        std::vector<JSAMPLE> row(static_cast<std::size_t>(jpeg.output_width) * 4);
-        JSAMPROW rows[] = {row.data()};
-        for (unsigned y = 0; y < count; ++y)
-            jpeg_read_scanlines(&jpeg, rows, 1);
-    }
-
-    File file;
-    jpeg_decompress_struct jpeg{};
-    jpeg_error_mgr errors{};
-};
 
 } // namespace
 
 bool readJpegHeader(const std::string& path) {
-    return Decoder(path).jpeg.image_width > 0;
+    const JpegInput input(path);
+    return input.file && input.jpeg.image_width > 0;
 }
 
 bool decodeJpeg(const std::string& path, int width, int height) {
-    Decoder decoder(path);
-    jpeg_decompress_struct& jpeg = decoder.jpeg;
-    jpeg.scale_num = 1;
-    jpeg.scale_denom = 8;
-    while (jpeg.scale_denom > 1 && (jpeg.image_width / jpeg.scale_denom < static_cast<unsigned>(width) ||
-                                    jpeg.image_height / jpeg.scale_denom < static_cast<unsigned>(height)))
-        jpeg.scale_denom /= 2;
-    jpeg.out_color_space = JCS_EXT_BGRX;
-    jpeg_start_decompress(&jpeg);
-    decoder.readRows(jpeg.output_height);
-    return jpeg_finish_decompress(&jpeg);
+    JpegInput input(path);
+    if (!input.file) return false;
+    input.start(width, height, JCS_EXT_BGRX);
+    readRows(input, input.jpeg.output_height);
+    return jpeg_finish_decompress(&input.jpeg);
 }
 
 bool decodeJpegPart(const std::string& path, int x, int y, int width, int height) {
-    Decoder decoder(path);
-    jpeg_decompress_struct& jpeg = decoder.jpeg;
+    JpegInput input(path);
+    if (!input.file) return false;
+    jpeg_decompress_struct& jpeg = input.jpeg;
     jpeg.out_color_space = JCS_EXT_BGRX;
     jpeg_start_decompress(&jpeg);
     auto left = static_cast<JDIMENSION>(x);
     auto columns = static_cast<JDIMENSION>(width);
     jpeg_crop_scanline(&jpeg, &left, &columns);
     jpeg_skip_scanlines(&jpeg, static_cast<JDIMENSION>(y));
-    decoder.readRows(static_cast<unsigned>(height));
+    readRows(input, static_cast<unsigned>(height));
     jpeg_abort_decompress(&jpeg);
     return true;
 }
 
 bool encodeJpeg(const Pixels& pixels, const std::string& path) {
-    const File file = open(path, "wb");
-    if (!file) return false;
-    jpeg_compress_struct jpeg{};
-    jpeg_error_mgr errors{};
-    jpeg.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&jpeg);
-    jpeg_stdio_dest(&jpeg, file.get());
-    jpeg.image_width = static_cast<JDIMENSION>(pixels.width);
-    jpeg.image_height = static_cast<JDIMENSION>(pixels.height);
-    jpeg.input_components = 4;
-    jpeg.in_color_space = JCS_EXT_BGRX;
-    jpeg_set_defaults(&jpeg);
-    jpeg_set_quality(&jpeg, 90, TRUE);
+    JpegOutput output(path);
+    if (!output.file) return false;
+    jpeg_compress_struct& jpeg = output.jpeg;
+    output.describe(pixels.width, pixels.height, 4, JCS_EXT_BGRX);
     jpeg.comp_info[0].h_samp_factor = jpeg.comp_info[0].v_samp_factor = 1;
     jpeg_start_compress(&jpeg, TRUE);
     for (int y = 0; y < pixels.height; ++y) {
@@ -96,12 +58,11 @@ bool encodeJpeg(const Pixels& pixels, const std::string& path) {
         jpeg_write_scanlines(&jpeg, &row, 1);
     }
     jpeg_finish_compress(&jpeg);
-    jpeg_destroy_compress(&jpeg);
     return true;
 }
 
 bool encodePng(const Pixels& pixels, const std::string& path) {
-    const File file = open(path, "wb");
+    const File file(std::fopen(path.c_str(), "wb"));
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
     if (!file || setjmp(png_jmpbuf(png))) return false;
@@ -141,20 +102,14 @@ bool encodeTiff(const Pixels& pixels, const std::string& path) {
 }
 
 bool makeProgressive(const std::string& path, const std::string& output) {
-    Decoder decoder(path);
-    jvirt_barray_ptr* coefficients = jpeg_read_coefficients(&decoder.jpeg);
-    const File file = open(output, "wb");
-    if (!file) return false;
-    jpeg_compress_struct jpeg{};
-    jpeg_error_mgr errors{};
-    jpeg.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&jpeg);
-    jpeg_stdio_dest(&jpeg, file.get());
-    jpeg_copy_critical_parameters(&decoder.jpeg, &jpeg);
-    jpeg_simple_progression(&jpeg);
-    jpeg_write_coefficients(&jpeg, coefficients);
-    jpeg_finish_compress(&jpeg);
-    jpeg_destroy_compress(&jpeg);
+    JpegInput input(path);
+    JpegOutput written(output);
+    if (!input.file || !written.file) return false;
+    jvirt_barray_ptr* coefficients = jpeg_read_coefficients(&input.jpeg);
+    jpeg_copy_critical_parameters(&input.jpeg, &written.jpeg);
+    jpeg_simple_progression(&written.jpeg);
+    jpeg_write_coefficients(&written.jpeg, coefficients);
+    jpeg_finish_compress(&written.jpeg);
     return true;
 }
 
