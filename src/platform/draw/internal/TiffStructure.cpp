@@ -128,16 +128,21 @@ bool TiffStructure::holds(const TiffDirectory& directory) const {
         if (!isInline && (at > size_ || length > size_ - at)) return false;
     }
     constexpr std::uint64_t maximumPieces = std::uint64_t{1} << 22;
+    const std::uint64_t headerSize = isBig_ ? 16 : 8;
     constexpr std::array<std::array<std::uint16_t, 2>, 2> places = {{{273, 279}, {324, 325}}}; // stripes, tiles
     for (const auto& [offsetTag, lengthTag] : places) {
         const TiffEntry* offsetEntry = directory.find(offsetTag);
         const TiffEntry* lengthEntry = directory.find(lengthTag);
-        if (!offsetEntry || !lengthEntry) continue;
+        if (!offsetEntry) continue;
         const auto offsets = integersOf(*offsetEntry, maximumPieces);
-        const auto lengths = integersOf(*lengthEntry, maximumPieces);
+        auto lengths = std::vector<std::uint64_t>(offsets.size(), 1); // when they are not told
+        if (lengthEntry) lengths = integersOf(*lengthEntry, maximumPieces);
         if (offsets.empty() || offsets.size() != lengths.size()) return false;
-        for (std::size_t index = 0; index < offsets.size(); ++index)
+        for (std::size_t index = 0; index < offsets.size(); ++index) {
             if (offsets[index] > size_ || lengths[index] > size_ - offsets[index]) return false;
+            // What is changed in a header must not be pixels too.
+            if (lengths[index] > 0 && offsets[index] < headerSize) return false;
+        }
     }
     return true;
 }

@@ -86,7 +86,7 @@ public:
     std::optional<Bytes> valueOf(const TiffEntry& entry, std::uint64_t maximum) const;
     /// The whole numbers of a value.
     std::vector<std::uint64_t> integersOf(const TiffEntry& entry, std::uint64_t maximumCount) const;
-    /// Whether the values of a directory, and the stripes and tiles of its picture, lie inside.
+    /// Whether the values of a directory, and the stripes and tiles of its picture, lie inside and behind the header.
     bool holds(const TiffDirectory& directory) const;
     std::uint64_t size() const { return size_; }
 
