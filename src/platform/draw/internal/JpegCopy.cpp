@@ -72,8 +72,10 @@ base::Result<Bytes> exifSegment(View formerBlock, const base::Dictionary& proper
     if (block->empty()) return Bytes();
     const std::size_t length = 2 + exifMark.size() + block->size();
     if (length > 0xFFFF) return base::failure(imageMetadataErrorDomain, 0, "the metadata is too large for a JPEG file");
-    Bytes segment = {0xFF, markerAPP1, static_cast<std::uint8_t>(length >> 8),
-                     static_cast<std::uint8_t>(length & 0xFF)};
+    Bytes segment;
+    segment.reserve(2 + length);
+    for (const std::size_t byte : {std::size_t{0xFF}, std::size_t{markerAPP1}, length >> 8, length & 0xFF})
+        segment.push_back(static_cast<std::uint8_t>(byte));
     segment.insert(segment.end(), exifMark.begin(), exifMark.end());
     segment.insert(segment.end(), block->begin(), block->end());
     return segment;
