@@ -133,9 +133,15 @@ class Home:
         return path
 
     def products(self):
-        """The finished files in the output folder, oldest first."""
-        found = [path for path in self.output.rglob("*") if path.is_file()] if self.output.is_dir() else []
-        return sorted(found, key=lambda path: path.stat().st_mtime_ns)
+        """The files in the output folder, oldest first."""
+        found = []
+        for path in self.output.rglob("*"):
+            try:
+                if path.is_file():
+                    found.append((path.stat().st_mtime_ns, path))
+            except FileNotFoundError:  # renamed meanwhile
+                pass
+        return [path for _, path in sorted(found)]
 
     def log(self):
         path = self.path / "Logs" / "velmctl.log"
