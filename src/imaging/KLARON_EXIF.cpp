@@ -1,22 +1,14 @@
 #include "imaging/KLARON_EXIF.h"
 
 #include "base/Log.h"
+#include "internal/ErrorPlaces.h"
 #include "platform/data/AtomicFile.h"
 #include "platform/data/FileTypes.h"
 #include "platform/draw/ImageDestination.h"
 
-#include <utility>
-
 using namespace platform::draw;
 
 namespace {
-
-void report(base::Error error, ErrorPlace place) {
-    if (place)
-        *place = std::move(error);
-    else
-        base::log("%@", error);
-}
 
 // The file to change; nothing, with a log line, for one that is no image.
 std::optional<base::URL> imageFile(const ImageObject& image, const char* operation) {
@@ -41,7 +33,7 @@ std::optional<std::string> KLARON_EXIF::getEXIFUserCommentForImage(const ImageOb
 
 bool KLARON_EXIF::setEXIFUserComment(const std::optional<std::string>& comment, const ImageObject& image,
                                      ErrorPlace returningError) {
-    if (returningError) returningError->reset();
+    clear(returningError);
     const auto url = image.fileURL();
     const ImageSourceRef source = url ? createCGImageSourceFromObject(image) : nullptr;
     const auto copy = [&]() -> base::Result<base::Data> {

@@ -1,5 +1,6 @@
 #include "base/Log.h"
 #include "imaging/KLARON_Image.h"
+#include "internal/ErrorPlaces.h"
 #include "platform/draw/PDFDocument.h"
 
 #include <cmath>
@@ -57,7 +58,7 @@ KLARON_ImageRef KLARON_Image::imageWithPDFObject(const ImageObject& object, Size
 KLARON_ImageRef KLARON_Image::imageWithPDFObject(const ImageObject& object, Size size, std::optional<double> alpha,
                                                  const std::optional<std::string>& backgroundColorCode,
                                                  ErrorPlace error) {
-    if (error) error->reset();
+    clear(error);
     const auto fail = [error](base::Error why) -> KLARON_ImageRef {
         if (error) *error = std::move(why);
         return nullptr;

@@ -1,6 +1,7 @@
 #include "base/Log.h"
 #include "base/Text.h"
 #include "imaging/KLARON_Image.h"
+#include "internal/ErrorPlaces.h"
 #include "platform/data/AtomicFile.h"
 #include "platform/data/Dates.h"
 #include "platform/data/FileTypes.h"
@@ -21,18 +22,6 @@ constexpr const char* writeImageFileName =
 
 std::string presentTime() {
     return platform::data::stringWithUTSFormat(platform::data::now(), exifDateFormat);
-}
-
-void clear(ErrorPlace place) {
-    if (place) place->reset();
-}
-
-// To the place if there is one, else to the log.
-void report(base::Error error, ErrorPlace place) {
-    if (place)
-        *place = std::move(error);
-    else
-        base::log("%@", error);
 }
 
 base::Error cocoaError(std::string text) {
