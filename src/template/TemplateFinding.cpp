@@ -91,8 +91,8 @@ base::Result<void> TemplateReader::enter(const std::string& file) {
 // --- The class's own operations
 
 VELM_Template::Ref VELM_Template::templateWithPath(const Value& path, bool isNode,
-                                                   const std::optional<URL>& jobContainer) {
-    return TemplateReader(jobContainer).documentAt(path, isNode).value_or(nullptr);
+                                                   const std::optional<URL>& jobContainer, TemplateReport* report) {
+    return TemplateReader(jobContainer, report).documentAt(path, isNode).value_or(nullptr);
 }
 
 VELM_Template::Ref VELM_Template::templateWithPath(const Value& path, const std::optional<URL>& jobContainer) {

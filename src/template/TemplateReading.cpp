@@ -69,6 +69,7 @@ VELM_Template::Ref TemplateReader::documentOf(VELM_Template::Ref document) {
 
 VELM_Template::Ref TemplateReader::nodeOf(const XMLNode& node) {
     auto made = VELM_Template::initForCopy();
+    made->xmlNode_ = node.weak_from_this();
     if (!isElementToRead(node)) return made;
     if (const auto containerKey = VELM_Template::containerKeyForNode(node)) {
         readBody(*made, node, *containerKey);

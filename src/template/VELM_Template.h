@@ -35,6 +35,7 @@ using ImageRef = std::shared_ptr<const Image>;
 namespace platform::run {
 class Queue;
 }
+class TemplateReport;
 
 inline constexpr std::string_view VELM_XML_Key_frame = "frame";
 inline constexpr std::string_view VELM_XML_Key_zindex = "zindex";
@@ -111,7 +112,9 @@ public:
     /// The document in a file: at the path (a text or a URL) as given, with its tilde expanded, in the job container's
     /// "Templates" or "Nodes" folder or in the container itself, in the configured folder. Null after a log line when
     /// it is in none of them.
-    static Ref templateWithPath(const base::Value& path, bool isNode, const std::optional<base::URL>& jobContainer);
+    /// A report takes down what was dropped and where each value stands (template/TemplateReport.h).
+    static Ref templateWithPath(const base::Value& path, bool isNode, const std::optional<base::URL>& jobContainer,
+                                TemplateReport* report = nullptr);
     static Ref templateWithPath(const base::Value& path, const std::optional<base::URL>& jobContainer);
     static Ref nodeWithPath(const base::Value& path, const std::optional<base::URL>& jobContainer);
     static Ref instanceWithXMLObject(const base::Value& path);
@@ -125,6 +128,8 @@ public:
     static const std::vector<std::string_view>& allContainerKeys();
     /// The one of them that the element is named by, ignoring case.
     static std::optional<std::string_view> containerKeyForNode(const platform::data::XMLNode& node);
+    /// The element it was read from, as long as the parsed tree lives.
+    std::shared_ptr<const platform::data::XMLNode> xmlNode() const { return xmlNode_.lock(); }
     /// A token that changes when the document's file changes; none without a file.
     std::optional<std::string> generationID() const;
 
@@ -380,6 +385,7 @@ private:
 
     std::weak_ptr<VELM_Template> parent_;
     std::weak_ptr<const PackageValues> package_;
+    std::weak_ptr<const platform::data::XMLNode> xmlNode_;
     Ref lastSaved_;
     std::int64_t changeCount_ = 0;
     std::set<std::size_t> indexSetLayersSelected_;

@@ -98,6 +98,9 @@ public:
     void detach();
 
     XMLNodeRef parent() const { return parent_.lock(); }
+    /// Where it begins in the parsed text, counting from 1; an attribute answers its element's line. 0 for a node that
+    /// was not parsed.
+    unsigned line() const { return line_; }
     /// The number of its ancestors: 1 for the root of a document.
     unsigned long level() const;
     /// Its place among its parent's children, or attributes; 0 without a parent.
@@ -119,6 +122,7 @@ private:
 
     XMLNodeKind kind_;
     bool isCDATA_ = false;
+    unsigned line_ = 0;
     std::string name_;
     std::string value_;
     std::vector<XMLNodeRef> children_;
@@ -151,6 +155,8 @@ public:
     const std::string& version() const { return version_; }
     const std::string& encoding() const { return encoding_; }
     bool isStandalone() const { return isStandalone_; }
+    /// The first fault that the recovering parse met; none for a sound document.
+    const std::optional<base::Error>& recoveredFrom() const { return recoveredFrom_; }
 
     /// The document as it stands in a file: declaration, nodes, a line feed at the end.
     base::Data xmlData(XMLFormat format = XMLFormat::plain) const;
@@ -164,6 +170,7 @@ private:
     std::string version_ = "1.0";
     std::string encoding_ = "UTF-8";
     bool isStandalone_ = false;
+    std::optional<base::Error> recoveredFrom_;
 };
 
 } // namespace platform::data

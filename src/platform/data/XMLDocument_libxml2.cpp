@@ -45,7 +45,7 @@ using Parser = std::unique_ptr<xmlParserCtxt, FreeParser>;
 /// Receives the parser's events. The static functions are what libxml2 calls; `context` is the builder.
 class XMLTreeBuilder {
 public:
-    explicit XMLTreeBuilder(Reading reading) : reading_(reading) {}
+    explicit XMLTreeBuilder(Reading reading, unsigned firstLine = 1) : reading_(reading), firstLine_(firstLine) {}
 
     base::Result<XMLDocumentRef> build(std::string_view text) {
         static const bool isReady = (xmlInitParser(), true); // must happen once, before several threads parse
@@ -71,6 +71,10 @@ private:
 
     static base::Error error(int code, std::string description) {
         return {std::string(xmlErrorDomain), code, std::move(description)};
+    }
+
+    static base::Error atLine(unsigned line, int code, const std::string& description) {
+        return error(code, "Line " + std::to_string(line) + ": " + description);
     }
 
     void configure() {
@@ -111,32 +115,55 @@ private:
         }
         if (parser_->version) document_->version_ = view(parser_->version);
         document_->isStandalone_ = parser_->standalone == 1;
+        document_->recoveredFrom_ = std::move(problem_);
         return document_;
     }
 
     /// Beyond a limit nothing is recovered: parsing ends.
     void refuse(std::string description) {
-        if (!limit_) {
-            limit_ = error(XML_ERR_INTERNAL_ERROR,
-                           "Line " + std::to_string(xmlSAX2GetLineNumber(parser_.get())) + ": " + description);
-        }
+        if (!limit_) limit_ = atLine(currentLine(), XML_ERR_INTERNAL_ERROR, description);
         xmlStopParser(parser_.get());
     }
 
     XMLNode& current() { return open_.empty() ? *document_ : *open_.back(); }
 
-    XMLNodeRef make(XMLNodeKind kind, std::string_view name, std::string_view value, XMLNode& parent) {
+    /// The parser's own lines of nodes end at 65535, its position does not.
+    unsigned currentLine() const {
+        const int parserLine = parser_->input ? std::max(parser_->input->line, 1) : 1;
+        return static_cast<unsigned>(parserLine) - 1 + firstLine_;
+    }
+
+    /// The parser reports an element behind its last attribute; a tag that is laid out over several lines begins
+    /// further above.
+    unsigned lineOfOpenTag() const {
+        unsigned line = currentLine();
+        if (!parser_->input) return line;
+        const xmlChar* place = parser_->input->cur;
+        while (place > parser_->input->base && *place != '<') {
+            if (*--place == '\n') --line;
+        }
+        return line;
+    }
+
+    unsigned lineBefore(std::string_view content) const {
+        const auto lineFeeds = static_cast<unsigned>(std::count(content.begin(), content.end(), '\n'));
+        return currentLine() - std::min(lineFeeds, currentLine());
+    }
+
+    XMLNodeRef make(XMLNodeKind kind, std::string_view name, std::string_view value, XMLNode& parent, unsigned line) {
         if (++nodeCount_ > maximumXMLNodes) {
             refuse("the document has more than " + std::to_string(maximumXMLNodes) + " nodes");
             return nullptr;
         }
         auto node = std::make_shared<XMLNode>(XMLNode::Key{}, kind, name, value);
         node->parent_ = parent.weak_from_this();
+        node->line_ = line;
         return node;
     }
 
     void add(XMLNodeKind kind, std::string_view name, std::string_view value) {
-        if (auto node = make(kind, name, value, current())) current().children_.push_back(std::move(node));
+        if (auto node = make(kind, name, value, current(), lineBefore(value)))
+            current().children_.push_back(std::move(node));
     }
 
     void open(std::string_view name, int namespaceCount, const xmlChar** namespaces, int attributeCount,
@@ -147,11 +174,12 @@ private:
         }
         // Recovering from stray end tags the parser may come upon a second root: only the first one counts.
         if (open_.empty() && document_->rootElement()) return;
-        const XMLNodeRef element = make(XMLNodeKind::element, name, {}, current());
+        const unsigned line = lineOfOpenTag();
+        const XMLNodeRef element = make(XMLNodeKind::element, name, {}, current(), line);
         if (!element) return;
         for (int index = 0; index < namespaceCount; ++index, namespaces += 2) {
             const std::string prefixed = namespaces[0] ? "xmlns:" + std::string(view(namespaces[0])) : "xmlns";
-            auto node = make(XMLNodeKind::nameSpace, prefixed, view(namespaces[1]), *element);
+            auto node = make(XMLNodeKind::nameSpace, prefixed, view(namespaces[1]), *element, line);
             if (!node) return;
             element->namespaces_.push_back(std::move(node));
         }
@@ -162,7 +190,7 @@ private:
             const std::string_view value(begin, static_cast<std::size_t>(end - begin));
             const std::string attributeName = qualifiedName(attributes[1], attributes[0]);
             if (reading_ == Reading::tidy && hasAttribute(*element, attributeName)) continue;
-            auto node = make(XMLNodeKind::attribute, attributeName, value, *element);
+            auto node = make(XMLNodeKind::attribute, attributeName, value, *element, line);
             if (!node) return;
             element->attributes_.push_back(std::move(node));
         }
@@ -260,8 +288,12 @@ private:
 
     static void entityDeclaration(void* context, const xmlChar* name, int, const xmlChar*, const xmlChar*, xmlChar*) {
         XMLTreeBuilder& builder = self(context);
-        if (builder.reading_ == Reading::tidy) return;
-        builder.refuse("the document declares an entity, \"" + std::string(view(name)) + "\", which is not accepted");
+        const std::string words =
+            "the document declares an entity, \"" + std::string(view(name)) + "\", which is not accepted";
+        if (builder.reading_ != Reading::tidy)
+            builder.refuse(words);
+        else if (!builder.problem_)
+            builder.problem_ = builder.atLine(builder.currentLine(), XML_ERR_INTERNAL_ERROR, words);
     }
 
     static void problem(void* context, xmlErrorPtr report) {
@@ -269,10 +301,12 @@ private:
         const bool counts = report->level >= XML_ERR_ERROR && report->domain != XML_FROM_NAMESPACE;
         if (!counts || builder.problem_) return;
         const std::string words(base::trimmed(report->message ? report->message : "damaged XML"));
-        builder.problem_ = error(report->code, "Line " + std::to_string(report->line) + ": " + words);
+        const auto line = static_cast<unsigned>(std::max(report->line, 1)) - 1 + builder.firstLine_;
+        builder.problem_ = atLine(line, report->code, words);
     }
 
     const Reading reading_;
+    const unsigned firstLine_;
     Parser parser_;
     XMLDocumentRef document_;
     std::vector<XMLNode*> open_; // from the root to the current element; the tree owns them
@@ -286,8 +320,10 @@ base::Result<XMLDocumentRef> XMLDocument::parse(std::string_view text) {
 }
 
 base::Result<XMLDocumentRef> XMLDocument::parseTidy(std::string_view text) {
-    text.remove_prefix(std::min(text.find('<'), text.size()));
-    return XMLTreeBuilder(Reading::tidy).build(text);
+    const auto start = text.begin() + static_cast<std::ptrdiff_t>(std::min(text.find('<'), text.size()));
+    const auto firstLine = static_cast<unsigned>(1 + std::count(text.begin(), start, '\n'));
+    text.remove_prefix(static_cast<std::size_t>(start - text.begin()));
+    return XMLTreeBuilder(Reading::tidy, firstLine).build(text);
 }
 
 base::Result<XMLNodeRef> XMLDocument::parseRootStartTag(std::string_view text) {

@@ -113,6 +113,27 @@ TEST(XMLDocument, StrictParsingNamesTheLineOfTheFaultAndTidyParsingMakesSenseOfI
     }
 }
 
+TEST(XMLDocument, NodesKnowWhereTheyBegin) {
+    const std::string far = std::string(70'000, '\n');
+    const auto document = parsed("<?xml version='1.0'?>\n<a\n  b='1'\n  c='2'>\n<!--x\ny--><e>one\ntwo</e>" + far +
+                                 "<?go now\nhere?><f/></a>");
+    const XMLNodeRef root = document->rootElement();
+    std::vector<unsigned> lines{root->line(), root->attributes()[1]->line()};
+    for (const XMLNodeRef& child : root->children())
+        lines.push_back(child->line());
+    EXPECT_EQ(lines, (std::vector<unsigned>{2, 2, 5, 6, 70'007, 70'008}));
+    EXPECT_EQ(root->childNamed("e")->children()[0]->line(), 6u);
+    EXPECT_EQ(XMLNode::element("made")->line(), 0u);
+
+    // The recovering parse counts what it skips, and tells what it met first.
+    const auto tidied = XMLDocument::parseTidy("junk\n\n<a>\n<b>&nothing;</a>");
+    ASSERT_TRUE(tidied);
+    EXPECT_EQ((*tidied)->rootElement()->childNamed("b")->line(), 4u);
+    ASSERT_TRUE((*tidied)->recoveredFrom());
+    EXPECT_EQ((*tidied)->recoveredFrom()->localizedDescription, "Line 4: Entity 'nothing' not defined");
+    EXPECT_FALSE(document->recoveredFrom());
+}
+
 TEST(XMLDocument, NeitherExpandsNorFetchesEntities) {
     std::string bomb = "<!DOCTYPE a [<!ENTITY e0 'ha'>";
     for (int level = 1; level < 30; ++level) {

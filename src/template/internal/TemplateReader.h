@@ -13,7 +13,8 @@
 
 class TemplateReader {
 public:
-    explicit TemplateReader(std::optional<base::URL> jobContainer) : jobContainer_(std::move(jobContainer)) {}
+    explicit TemplateReader(std::optional<base::URL> jobContainer, TemplateReport* report = nullptr)
+        : jobContainer_(std::move(jobContainer)), report_(report) {}
 
     /// Null, after a log line, when no file is found; an error when it may not be nested where the reader stands.
     base::Result<VELM_Template::Ref> documentAt(const base::Value& path, bool isNode);
@@ -33,6 +34,7 @@ private:
     VELM_Template::Ref substituted(VELM_Template::Ref layer);
 
     std::optional<base::URL> jobContainer_;
+    TemplateReport* report_;
     std::vector<std::string> openFiles_; // from the outermost document inward
     int nestedFiles_ = 0;
 };
