@@ -10,10 +10,12 @@
 #include "base/Geometry.h"
 #include "platform/run/Observation.h"
 #include "template/RenderingContext.h"
+#include "template/TemplateKeys.h"
 #include "template/VELM_XML_object.h"
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -36,45 +38,6 @@ namespace platform::run {
 class Queue;
 }
 class TemplateReport;
-
-inline constexpr std::string_view VELM_XML_Key_frame = "frame";
-inline constexpr std::string_view VELM_XML_Key_zindex = "zindex";
-inline constexpr std::string_view VELM_XML_Key_key = "key";
-inline constexpr std::string_view VELM_XML_Key_gravity = "gravity";
-inline constexpr std::string_view VELM_XML_Key_filepath = "filepath";
-inline constexpr std::string_view VELM_XML_Key_filename = "filename";
-inline constexpr std::string_view VELM_XML_Key_allimages = "allimages";
-inline constexpr std::string_view VELM_XML_Key_croprect = "croprect";
-inline constexpr std::string_view VELM_XML_Key_normal = "normal";
-inline constexpr std::string_view VELM_XML_Key_rotation = "rotation";
-inline constexpr std::string_view VELM_XML_Key_autorotate = "autorotate";
-inline constexpr std::string_view VELM_XML_Key_string = "string";
-inline constexpr std::string_view VELM_XML_Key_stampFormat = "stampFormat";
-inline constexpr std::string_view VELM_XML_Key_stamp = "stamp";
-inline constexpr std::string_view VELM_XML_Key_hideExtension = "hideExtension";
-inline constexpr std::string_view VELM_XML_Key_font = "font";
-inline constexpr std::string_view VELM_XML_Key_size = "size";
-inline constexpr std::string_view VELM_XML_Key_textAlignment = "textAlignment";
-inline constexpr std::string_view VELM_XML_Key_color = "color";
-inline constexpr std::string_view VELM_XML_Key_shadowcolor = "shadowcolor";
-inline constexpr std::string_view VELM_XML_Key_textshadow = "textshadow";
-inline constexpr std::string_view VELM_XML_Key_shadowEnabled = "shadowEnabled";
-inline constexpr std::string_view VELM_XML_Key_blur = "blur";
-inline constexpr std::string_view VELM_XML_Key_offset = "offset";
-inline constexpr std::string_view VELM_XML_Key_bordercolor = "bordercolor";
-inline constexpr std::string_view VELM_XML_Key_borderWidth = "borderWidth";
-inline constexpr std::string_view VELM_XML_Key_borderEnabled = "borderEnabled";
-inline constexpr std::string_view VELM_XML_Key_clipsContent = "clipsContent";
-inline constexpr std::string_view VELM_XML_Key_borderShadowColor = "borderShadowColor";
-inline constexpr std::string_view VELM_XML_Key_borderShadowBlur = "borderShadowBlur";
-inline constexpr std::string_view VELM_XML_Key_backgroundcolor = "backgroundcolor";
-inline constexpr std::string_view VELM_XML_Key_backgroundEnabled = "backgroundEnabled";
-inline constexpr std::string_view VELM_XML_Key_textcolorOptional = "textcolorOptional";
-inline constexpr std::string_view VELM_XML_Key_textshadowOptional = "textshadowOptional";
-inline constexpr std::string_view VELM_XML_Key_overflowx = "overflowx";
-inline constexpr std::string_view VELM_XML_Key_overflowy = "overflowy";
-inline constexpr std::string_view VELM_XML_Key_layers = "layers";
-inline constexpr std::string_view VELM_XML_Key_preprocess = "preprocess";
 
 class VELM_Template final : public VELM_XML_object, public std::enable_shared_from_this<VELM_Template> {
 public:
@@ -183,6 +146,28 @@ public:
     /// can't be archived are left behind; the latter is dropped here too.
     Ref copyWithZone();
     std::string className() const override { return "VELM_Template"; }
+
+    // --- Saving (TemplateSaving.cpp)
+
+    /// One of the two is none.
+    using SaveReply = std::function<void(const std::optional<base::URL>& url, const std::optional<base::Error>& error)>;
+    /// Writes the document to the URL, or else to its own, and calls the reply (which may be empty) before it returns:
+    /// with the URL that was written, or with the error, which is logged when there is no reply. Without changes
+    /// nothing is written wherever it should go, and the reply gets the document's own URL. What was saved becomes
+    /// `lastSaved`; after a failure the file's old contents stay.
+    void filePathSaveChanges(const std::optional<base::URL>& url, const SaveReply& saveChanges);
+    void saveChanges(const SaveReply& reply) { filePathSaveChanges(documentURL(), reply); }
+    void saveChangesToURL(const std::optional<base::URL>& url, const SaveReply& reply) {
+        filePathSaveChanges(url, reply);
+    }
+    /// Writes the document whether it has changes or not.
+    base::Result<void> writeToURL(const base::URL& url);
+    /// Documents of a version below 1.0 or of none don't replace a file: what stands at the URL is moved aside first,
+    /// photo.xml to photo.oldVELM.xml. Where that fails, the file stays.
+    void moveOldFileAside(const base::URL& url) const;
+    /// The document as its file holds it (to be written pretty printed): its size and one flat list of layers, of
+    /// nested documents their file name only.
+    std::shared_ptr<platform::data::XMLDocument> xmlForSaving();
 
     // --- Writing (TemplateWriting.cpp)
 
