@@ -160,11 +160,10 @@ public:
     void saveChangesToURL(const std::optional<base::URL>& url, const SaveReply& reply) {
         filePathSaveChanges(url, reply);
     }
-    /// Writes the document whether it has changes or not.
-    base::Result<void> writeToURL(const base::URL& url);
-    /// Documents of a version below 1.0 or of none don't replace a file: what stands at the URL is moved aside first,
-    /// photo.xml to photo.oldVELM.xml. Where that fails, the file stays.
-    void moveOldFileAside(const base::URL& url) const;
+    /// Writes the document whether it has changes or not, and changes nothing in it. Documents of a version below 1.0
+    /// or of none don't replace a file unless told: it is moved aside, photo.xml to photo.oldVELM.xml. Where that
+    /// name is taken, the file is replaced all the same.
+    base::Result<void> writeToURL(const base::URL& url, bool movesOldFileAside = true);
     /// The document as its file holds it (to be written pretty printed): its size and one flat list of layers, of
     /// nested documents their file name only.
     std::shared_ptr<platform::data::XMLDocument> xmlForSaving();

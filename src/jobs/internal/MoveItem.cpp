@@ -1,6 +1,7 @@
 #include "MoveItem.h"
 
 #include "base/Path.h"
+#include "platform/data/AtomicFile.h"
 
 #include <atomic>
 #include <cerrno>
@@ -17,21 +18,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool exists(const std::string& path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0;
-}
-
 int renameWith(const std::string& from, const std::string& to, unsigned flags) {
     return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
 }
 
-/// A rename that never replaces. Some network volumes don't know the flag for it: there the target is looked at first.
 int renameWithoutReplacing(const std::string& from, const std::string& to) {
-    const int number = renameWith(from, to, RENAME_NOREPLACE);
-    if (number != EINVAL && number != ENOSYS) return number;
-    if (exists(to)) return EEXIST;
-    return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+    const auto renamed = platform::data::renameWithoutReplacing(from, to);
+    return renamed ? 0 : renamed.error().code;
 }
 
 std::string asideOf(const std::string& path) {

@@ -136,6 +136,21 @@ base::Result<void> writeFileAtomically(std::string_view path, std::string_view b
     return {};
 }
 
+base::Result<void> renameWithoutReplacing(std::string_view from, std::string_view to) {
+    const std::string source(from);
+    const std::string target(to);
+    const auto failed = [&](int number) {
+        return base::failure(base::systemError(number, "cannot move " + source + " to " + target));
+    };
+    if (renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) return {};
+    if (errno != EINVAL && errno != ENOSYS) return failed(errno);
+    // Some network volumes don't know the flag: there the target is looked at first.
+    struct stat status;
+    if (lstat(target.c_str(), &status) == 0) return failed(EEXIST);
+    if (rename(source.c_str(), target.c_str()) != 0) return failed(errno);
+    return {};
+}
+
 base::Result<base::Data> readFile(std::string_view path, std::size_t maximumSize) {
     auto bytes = readWhole<std::vector<std::uint8_t>>(path, maximumSize);
     if (!bytes) return base::failure(std::move(bytes.error()));

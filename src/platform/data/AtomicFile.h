@@ -23,6 +23,10 @@ inline base::Result<void> writeFileAtomically(std::string_view path, const base:
     return writeFileAtomically(path, data.asText());
 }
 
+/// Gives a file or folder another name on its volume. Fails with EEXIST when something bears that name already, with
+/// EXDEV when it lies on another volume; the item stays where it was then.
+base::Result<void> renameWithoutReplacing(std::string_view from, std::string_view to);
+
 /// The contents of a regular file; an error for anything else (a folder, a pipe) and for one that holds more than
 /// `maximumSize` bytes. Never waits for a writer.
 base::Result<base::Data> readFile(std::string_view path, std::size_t maximumSize = defaultMaximumFileSize);
