@@ -5,6 +5,7 @@
 #include <cmath>
 #include <ctime>
 #include <fmt/format.h>
+#include <initializer_list>
 #include <limits>
 
 namespace base {
@@ -22,6 +23,17 @@ bool equalNumbers(const Value& left, const Value& right) {
     // Two integers compare exactly; a real on either side brings both to reals.
     if (left.as<double>() || right.as<double>()) return left.doubleValue() == right.doubleValue();
     return left.integerValue() == right.integerValue();
+}
+
+std::size_t combined(std::size_t seed, std::size_t hash) {
+    return seed ^ (hash + 0x9e3779b97f4a7c15 + (seed << 6) + (seed >> 2));
+}
+
+std::size_t hashOfNumbers(std::initializer_list<double> numbers) {
+    std::size_t hash = 0;
+    for (const double number : numbers)
+        hash = combined(hash, std::hash<double>()(number)); // 0 and -0 hash alike
+    return hash;
 }
 
 /// Texts that are no plain word are quoted in the old style.
@@ -133,6 +145,39 @@ bool operator==(const Value& left, const Value& right) {
     const auto* rightObject = right.as<ObjectRef>();
     if (leftObject && rightObject) return *leftObject == *rightObject || (*leftObject)->isEqual(**rightObject);
     return left.storage_ == right.storage_;
+}
+
+std::size_t Value::hash() const {
+    if (isNumber()) return hashOfNumbers({doubleValue()}); // an integer equals the real that it rounds to
+    return std::visit(Overloaded{[](std::monostate) { return std::size_t(0); },
+                                 [](const std::string& value) { return std::hash<std::string>()(value); },
+                                 [](const Data& value) { return std::hash<std::string_view>()(value.asText()); },
+                                 [](Date value) { return std::hash<std::int64_t>()(value.time_since_epoch().count()); },
+                                 [](const URL& value) { return std::hash<std::string>()(value.absoluteString()); },
+                                 [](Point value) {
+                                     return hashOfNumbers({value.x, value.y});
+                                 },
+                                 [](Size value) {
+                                     return hashOfNumbers({value.width, value.height});
+                                 },
+                                 [](const Rect& value) {
+                                     return hashOfNumbers({value.x, value.y, value.width, value.height});
+                                 },
+                                 [](const Array& value) {
+                                     std::size_t hash = value.size();
+                                     for (const Value& member : value)
+                                         hash = combined(hash, member.hash());
+                                     return hash;
+                                 },
+                                 [](const Dictionary& value) {
+                                     std::size_t hash = value.size();
+                                     for (const auto& [key, member] : value)
+                                         hash = combined(combined(hash, std::hash<std::string>()(key)), member.hash());
+                                     return hash;
+                                 },
+                                 [](const ObjectRef& value) { return value ? value->hash() : 0; },
+                                 [](const auto&) { return std::size_t(0); }}, // numbers, above
+                      storage_);
 }
 
 std::string Value::description() const {

@@ -7,7 +7,9 @@
 #include "base/Path.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -43,6 +45,8 @@ public:
     /// The name under which it is archived and logged ("VELM_Template").
     virtual std::string className() const = 0;
     virtual bool isEqual(const Object& other) const { return this == &other; }
+    /// Equal objects hash alike: a class that overrides isEqual overrides this too.
+    virtual std::size_t hash() const { return std::hash<const Object*>()(this); }
     virtual std::string description() const { return "<" + className() + ">"; }
     /// The archived form: each key with its value, which may hold further objects. Nothing for a class that does not
     /// offer coding. Not const: coding may drop what can't be coded from the live object.
@@ -116,6 +120,8 @@ public:
 
     /// Deep equality. Numbers compare by value across their kinds; objects by isEqual.
     friend bool operator==(const Value& left, const Value& right);
+    /// Equal values hash alike, whatever the kinds of their numbers.
+    std::size_t hash() const;
 
     /// What "%@" prints: "(null)" for nothing, texts as they are, lists and dictionaries in the old style.
     std::string description() const;

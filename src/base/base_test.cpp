@@ -172,6 +172,23 @@ TEST(Value, ComparesDeeplyAndNumbersByValue) {
     EXPECT_EQ(Value(std::optional<std::string>()), Value());
 }
 
+TEST(Value, EqualValuesHashAlike) {
+    const Value groups[][3] = {
+        {1, 1.0, true},
+        {0, -0.0, false},
+        {std::int64_t(9007199254740993), 9007199254740992.0, std::int64_t(9007199254740992)},
+        {Rect{0, 0, 1, 1}, Rect{-0.0, 0, 1, 1}, Rect{0, -0.0, 1, 1}},
+        {Dictionary{{"a", Array{1, "x"}}}, Dictionary{{"a", Array{1.0, "x"}}}, Dictionary{{"a", Array{true, "x"}}}},
+    };
+    for (const auto& group : groups)
+        for (const Value& value : group) {
+            EXPECT_EQ(value, group[1]);
+            EXPECT_EQ(value.hash(), group[1].hash()) << value.description();
+        }
+    EXPECT_NE(Value(Array{1, 2}).hash(), Value(Array{2, 1}).hash());
+    EXPECT_NE(Value(Dictionary{{"a", "b"}}).hash(), Value(Dictionary{{"b", "a"}}).hash());
+}
+
 TEST(Value, ConvertsAndPrints) {
     EXPECT_EQ(Value("12.5x").doubleValue(), 12.5);
     EXPECT_TRUE(Value("yes").boolValue());

@@ -74,7 +74,7 @@ public:
     std::string className() const override { return folderSetClass().className(); }
     /// Of the receiver's class or one derived from it, with the same name ignoring case.
     bool isEqual(const base::Object& other) const override;
-    std::size_t hash() const;
+    std::size_t hash() const override;
     std::string description() const override;
     std::optional<base::Dictionary> encoded() override;
 

@@ -17,6 +17,7 @@ public:
         const auto* value = dynamic_cast<const ColorSpaceValue*>(&other);
         return value && value->space_ == space_;
     }
+    std::size_t hash() const override { return std::hash<platform::draw::ColorSpaceRef>()(space_); }
 
 private:
     platform::draw::ColorSpaceRef space_;

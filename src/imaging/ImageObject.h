@@ -21,6 +21,7 @@ public:
     const platform::draw::ImageRef& image() const { return image_; }
     std::string className() const override { return "CGImage"; }
     bool isEqual(const base::Object& other) const override;
+    std::size_t hash() const override { return std::hash<platform::draw::ImageRef>()(image_); }
 
 private:
     platform::draw::ImageRef image_;

@@ -96,7 +96,7 @@ public:
     std::string className() const override { return "VELM_Job"; }
     bool isEqual(const base::Object& other) const override;
     /// Of the path of documentURL; never 0.
-    std::size_t hash() const;
+    std::size_t hash() const override;
     std::string description() const override;
 
     // Running ----------------------------------------------------------------------------------------------------
