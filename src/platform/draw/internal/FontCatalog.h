@@ -25,8 +25,15 @@ public:
     /// The face that a name stands for, without a size. A name that no font answers to is left to fontconfig's
     /// substitution.
     FontDescription descriptionFor(std::string_view name) const;
+    /// The face of the named family or of the named face's family that comes nearest to it, bold or italic if asked:
+    /// its PostScript name, or `name` itself when no font answers to it.
+    std::string postScriptNameFor(std::string_view name, bool isBold, bool isItalic) const;
 
 private:
+    struct Face {
+        std::string postScriptName;
+        FontDescription description;
+    };
     FontCatalog();
     const PangoFontDescription* find(std::string_view name) const;
 
@@ -34,6 +41,7 @@ private:
     Names byPostScriptName_;
     Names byFullName_;
     Names byFamily_;
+    std::multimap<std::string, Face, std::less<>> faces_; // by folded family
     std::vector<std::string> postScriptNames_;
 };
 

@@ -35,15 +35,26 @@ std::vector<std::string> textsOf(FcPattern* pattern, const char* property) {
     return texts;
 }
 
+// How far a face is from one of this weight, style and width.
+int distance(const PangoFontDescription* face, int weight, PangoStyle style, int stretch) {
+    const bool isSlanted = pango_font_description_get_style(face) != PANGO_STYLE_NORMAL;
+    return std::abs(int(pango_font_description_get_weight(face)) - weight) +
+           (isSlanted == (style != PANGO_STYLE_NORMAL) ? 0 : 2000) +
+           1000 * std::abs(int(pango_font_description_get_stretch(face)) - stretch);
+}
+
 // How far a face is from the plain one of its family: the least answers to the family's name.
 int distanceFromPlain(const PangoFontDescription* description) {
-    return std::abs(int(pango_font_description_get_weight(description)) - int(PANGO_WEIGHT_NORMAL)) +
-           (pango_font_description_get_style(description) == PANGO_STYLE_NORMAL ? 0 : 2000) +
-           1000 * std::abs(int(pango_font_description_get_stretch(description)) - int(PANGO_STRETCH_NORMAL));
+    return distance(description, PANGO_WEIGHT_NORMAL, PANGO_STYLE_NORMAL, PANGO_STRETCH_NORMAL);
 }
 
 FontDescription copyOf(const PangoFontDescription* description) {
     return FontDescription(pango_font_description_copy(description));
+}
+
+std::string foldedFamily(const PangoFontDescription* description) {
+    const char* family = pango_font_description_get_family(description);
+    return family ? base::lowercase(family) : std::string();
 }
 
 } // namespace
@@ -66,6 +77,7 @@ FontCatalog::FontCatalog() {
         const FontDescription description(pango_fc_font_description_from_pattern(pattern, FALSE));
         for (std::string& name : textsOf(pattern, FC_POSTSCRIPT_NAME)) {
             byPostScriptName_.try_emplace(base::lowercase(name), copyOf(description.get()));
+            faces_.emplace(foldedFamily(description.get()), Face{name, copyOf(description.get())});
             postScriptNames_.push_back(std::move(name));
         }
         for (const std::string& name : textsOf(pattern, FC_FULLNAME))
@@ -78,8 +90,10 @@ FontCatalog::FontCatalog() {
     }
     for (const StandardFace& standard : standardFaces) {
         const FontDescription description(pango_font_description_from_string(standard.description));
-        if (byPostScriptName_.try_emplace(base::lowercase(standard.postScriptName), copyOf(description.get())).second)
+        if (byPostScriptName_.try_emplace(base::lowercase(standard.postScriptName), copyOf(description.get())).second) {
             postScriptNames_.emplace_back(standard.postScriptName);
+            faces_.emplace(foldedFamily(description.get()), Face{standard.postScriptName, copyOf(description.get())});
+        }
         byFullName_.try_emplace(base::lowercase(standard.fullName), copyOf(description.get()));
     }
     std::sort(postScriptNames_.begin(), postScriptNames_.end());
@@ -98,6 +112,22 @@ FontDescription FontCatalog::descriptionFor(std::string_view name) const {
     FontDescription substitute(pango_font_description_new());
     pango_font_description_set_family(substitute.get(), std::string(name).c_str());
     return substitute;
+}
+
+std::string FontCatalog::postScriptNameFor(std::string_view name, bool isBold, bool isItalic) const {
+    const PangoFontDescription* named = find(name);
+    if (!named) return std::string(name);
+    if (!isBold && !isItalic && byPostScriptName_.contains(base::lowercase(name))) return std::string(name);
+    const int weight = isBold ? std::max(int(PANGO_WEIGHT_BOLD), int(pango_font_description_get_weight(named)))
+                              : int(pango_font_description_get_weight(named));
+    const PangoStyle style = isItalic ? PANGO_STYLE_ITALIC : pango_font_description_get_style(named);
+    const auto distanceOf = [&](const auto& entry) {
+        return distance(entry.second.description.get(), weight, style, pango_font_description_get_stretch(named));
+    };
+    const auto [first, last] = faces_.equal_range(foldedFamily(named));
+    const auto nearest = std::min_element(
+        first, last, [&](const auto& one, const auto& other) { return distanceOf(one) < distanceOf(other); });
+    return nearest == last ? std::string(name) : nearest->second.postScriptName;
 }
 
 } // namespace platform::draw
