@@ -67,6 +67,13 @@ base::Result<void> writeAll(int descriptor, std::string_view bytes, const std::s
     return {};
 }
 
+base::Result<void> bringToDisk(TemporaryFile& file, const std::string& target) {
+    // Without the fsync a crash could leave the new name on a file without its contents.
+    if (fsync(file.descriptor.get()) != 0 || file.descriptor.close() != 0)
+        return base::failure(base::systemError(errno, "cannot write " + target));
+    return {};
+}
+
 base::Result<FileDescriptor> openRegular(const std::string& path, const std::string& deed, struct stat& status) {
     // Without O_NONBLOCK a named pipe would make the caller wait for a writer.
     FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
@@ -125,10 +132,7 @@ base::Result<void> writeFileAtomically(std::string_view path, std::string_view b
     if (replaces && fchmod(file.descriptor.get(), present.st_mode & 07777) != 0) {
         return base::failure(base::systemError(errno, "cannot write " + target));
     }
-    // Without the fsync a crash could leave the new name on a file without its contents.
-    if (fsync(file.descriptor.get()) != 0 || file.descriptor.close() != 0) {
-        return base::failure(base::systemError(errno, "cannot write " + target));
-    }
+    if (auto saved = bringToDisk(file, target); !saved) return saved;
     if (rename(file.path.c_str(), target.c_str()) != 0) {
         return base::failure(base::systemError(errno, "cannot replace " + target));
     }
@@ -148,6 +152,20 @@ base::Result<void> renameWithoutReplacing(std::string_view from, std::string_vie
     struct stat status;
     if (lstat(target.c_str(), &status) == 0) return failed(EEXIST);
     if (rename(source.c_str(), target.c_str()) != 0) return failed(errno);
+    return {};
+}
+
+base::Result<void> writeNewFileAtomically(std::string_view path, std::string_view bytes) {
+    const std::string target(path);
+    struct stat present;
+    if (lstat(target.c_str(), &present) == 0)
+        return base::failure(base::systemError(EEXIST, "cannot write " + target)); // before all the bytes are written
+    TemporaryFile file;
+    if (auto made = createBeside(file, target); !made) return made;
+    if (auto written = writeAll(file.descriptor.get(), bytes, target); !written) return written;
+    if (auto saved = bringToDisk(file, target); !saved) return saved;
+    if (auto moved = renameWithoutReplacing(file.path, target); !moved) return moved;
+    file.renamed = true;
     return {};
 }
 

@@ -27,6 +27,10 @@ inline base::Result<void> writeFileAtomically(std::string_view path, const base:
 /// EXDEV when it lies on another volume; the item stays where it was then.
 base::Result<void> renameWithoutReplacing(std::string_view from, std::string_view to);
 
+/// Writes a new file: an error of code EEXIST when something stands at `path` already, be it a broken link, and nothing
+/// is replaced, even when it comes to be there meanwhile. Mode, whole appearance and failures as above.
+base::Result<void> writeNewFileAtomically(std::string_view path, std::string_view bytes);
+
 /// The contents of a regular file; an error for anything else (a folder, a pipe) and for one that holds more than
 /// `maximumSize` bytes. Never waits for a writer.
 base::Result<base::Data> readFile(std::string_view path, std::size_t maximumSize = defaultMaximumFileSize);

@@ -54,6 +54,8 @@ TEST(FileTypes, ConformAlongTheirAncestors) {
         {kUTTypeJPEG, kUTTypeData, true},
         {kUTTypeJPEG, "PUBLIC.Item", true},
         {kUTTypePDF, kUTTypeImage, false},
+        {kUTTypeUTF16PlainText, kUTTypeText, true},
+        {kUTTypeRTF, kUTTypePlainText, false},
         {kUTTypeXML, kUTTypePropertyList, false},
         {kUTType_VELM_Job, kUTTypeFolder, false},
         {kUTType_VELM_Job, kUTTypeItem, true},

@@ -124,6 +124,13 @@ base::Result<ImageSourceRef> ImageSource::createWithData(base::Data data) {
     return create(ByteSource::ofData(std::move(data)));
 }
 
+std::vector<std::string_view> ImageSource::typeIdentifiers() {
+    std::vector<std::string_view> types;
+    for (const PictureFormat& format : formats)
+        types.push_back(format.typeIdentifier);
+    return types;
+}
+
 ImageRef ImageSource::imageAtIndex(std::size_t index) const {
     if (index >= count()) return nullptr;
     const auto& pixels = entries_[index].pixels;

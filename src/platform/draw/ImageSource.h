@@ -28,6 +28,9 @@ public:
     static base::Result<ImageSourceRef> createWithURL(const base::URL& url);
     static base::Result<ImageSourceRef> createWithData(base::Data data);
 
+    /// The types of the contents that can be opened.
+    static std::vector<std::string_view> typeIdentifiers();
+
     /// The type of the contents by their first bytes: "public.jpeg", "public.png", "public.tiff"...
     std::string_view typeIdentifier() const { return typeIdentifier_; }
     /// The number of pictures inside; at least 1.
