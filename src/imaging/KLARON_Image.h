@@ -141,6 +141,15 @@ public:
     /// Draws with the style below at destinationRect. Problems are logged; a picture that can't be decoded sets the
     /// context's draw error.
     void draw();
+    /// What draw() would draw where, before the rotation: the rectangle that the content fills (y up; the null
+    /// rectangle when a border leaves nothing of it), and the part of the upright picture (in whole pixels from its top
+    /// left, as it stands with `orientation`) that shows in it. That is empty for a text and when the crop misses the
+    /// picture. A zero destinationRect stands for the drawing context, if there is one.
+    struct Placement {
+        base::Rect content;
+        base::Rect shown;
+    };
+    Placement drawingPlacement();
     /// Strokes inside the frame.
     void drawBorderforFrame(const base::Rect& frame, double width, const platform::draw::Color& color, double corner);
     /// Scaled so that the longer side is `maximum`; null when the context can't be made or the picture not decoded.
@@ -281,6 +290,7 @@ public:
 private:
     /// One run of draw(): the context, what is left of the image and the rectangles, as the steps change them.
     struct DrawingState;
+    void place(DrawingState& state);
     void applyCrop(DrawingState& state);
     void applyGravity(DrawingState& state);
     void drawContent(DrawingState& state);

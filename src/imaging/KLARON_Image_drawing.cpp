@@ -79,34 +79,26 @@ base::Size KLARON_Image::drawingContextSize() const {
 
 void KLARON_Image::draw() {
     DrawingState state{drawingContext(), cgImage(), destinationRect_, {}, orientedSize()};
-    if (state.destination == base::Rect{}) {
-        const base::Size canvas = drawingContextSize();
-        state.destination.width = canvas.width;
-        state.destination.height = canvas.height;
-    }
-    applyCrop(state);
-    applyGravity(state);
+    place(state);
 
     if (!state.context) {
         base::log("ERROR: set a drawing context before attempting to draw!");
         return;
     }
-    if (state.destination.width == 0) {
+    if (state.borderFrame.width == 0) {
         base::log("ERROR: attempting to draw an image with zero width");
         return;
     }
-    if (state.destination.height == 0) {
+    if (state.borderFrame.height == 0) {
         base::log("ERROR: attempting to draw an image with zero height");
         return;
     }
 
     BitmapContext& context = *state.context;
-    state.borderFrame = state.destination;
     const ColorSpaceRef& space = context.colorSpace();
     context.saveState();
     if (rotation_ && *rotation_ != 0)
-        context.concatenate(base::AffineTransform::rotationAbout(state.destination.center(), -*rotation_));
-    if (hasBorder_ && !borderClipsContent_) state.destination = state.destination.inset(borderWidth_, borderWidth_);
+        context.concatenate(base::AffineTransform::rotationAbout(state.borderFrame.center(), -*rotation_));
     if (backgroundColorCode_) {
         context.setFillColor(createColorWithHexcode(backgroundColorCode_, space));
         context.fillRect(state.destination);
@@ -119,6 +111,33 @@ void KLARON_Image::draw() {
         drawBorderforFrame(state.borderFrame, borderWidth_,
                            createColorWithHexcode(borderColorCode_.value_or("#FFFFFFFF"), space), 0);
     context.restoreState();
+}
+
+void KLARON_Image::place(DrawingState& state) {
+    if (state.destination == base::Rect{}) {
+        const base::Size canvas = drawingContextSize();
+        state.destination.width = canvas.width;
+        state.destination.height = canvas.height;
+    }
+    applyCrop(state);
+    applyGravity(state);
+    state.borderFrame = state.destination;
+    if (hasBorder_ && !borderClipsContent_) state.destination = state.destination.inset(borderWidth_, borderWidth_);
+}
+
+KLARON_Image::Placement KLARON_Image::drawingPlacement() {
+    DrawingState state{drawingContext_, cgImage(), destinationRect_, {}, orientedSize()};
+    place(state);
+    Placement placement{state.destination, {}};
+    if (state.image) {
+        // From the pixels as they lie to the upright picture: a quarter turn back is one the other way.
+        const int turned = orientation();
+        const base::Rect pixels{static_cast<double>(state.image->x() - cgImage()->x()),
+                                static_cast<double>(state.image->y() - cgImage()->y()), sizeOf(state.image).width,
+                                sizeOf(state.image).height};
+        placement.shown = transformedRect(pixels, actualSize(), turned == 6 ? 8 : turned == 8 ? 6 : turned);
+    }
+    return placement;
 }
 
 void KLARON_Image::applyCrop(DrawingState& state) {
