@@ -169,15 +169,17 @@ std::size_t Value::hash() const {
                                          hash = combined(hash, member.hash());
                                      return hash;
                                  },
-                                 [](const Dictionary& value) {
-                                     std::size_t hash = value.size();
-                                     for (const auto& [key, member] : value)
-                                         hash = combined(combined(hash, std::hash<std::string>()(key)), member.hash());
-                                     return hash;
-                                 },
+                                 [](const Dictionary& value) { return hashOf(value); },
                                  [](const ObjectRef& value) { return value ? value->hash() : 0; },
                                  [](const auto&) { return std::size_t(0); }}, // numbers, above
                       storage_);
+}
+
+std::size_t Value::hashOf(const Dictionary& dictionary) {
+    std::size_t hash = dictionary.size();
+    for (const auto& [key, member] : dictionary)
+        hash = combined(combined(hash, std::hash<std::string>()(key)), member.hash());
+    return hash;
 }
 
 std::string Value::description() const {

@@ -122,6 +122,7 @@ public:
     friend bool operator==(const Value& left, const Value& right);
     /// Equal values hash alike, whatever the kinds of their numbers.
     std::size_t hash() const;
+    static std::size_t hashOf(const Dictionary& dictionary);
 
     /// What "%@" prints: "(null)" for nothing, texts as they are, lists and dictionaries in the old style.
     std::string description() const;

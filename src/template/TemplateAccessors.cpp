@@ -1,5 +1,5 @@
-// The views on a layer's attributes that carry a default, a derivation or a rule for storing: content, text, colours,
-// shadow, border, background.
+// The views on a layer's attributes that carry a default, a derivation or a rule for storing: by the table of keys
+// where it says all, by a function of their own where it does not.
 #include "template/VELM_Template.h"
 
 #include "base/Text.h"
@@ -11,11 +11,11 @@
 
 using base::Value;
 using platform::data::UserDefaults;
+using Rule = TemplateKey::Rule;
+using Otherwise = TemplateKey::Otherwise;
 
 namespace {
 
-constexpr std::string_view systemFontName = "Helvetica";
-constexpr std::string_view defaultColorCode = "#FFFFFF";
 // Text and number of each alignment; the number is the place.
 constexpr std::array<std::string_view, 4> alignmentNames{"left", "right", "center", "justified"};
 
@@ -31,10 +31,6 @@ std::optional<double> numberOf(const Value& value) {
     return std::nullopt;
 }
 
-std::string lastUsedColor(std::string_view defaultKey) {
-    return UserDefaults::standard().stringForKey(defaultKey).value_or(std::string(defaultColorCode));
-}
-
 // Colour codes of 6 or 3 digits get the alpha that a shadow has when none is given.
 std::string completedWithShadowAlpha(std::string code) {
     const std::size_t digits = code.size() - (code.starts_with('#') ? 1 : 0);
@@ -44,6 +40,53 @@ std::string completedWithShadowAlpha(std::string code) {
 }
 
 } // namespace
+
+// --- By the table
+
+const Value& VELM_Template::storedFor(const TemplateKey& key) const {
+    const Value& stored = value(key.name);
+    return stored || key.secondKey.empty() ? stored : value(key.secondKey);
+}
+
+std::string VELM_Template::textFor(std::string_view key) const {
+    const TemplateKey& row = *templateKey(key);
+    if (auto stored = storedFor(row).stringValue()) return *stored;
+    if (row.otherwise == Otherwise::lastUsed) {
+        if (auto lastUsed = UserDefaults::standard().stringForKey(row.lastUsed)) return *lastUsed;
+    }
+    return row.defaultValue().textOr("");
+}
+
+bool VELM_Template::boolFor(std::string_view key) const {
+    const TemplateKey& row = *templateKey(key);
+    const Value& stored = storedFor(row);
+    return (stored ? stored : row.defaultValue()).boolValue();
+}
+
+void VELM_Template::store(std::string_view key, Value newValue) {
+    const TemplateKey& row = *templateKey(key);
+    if (row.rule == Rule::nothingIsIgnored && !newValue) return;
+    if (row.rule == Rule::nothingIsEmptyText && !newValue) newValue = "";
+    if (row.rule == Rule::textOrCleared) newValue = newValue.text();
+    const bool onlyWhenDifferent =
+        row.rule == Rule::whenDifferent || row.rule == Rule::nothingIsEmptyText || row.rule == Rule::nothingIsIgnored;
+    if (onlyWhenDifferent && value(key) == newValue) return;
+    if (const bool* yes = newValue.as<bool>(); yes && row.kind == TemplateKey::Kind::yesNo)
+        newValue = base::stringForBOOL(*yes);
+    // A failure is in the log; the layer has its colour all the same.
+    if (!row.lastUsed.empty()) (void)UserDefaults::standard().setObject(newValue, row.lastUsed);
+    put(row, std::move(newValue), row.rule != Rule::textOrCleared && row.rule != Rule::uncounted);
+}
+
+void VELM_Template::storeOpacity(std::string_view key, const std::string& code, double opacity) {
+    const TemplateKey& row = *templateKey(key);
+    put(row, KLARON_color::hexcodeChangingAlpha(code, opacity));
+    if (!row.lastUsedOpacity.empty()) (void)UserDefaults::standard().setObject(opacity, row.lastUsedOpacity);
+}
+
+double VELM_Template::opacityOf(std::string_view colorCode) {
+    return KLARON_color::alphaForHexcode(colorCode);
+}
 
 // --- Content
 
@@ -63,22 +106,13 @@ std::optional<std::string> VELM_Template::name() const {
 }
 
 const Value& VELM_Template::graphicPath() const {
-    const Value& path = value(VELM_XML_Key_filepath);
-    return path ? path : value(VELM_XML_Key_filename);
-}
-
-void VELM_Template::setGraphicPath(const Value& path) {
-    storeWhenDifferent(VELM_XML_Key_filepath, path);
+    return storedFor(*templateKey(VELM_XML_Key_filepath));
 }
 
 std::optional<std::string> VELM_Template::filepathCustomImage() const {
     if (auto own = value(VELM_XML_Key_allimages).text()) return own;
     const Ref enclosing = parent();
     return enclosing ? enclosing->filepathCustomImage() : std::nullopt;
-}
-
-void VELM_Template::setFilepathCustomImage(const Value& path) {
-    setValue(VELM_XML_Key_allimages, path.text());
 }
 
 std::string_view VELM_Template::normalizedGravity(const std::optional<std::string>& gravity) {
@@ -92,37 +126,6 @@ base::Rect VELM_Template::unflippedCropRect() const {
     return base::rectFromString(value(VELM_XML_Key_croprect).textOr(""));
 }
 
-bool VELM_Template::autorotate() const {
-    const Value& stored = value(VELM_XML_Key_autorotate);
-    return !stored || stored.boolValue();
-}
-
-// --- Text
-
-void VELM_Template::setStringValue(const std::optional<std::string>& text) {
-    storeWhenDifferent(VELM_XML_Key_string, text.value_or(""));
-}
-
-std::string VELM_Template::fontName() const {
-    return textOf(VELM_XML_Key_font).value_or(std::string(systemFontName));
-}
-
-void VELM_Template::setFontName(const std::optional<std::string>& font) {
-    if (font) storeWhenDifferent(VELM_XML_Key_font, *font);
-}
-
-std::string VELM_Template::fontSize() const {
-    return textOf(VELM_XML_Key_size).value_or("48");
-}
-
-void VELM_Template::setFontSize(const std::optional<std::string>& size) {
-    if (size) storeWhenDifferent(VELM_XML_Key_size, *size);
-}
-
-void VELM_Template::setTextAlignmentString(const std::optional<std::string>& alignment) {
-    storeWhenDifferent(VELM_XML_Key_textAlignment, alignment.value_or(""));
-}
-
 int VELM_Template::textAlignment() const {
     const auto text = textAlignmentString();
     for (std::size_t number = 1; text && number < alignmentNames.size(); ++number) {
@@ -133,74 +136,7 @@ int VELM_Template::textAlignment() const {
 
 void VELM_Template::setTextAlignment(int alignment) {
     if (alignment >= 0 && static_cast<std::size_t>(alignment) < alignmentNames.size())
-        store(VELM_XML_Key_textAlignment, alignmentNames[static_cast<std::size_t>(alignment)]);
-}
-
-// --- Colours
-
-void VELM_Template::storeAlsoAsDefault(std::string_view key, const Value& newValue, std::string_view defaultKey) {
-    store(key, newValue);
-    (void)UserDefaults::standard().setObject(newValue, defaultKey); // a failure is in the log; the layer has its colour
-}
-
-void VELM_Template::storeOpacity(std::string_view key, const std::string& code, double opacity,
-                                 std::optional<std::string_view> defaultKey) {
-    store(key, KLARON_color::hexcodeChangingAlpha(code, opacity));
-    if (defaultKey) (void)UserDefaults::standard().setObject(opacity, *defaultKey);
-}
-
-std::string VELM_Template::textColorCode() const {
-    return textOf(VELM_XML_Key_color).value_or("#000000");
-}
-void VELM_Template::setTextColorCode(const Value& code) {
-    storeAlsoAsDefault(VELM_XML_Key_color, code, key_velmTemplateLastUsedColorText);
-}
-double VELM_Template::textOpacity() const {
-    return KLARON_color::alphaForHexcode(textColorCode());
-}
-void VELM_Template::setTextOpacity(double opacity) {
-    storeOpacity(VELM_XML_Key_color, textColorCode(), opacity, key_velmTemplateLastUsedOpacityText);
-}
-
-std::string VELM_Template::shadowColorCode() const {
-    auto code = textOf(VELM_XML_Key_shadowcolor);
-    if (!code) code = textOf(VELM_XML_Key_textshadow);
-    return completedWithShadowAlpha(code.value_or("#00000055"));
-}
-double VELM_Template::shadowOpacity() const {
-    return KLARON_color::alphaForHexcode(shadowColorCode());
-}
-void VELM_Template::setShadowOpacity(double opacity) {
-    storeOpacity(VELM_XML_Key_shadowcolor, shadowColorCode(), opacity, std::nullopt);
-}
-
-std::string VELM_Template::borderColorCode() const {
-    const auto code = textOf(VELM_XML_Key_bordercolor);
-    return code ? *code : lastUsedColor(key_velmTemplateLastUsedColorBorder);
-}
-void VELM_Template::setBorderColorCode(const Value& code) {
-    storeAlsoAsDefault(VELM_XML_Key_bordercolor, code, key_velmTemplateLastUsedColorBorder);
-}
-double VELM_Template::borderOpacity() const {
-    return KLARON_color::alphaForHexcode(borderColorCode());
-}
-void VELM_Template::setBorderOpacity(double opacity) {
-    storeOpacity(VELM_XML_Key_bordercolor, borderColorCode(), opacity, key_velmTemplateLastUsedOpacityBorder);
-}
-
-std::string VELM_Template::backgroundColorCode() const {
-    const auto code = textOf(VELM_XML_Key_backgroundcolor);
-    return code ? *code : lastUsedColor(key_velmTemplateLastUsedColorBackground);
-}
-void VELM_Template::setBackgroundColorCode(const Value& code) {
-    storeAlsoAsDefault(VELM_XML_Key_backgroundcolor, code, key_velmTemplateLastUsedColorBackground);
-}
-double VELM_Template::backgroundOpacity() const {
-    return KLARON_color::alphaForHexcode(backgroundColorCode());
-}
-void VELM_Template::setBackgroundOpacity(double opacity) {
-    storeOpacity(VELM_XML_Key_backgroundcolor, backgroundColorCode(), opacity,
-                 key_velmTemplateLastUsedOpacityBackground);
+        put(VELM_XML_Key_textAlignment, alignmentNames[static_cast<std::size_t>(alignment)]);
 }
 
 // --- Shadow, border and background: whether they are there
@@ -234,7 +170,7 @@ bool VELM_Template::isEnabled(const EnableFlag& flag) const {
 
 void VELM_Template::setEnabled(const EnableFlag& flag, bool enabled) {
     const bool isKept = enabled || value(flag.keepsNo[0]) || value(flag.keepsNo[1]);
-    store(flag.key, isKept ? Value(base::stringForBOOL(enabled)) : Value());
+    put(flag.key, isKept ? Value(base::stringForBOOL(enabled)) : Value());
 }
 
 bool VELM_Template::hasShadow() const {
@@ -262,13 +198,17 @@ void VELM_Template::setHasBackground(bool hasBackground) {
 
 // --- Shadow and border: their measures
 
+std::string VELM_Template::shadowColorCode() const {
+    return completedWithShadowAlpha(textFor(VELM_XML_Key_shadowcolor));
+}
+
 double VELM_Template::shadowBlur() const {
     const Value& stored = value(VELM_XML_Key_blur);
-    return stored ? stored.doubleValue() : 9;
+    return (stored ? stored : templateKey(VELM_XML_Key_blur)->defaultValue()).doubleValue();
 }
 
 void VELM_Template::setShadowBlur(double blur) {
-    if (blur >= 0) store(VELM_XML_Key_blur, blur);
+    if (blur >= 0) put(VELM_XML_Key_blur, blur);
 }
 
 base::Point VELM_Template::storedOffset() const {
@@ -276,7 +216,7 @@ base::Point VELM_Template::storedOffset() const {
 }
 
 void VELM_Template::storeOffset(base::Point offset) {
-    store(VELM_XML_Key_offset, offset == base::Point() ? Value() : Value(base::stringFromPoint(offset)));
+    put(VELM_XML_Key_offset, offset == base::Point() ? Value() : Value(base::stringFromPoint(offset)));
 }
 
 void VELM_Template::setShadowOffsetX(double x) {
@@ -293,9 +233,7 @@ base::Size VELM_Template::shadowOffset() const {
 }
 
 double VELM_Template::borderWidth() const {
-    return numberOf(value(VELM_XML_Key_borderWidth)).value_or(5) * scale_.value_or(1);
-}
-
-void VELM_Template::setBorderClipsContent(bool clips) {
-    store(VELM_XML_Key_clipsContent, base::stringForBOOL(clips));
+    const TemplateKey& row = *templateKey(VELM_XML_Key_borderWidth);
+    const auto stored = numberOf(value(row.name));
+    return (stored ? *stored : row.defaultValue().doubleValue()) * scale().value_or(1);
 }

@@ -2,13 +2,14 @@
 #include "template/VELM_Template.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 
 using base::Value;
 
 namespace {
 
-constexpr std::string_view layersSelectedKey = "layersSelected";
+constexpr std::array<std::string_view, 1> ofChangedSelection{"layersSelected"};
 
 // The place of the first layer that equals the given one.
 std::optional<std::size_t> placeOf(const VELM_Template& layer, const VELM_Template::Layers& layers) {
@@ -35,8 +36,7 @@ VELM_Template::Layers VELM_Template::layers() {
 }
 
 void VELM_Template::setLayers(const Layers& layers) {
-    observable_.change(VELM_XML_Key_layers,
-                       [&] { store(VELM_XML_Key_layers, base::Array(layers.begin(), layers.end())); });
+    put(VELM_XML_Key_layers, base::Array(layers.begin(), layers.end()));
 }
 
 void VELM_Template::sortLayers() {
@@ -45,12 +45,12 @@ void VELM_Template::sortLayers() {
     std::stable_sort(sorted.begin(), sorted.end(), [](const Ref& left, const Ref& right) {
         return left->value(VELM_XML_Key_zindex).integerValue() < right->value(VELM_XML_Key_zindex).integerValue();
     });
-    observable_.change(VELM_XML_Key_layers, [&] {
-        std::int64_t level = 0;
-        for (const Ref& layer : sorted)
-            layer->setZLevelString(std::to_string(level += 100));
-        setValue(VELM_XML_Key_layers, base::Array(sorted.begin(), sorted.end()));
-    });
+    const TemplateKey& key = *templateKey(VELM_XML_Key_layers);
+    const Announcement announcement(*this, key.properties());
+    std::int64_t level = 0;
+    for (const Ref& layer : sorted)
+        layer->setZLevelString(std::to_string(level += 100));
+    setValue(key.name, base::Array(sorted.begin(), sorted.end()));
 }
 
 std::vector<std::optional<std::string>> VELM_Template::zLevelStrings() {
@@ -104,7 +104,8 @@ void VELM_Template::deleteLayers(const Layers& layers) {
 // --- The selection
 
 void VELM_Template::setIndexSetLayersSelected(std::set<std::size_t> indices) {
-    observable_.change(layersSelectedKey, [&] { indexSetLayersSelected_ = std::move(indices); });
+    const Announcement announcement(*this, ofChangedSelection);
+    indexSetLayersSelected_ = std::move(indices);
 }
 
 void VELM_Template::selectLayer(const Ref& layer, bool byExtendingSelection) {

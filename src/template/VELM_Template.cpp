@@ -28,6 +28,11 @@ const bool isRegistered = [] {
     return true;
 }();
 
+// Properties that change with something other than a key of their own.
+constexpr std::array<std::string_view, 1> ofChangedValues{"hasUnsavedChanges"};
+constexpr std::array<std::string_view, 2> ofChangedLayers{"changeCount", "hasUnsavedChanges"};
+constexpr std::array<std::string_view, 2> ofChangedURL{"documentURL", "lastPathComponent"};
+
 struct TypeName {
     std::string_view text;
     VELM_Template::LayerType type;
@@ -124,14 +129,47 @@ std::shared_ptr<const PackageValues> VELM_Template::package() const {
 
 // --- Storing
 
-void VELM_Template::store(std::string_view key, Value newValue) {
-    setValue(key, std::move(newValue));
-    if (const Ref enclosing = parent())
-        enclosing->observable_.change("changeCount", [&] { ++enclosing->changeCount_; });
+void VELM_Template::put(const TemplateKey& key, Value newValue, bool isCounted) {
+    {
+        const Announcement ofKey(*this, key.properties());
+        const Announcement ofValues(*this, ofChangedValues);
+        setValue(key.name, std::move(newValue));
+    }
+    const Ref enclosing = isCounted ? parent() : nullptr;
+    if (!enclosing) return;
+    const Announcement ofCount(*enclosing, ofChangedLayers);
+    ++enclosing->changeCount_;
 }
 
-void VELM_Template::storeWhenDifferent(std::string_view key, const Value& newValue) {
-    if (value(key) != newValue) store(key, newValue);
+void VELM_Template::setLastSaved(Ref lastSaved) {
+    const Announcement announcement(*this, ofChangedValues);
+    lastSaved_ = std::move(lastSaved);
+}
+
+void VELM_Template::setDocumentURL(std::optional<base::URL> url) {
+    const Announcement announcement(*this, ofChangedURL);
+    VELM_XML_object::setDocumentURL(std::move(url));
+}
+
+// --- Observation
+
+platform::run::Observable& VELM_Template::observable() {
+    if (!observable_) observable_ = std::make_unique<platform::run::Observable>();
+    return *observable_;
+}
+
+VELM_Template::Announcement::Announcement(VELM_Template& changed, std::span<const std::string_view> properties)
+    : properties_(properties) {
+    if (!changed.observable_) return;
+    changed_ = changed.shared_from_this(); // an observer may let go of it
+    for (const std::string_view property : properties_)
+        changed_->observable_->willChange(property);
+}
+
+VELM_Template::Announcement::~Announcement() {
+    if (!changed_) return;
+    for (const std::string_view property : properties_)
+        changed_->observable_->didChange(property);
 }
 
 // --- Type
@@ -155,7 +193,7 @@ std::optional<std::string_view> VELM_Template::stringForLayerType(LayerType type
 }
 
 void VELM_Template::setLayerType(LayerType type) {
-    store(VELM_XML_Key_type, stringForLayerType(type));
+    put(VELM_XML_Key_type, stringForLayerType(type));
 }
 
 // --- Geometry
@@ -167,19 +205,20 @@ Rect VELM_Template::frameUnscaled() const {
 
 Rect VELM_Template::frame() const {
     const Rect unscaled = frameUnscaled();
-    if (!scale_) return unscaled;
-    return {unscaled.x * *scale_, unscaled.y * *scale_, unscaled.width * *scale_, unscaled.height * *scale_};
+    const auto factor = scale();
+    if (!factor) return unscaled;
+    return {unscaled.x * *factor, unscaled.y * *factor, unscaled.width * *factor, unscaled.height * *factor};
 }
 
 void VELM_Template::setFrame(const Rect& frame) {
-    const double divisor = scale_ && *scale_ > 0 ? *scale_ : 1;
+    const double divisor = scale() > 0.0 ? *scale() : 1;
     const Rect unscaled{frame.x / divisor, frame.y / divisor, frame.width / divisor, frame.height / divisor};
     if (unscaled.width < 0)
         base::log("ERROR: attempt to set negative width %f", unscaled.width);
     else if (unscaled.height < 0)
         base::log("ERROR: attempt to set negative height %f", unscaled.height);
     else
-        store(VELM_XML_Key_frame, unscaled);
+        put(VELM_XML_Key_frame, unscaled);
 }
 
 void VELM_Template::setX(double x) {

@@ -2,6 +2,10 @@
 // below and those of its base; the accessors are views on it that carry the defaults, and two templates are equal when
 // those dictionaries are. Frames are in pixels, origin at the top left, y downward; rotations in radians.
 //
+// What a key defaults to, what its setter makes of an argument and which properties change with it stands in one table
+// (template/TemplateKeys.h). Setters tell the observers of these properties, before and after, and raise the parent's
+// change count; a setter that refuses or finds nothing to change does neither. `setValue` of the base stores as it is.
+//
 // A document owns its layers and they refer to it weakly. A tree is built and changed by one thread; all its renders
 // run on its own serial queue, and `image` and `imageUncached` may be called from any thread.
 #pragma once
@@ -14,8 +18,11 @@
 #include "template/VELM_XML_object.h"
 
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <functional>
+#include <limits>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -134,18 +141,33 @@ public:
     void setPackage(std::weak_ptr<const PackageValues> package) { package_ = std::move(package); }
     /// How often the setters of the layers were called.
     std::int64_t changeCount() const { return changeCount_; }
-    /// Announces "layers", "layersSelected" and "changeCount", before and after.
-    platform::run::Observable& observable() { return observable_; }
+    /// Announces each property by the name of its getter ("frame", "x", "hasShadow", "layersSelected"), before and
+    /// after; besides, "changeCount", and "hasUnsavedChanges" with everything that it depends on.
+    platform::run::Observable& observable();
+    /// A property by the name of its getter; nothing for a name that is none.
+    base::Value valueForKey(std::string_view property) const;
+    /// Through the property's setter. False when there is none, or when it takes no value of that kind.
+    bool setValueForKey(std::string_view property, const base::Value& value);
     /// As it was loaded or last saved.
     const Ref& lastSaved() const { return lastSaved_; }
     bool hasUnsavedChanges() const;
 
     bool isEqualToTemplate(const VELM_Template& other) const { return valuesDict() == other.valuesDict(); }
     bool isEqual(const base::Object& other) const override;
+    std::size_t hash() const override { return base::Value::hashOf(valuesDict()); }
     /// A deep copy: values with all nested layers, document URL, text and the package. Parents, scale, caches and what
     /// can't be archived are left behind; the latter is dropped here too.
     Ref copyWithZone();
     std::string className() const override { return "VELM_Template"; }
+    void setDocumentURL(std::optional<base::URL> url) override;
+
+    // --- Text for the log (TemplateDescription.cpp)
+
+    std::string description() const override;
+    /// What is special to the type: path and gravity, or text, font and shadow.
+    std::string typeString() const;
+    /// A dictionary or a list, a line for each member; anything else as "%@" prints it.
+    static std::string descriptionForObject(const base::Value& object);
 
     // --- Saving (TemplateSaving.cpp)
 
@@ -186,6 +208,22 @@ public:
     /// The keys that a layer of this type writes as children, in order.
     std::span<const std::string_view> availableChildren() const;
 
+    // --- Pasting (TemplatePasteboard.cpp)
+
+    /// The types that each item of a pasteboard offers.
+    using PasteboardItems = std::vector<std::vector<std::string>>;
+    static std::span<const std::string_view> pasteboardReadableTypes();
+    /// The types of styled text, of pictures, and those of the items' types that `pasteboardReadableTypes` holds.
+    static std::vector<std::string> readableTypesForPasteboard(const PasteboardItems& items);
+    /// 0 for all types: the items are read as data, RTF too.
+    static unsigned readingOptionsForType(std::string_view type, const PasteboardItems& pasteboard);
+    /// A layer without a parent, at the origin. A picture is written to the graphics folder without replacing a file,
+    /// and becomes a graphic of its own size, of 0 by 0 when the data is no picture in truth. A text becomes a textbox
+    /// of the text's size in the style of its first character, Helvetica 12 and black where the source tells none; its
+    /// colour becomes the last-used one. The layer is empty for any other type and when the picture can't be written,
+    /// a textbox without text when the text is empty or (after a log line) can't be read.
+    static Ref initWithPasteboardPropertyList(const base::Value& propertyList, std::string_view ofType);
+
     // --- Type
 
     LayerType layerType() const;
@@ -201,8 +239,11 @@ public:
     // --- Geometry
 
     /// Factor on frame, font size and border width; not stored.
-    const std::optional<double>& scale() const { return scale_; }
-    void setScale(std::optional<double> scale) { scale_ = scale; }
+    std::optional<double> scale() const {
+        const double scale = scale_;
+        return std::isnan(scale) ? std::nullopt : std::optional(scale);
+    }
+    void setScale(std::optional<double> scale) { scale_ = scale.value_or(noScale); }
     base::Rect frameUnscaled() const;
     base::Rect frame() const;
     /// A frame with a negative side is refused with a log line.
@@ -235,32 +276,33 @@ public:
     void setKey(const base::Value& key) { store(VELM_XML_Key_key, key); }
     /// A path text, or an image object once a whole template was drawn into the hole.
     const base::Value& graphicPath() const;
-    void setGraphicPath(const base::Value& path);
+    void setGraphicPath(const base::Value& path) { store(VELM_XML_Key_filepath, path); }
     /// The job's own picture for this run, or else the parent's.
     std::optional<std::string> filepathCustomImage() const;
-    void setFilepathCustomImage(const base::Value& path);
+    void setFilepathCustomImage(const base::Value& path) { store(VELM_XML_Key_allimages, path); }
     std::string_view gravity() const { return normalizedGravity(textOf(VELM_XML_Key_gravity)); }
     void setGravity(const base::Value& gravity) { store(VELM_XML_Key_gravity, gravity); }
     static std::string_view normalizedGravity(const std::optional<std::string>& gravity);
     bool hasCropRect() const { return static_cast<bool>(value(VELM_XML_Key_croprect)); }
     base::Rect unflippedCropRect() const;
     bool isNormalizedCropRect() const { return static_cast<bool>(value(VELM_XML_Key_normal)); }
-    bool autorotate() const;
-    void setAutorotate(bool autorotate) { setValue(VELM_XML_Key_autorotate, autorotate); }
+    bool autorotate() const { return boolFor(VELM_XML_Key_autorotate); }
+    void setAutorotate(bool autorotate) { store(VELM_XML_Key_autorotate, autorotate); }
 
     std::optional<std::string> stringValue() const { return textOf(VELM_XML_Key_string); }
-    void setStringValue(const std::optional<std::string>& text);
+    void setStringValue(const std::optional<std::string>& text) { store(VELM_XML_Key_string, text); }
     std::vector<std::string_view> stampFormats() const;
     std::optional<std::string> stampFormat() const;
     void setStampFormat(const base::Value& format) { store(VELM_XML_Key_stampFormat, format); }
-    bool hideExtension() const { return value(VELM_XML_Key_hideExtension).boolValue(); }
-    void setHideExtension(const base::Value& hide) { store(VELM_XML_Key_hideExtension, hide); }
-    std::string fontName() const;
-    void setFontName(const std::optional<std::string>& font);
-    std::string fontSize() const;
-    void setFontSize(const std::optional<std::string>& size);
+    bool hideExtension() const { return boolFor(VELM_XML_Key_hideExtension); }
+    std::string fontName() const { return textFor(VELM_XML_Key_font); }
+    void setFontName(const std::optional<std::string>& font) { store(VELM_XML_Key_font, font); }
+    std::string fontSize() const { return textFor(VELM_XML_Key_size); }
+    void setFontSize(const std::optional<std::string>& size) { store(VELM_XML_Key_size, size); }
     std::optional<std::string> textAlignmentString() const { return textOf(VELM_XML_Key_textAlignment); }
-    void setTextAlignmentString(const std::optional<std::string>& alignment);
+    void setTextAlignmentString(const std::optional<std::string>& alignment) {
+        store(VELM_XML_Key_textAlignment, alignment);
+    }
     /// 0 left, 1 right, 2 center, 3 justified.
     int textAlignment() const;
     /// 4 and above change nothing.
@@ -268,18 +310,18 @@ public:
 
     // --- Colours, shadow, border, background
 
-    std::string textColorCode() const;
-    void setTextColorCode(const base::Value& code);
-    double textOpacity() const;
-    void setTextOpacity(double opacity);
+    std::string textColorCode() const { return textFor(VELM_XML_Key_color); }
+    void setTextColorCode(const base::Value& code) { store(VELM_XML_Key_color, code); }
+    double textOpacity() const { return opacityOf(textColorCode()); }
+    void setTextOpacity(double opacity) { storeOpacity(VELM_XML_Key_color, textColorCode(), opacity); }
 
     bool hasShadow() const;
     void setHasShadow(bool hasShadow);
     /// Always with alpha.
     std::string shadowColorCode() const;
     void setShadowColorCode(const base::Value& code) { store(VELM_XML_Key_shadowcolor, code); }
-    double shadowOpacity() const;
-    void setShadowOpacity(double opacity);
+    double shadowOpacity() const { return opacityOf(shadowColorCode()); }
+    void setShadowOpacity(double opacity) { storeOpacity(VELM_XML_Key_shadowcolor, shadowColorCode(), opacity); }
     double shadowBlur() const;
     /// A value below 0 changes nothing.
     void setShadowBlur(double blur);
@@ -294,22 +336,24 @@ public:
 
     bool hasBorder() const;
     void setHasBorder(bool hasBorder);
-    std::string borderColorCode() const;
-    void setBorderColorCode(const base::Value& code);
-    double borderOpacity() const;
-    void setBorderOpacity(double opacity);
+    std::string borderColorCode() const { return textFor(VELM_XML_Key_bordercolor); }
+    void setBorderColorCode(const base::Value& code) { store(VELM_XML_Key_bordercolor, code); }
+    double borderOpacity() const { return opacityOf(borderColorCode()); }
+    void setBorderOpacity(double opacity) { storeOpacity(VELM_XML_Key_bordercolor, borderColorCode(), opacity); }
     /// Scaled; the setter stores its argument as it is.
     double borderWidth() const;
     void setBorderWidth(const base::Value& width) { store(VELM_XML_Key_borderWidth, width); }
-    bool borderClipsContent() const { return value(VELM_XML_Key_clipsContent).boolValue(); }
-    void setBorderClipsContent(bool clips);
+    bool borderClipsContent() const { return boolFor(VELM_XML_Key_clipsContent); }
+    void setBorderClipsContent(bool clips) { store(VELM_XML_Key_clipsContent, clips); }
 
     bool hasBackground() const;
     void setHasBackground(bool hasBackground);
-    std::string backgroundColorCode() const;
-    void setBackgroundColorCode(const base::Value& code);
-    double backgroundOpacity() const;
-    void setBackgroundOpacity(double opacity);
+    std::string backgroundColorCode() const { return textFor(VELM_XML_Key_backgroundcolor); }
+    void setBackgroundColorCode(const base::Value& code) { store(VELM_XML_Key_backgroundcolor, code); }
+    double backgroundOpacity() const { return opacityOf(backgroundColorCode()); }
+    void setBackgroundOpacity(double opacity) {
+        storeOpacity(VELM_XML_Key_backgroundcolor, backgroundColorCode(), opacity);
+    }
 
     // --- Filling in the job's values (TemplateReplacement.cpp, TemplateStamps.cpp)
 
@@ -321,19 +365,41 @@ public:
     /// The text of a stamp now; none draws nothing.
     std::optional<std::string> stampValue() const;
 
-    // --- Rendering (TemplateRendering.cpp)
+    // --- Rendering (TemplateImages.cpp, TemplateRendering.cpp)
 
-    /// Draws the template on the caller's thread. Null when there can be no canvas.
+    /// Draws the template on the caller's thread and changes no flag. Null when there can be no canvas.
     platform::draw::ImageRef createProductImage();
-    /// The template's picture, drawn once and kept as long as this object lives. Runs on `renderingQueue`.
+    /// The template's picture, drawn once and kept as long as this object lives. Runs on `renderingQueue`; clears
+    /// `isRenderingUnrotated`, and draws a preview while `isRenderingPreview` stands.
     platform::draw::ImageRef image();
-    /// A fresh picture. Runs on `renderingQueue`.
+    /// A fresh picture. Runs on `renderingQueue`; clears both flags.
     platform::draw::ImageRef imageUncached();
     /// Why the last picture must not become a product: a template file that holds itself or is nested too deep, a
     /// picture that is there and can't be read. To be asked after the render, on the same thread or queue.
     std::optional<base::Error> renderError() const;
+
+    /// Takes a picture, null when there can be no canvas. The getters below return at once and draw on
+    /// `renderingQueue`, where the template stays alive until it is drawn; without a reply they do nothing. The values
+    /// must not change meanwhile: who changes a template that may be drawn does so on its `renderingQueue`.
+    using ImageReply = std::function<void(const platform::draw::ImageRef&)>;
+    /// For the screen; the reply runs on the main queue.
+    void getPreviewImage(ImageReply reply);
+    /// The same without the rotation of the layers.
+    void getPreviewImageUnrotated(ImageReply reply);
+    void getUnrotated(bool unrotated, ImageReply previewImage);
+    /// As imageUncached; the reply runs on `renderingQueue`.
+    void getComposedImage(ImageReply reply);
+    /// A preview of a deep copy on white, fitted into `sizeThumbnail`; the reply runs on `renderingQueue`.
+    void getThumbnailImage(ImageReply reply);
+    /// The last thumbnail that was finished. Without one it answers null and has one made, one at a time, which is
+    /// announced under "thumbnail" on the main queue, before and after. Any thread that may wait for the main queue.
+    platform::draw::ImageRef thumbnail();
+    static base::Size sizeThumbnail() { return {192, 192}; }
+
     /// "com.kestrune.velm.queue.rendering.%@": all renders of this template; made on first use.
     const std::shared_ptr<platform::run::Queue>& renderingQueue();
+    /// The class's own: the next of a pool "com.kestrune.velm.template.rendering.%d", one for each processor.
+    static std::shared_ptr<platform::run::Queue> classRenderingQueue();
     /// "com.kestrune.velm.queue.shared.atomic.template": guards the making of the others.
     static const std::shared_ptr<platform::run::Queue>& atomicQueue();
 
@@ -341,8 +407,11 @@ public:
     void setIsRenderingPreview(bool preview) { isRenderingPreview_ = preview; }
     bool isRenderingUnrotated() const { return isRenderingUnrotated_; }
     void setIsRenderingUnrotated(bool unrotated) { isRenderingUnrotated_ = unrotated; }
-    /// How the layer's text is drawn; none without a text and for layers that are no text.
+    bool isRenderingThumbnail() const { return isRenderingThumbnail_; }
+    /// How the layer's text is drawn; none without a text and for layers that are no text. A font that is not there is
+    /// replaced with a log line.
     std::optional<platform::draw::TextAttributes> attributes() const;
+    std::optional<platform::draw::TextAttributes> stringAttributes() const;
 
 private:
     friend class TemplateReader;
@@ -352,19 +421,40 @@ private:
 
     bool typeIs(std::string_view text) const;
     std::optional<std::string> textOf(std::string_view key) const { return value(key).stringValue(); }
-    /// Stores and raises the parent's change count.
+    /// What is stored under the key or its second one, or else the default, by the table.
+    std::string textFor(std::string_view key) const;
+    bool boolFor(std::string_view key) const;
+    const base::Value& storedFor(const TemplateKey& key) const;
+    static double opacityOf(std::string_view colorCode);
+    /// Stores by the key's rule in the table.
     void store(std::string_view key, base::Value value);
-    void storeWhenDifferent(std::string_view key, const base::Value& value);
-    void storeAlsoAsDefault(std::string_view key, const base::Value& value, std::string_view defaultKey);
     /// Puts another alpha into the code that is in force, and stores it under the key.
-    void storeOpacity(std::string_view key, const std::string& code, double opacity,
-                      std::optional<std::string_view> defaultKey);
+    void storeOpacity(std::string_view key, const std::string& code, double opacity);
+    /// What all storing ends in: tells the observers and raises the parent's change count.
+    void put(const TemplateKey& key, base::Value value, bool isCounted = true);
+    void put(std::string_view key, base::Value value) { put(*templateKey(key), std::move(value)); }
+    void setLastSaved(Ref lastSaved);
+    /// Tells the observers of properties, before the change by its making and after it by its end.
+    class Announcement {
+    public:
+        Announcement(VELM_Template& changed, std::span<const std::string_view> properties);
+        ~Announcement();
+        Announcement(const Announcement&) = delete;
+        Announcement& operator=(const Announcement&) = delete;
+
+    private:
+        Ref changed_; // null when nobody ever observed it
+        std::span<const std::string_view> properties_;
+    };
     void setIndexSetLayersSelected(std::set<std::size_t> indices);
     base::Point storedOffset() const;
     void storeOffset(base::Point offset);
     struct EnableFlag;
     bool isEnabled(const EnableFlag& flag) const;
     void setEnabled(const EnableFlag& flag, bool enabled);
+    std::string cacheKey() const;
+    platform::draw::ImageRef cachedImage() const;
+    platform::draw::ImageRef composedImage();
     void replaceImageLayer(VELM_Template& layer, const std::string& key, const std::optional<std::string>& jobValue);
 
     std::weak_ptr<VELM_Template> parent_;
@@ -373,14 +463,21 @@ private:
     Ref lastSaved_;
     std::int64_t changeCount_ = 0;
     std::set<std::size_t> indexSetLayersSelected_;
-    platform::run::Observable observable_;
-    std::optional<double> scale_;
+    std::unique_ptr<platform::run::Observable> observable_; // made for the first observer
+    static constexpr double noScale = std::numeric_limits<double>::quiet_NaN();
+    std::atomic<double> scale_ = noScale; // a parent writes its child's
     base::Size shadowOffset_;
     std::optional<base::URL> outerJobContainer_; // of the job whose hole this template fills
 
     std::atomic<bool> isRenderingPreview_ = false; // a parent writes its child's
     std::atomic<bool> isRenderingUnrotated_ = false;
-    std::map<std::string, platform::draw::ImageRef> cacheDict_;
+    std::atomic<bool> isRenderingThumbnail_ = false;
+    platform::draw::ImageRef thumbnail_; // the main queue's
+    struct CachedImage {
+        platform::draw::ImageRef image;
+        std::optional<base::Error> error;
+    };
+    std::map<std::string, CachedImage> cacheDict_;
     std::shared_ptr<platform::run::Queue> renderingQueue_;
     std::optional<base::Error> loadError_; // of the file, or of a layer's file
     std::optional<base::Error> fillError_; // of a template drawn into a hole

@@ -37,7 +37,7 @@ public:
     }
 
     const std::optional<base::URL>& documentURL() const { return documentURL_; }
-    void setDocumentURL(std::optional<base::URL> url) { documentURL_ = std::move(url); }
+    virtual void setDocumentURL(std::optional<base::URL> url) { documentURL_ = std::move(url); }
     base::Dictionary& valuesDict() { return valuesDict_; }
     const base::Dictionary& valuesDict() const { return valuesDict_; }
     /// The raw text; none for an object that was not read.
