@@ -80,6 +80,7 @@ public:
         static_cast<void>(isReady);
         const auto marked = utf8ByMark(bytes);
         if (marked) bytes = *marked;
+        if (bytes.empty()) return collector_.finish(); // which the parser takes for a failure
         const Parser parser(htmlCreateMemoryParserCtxt(bytes.data(), static_cast<int>(bytes.size())));
         if (!parser) return base::failure(styledTextError("no memory for it"));
         parser_ = parser.get();
