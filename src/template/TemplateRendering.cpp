@@ -1,21 +1,17 @@
 // From the tree to one picture: what each layer is drawn from, where, and in which style.
-#include "template/VELM_Template.h"
-
 #include "base/Log.h"
 #include "folders/QueueHelpers.h"
-#include "imaging/KLARON_Image.h"
 #include "internal/PlaceholderPicture.h"
-#include "platform/draw/BitmapContext.h"
-#include "platform/run/Queue.h"
+#include "internal/TemplateRenderer.h"
 
 #include <array>
 #include <filesystem>
-#include <initializer_list>
 
 using base::Rect;
 using base::URL;
 using base::Value;
 using platform::draw::BitmapContext;
+using platform::draw::BitmapContextRef;
 using platform::draw::ImageRef;
 using platform::draw::Quality;
 
@@ -39,6 +35,10 @@ std::optional<int> quarterTurned(int orientation) {
     }
 }
 
+BitmapContextRef canvasOf(const VELM_Template& drawn) {
+    return BitmapContext::create(drawn.width(), drawn.height(), KLARON_color::colorSpace());
+}
+
 base::Error noCanvasError(const VELM_Template& container) {
     return {
         std::string(base::posixErrorDomain), -3,
@@ -51,145 +51,167 @@ bool isLandscape(base::Size size) {
 
 } // namespace
 
-// One render of one template.
-class TemplateRenderer {
-public:
-    explicit TemplateRenderer(VELM_Template& drawn) : drawn_(drawn) {}
-
-    ImageRef render();
-    const std::optional<base::Error>& error() const { return error_; }
-
-private:
-    void drawLayer(VELM_Template& layer);
-    KLARON_ImageRef imageOf(VELM_Template& layer);
-    KLARON_ImageRef imageOfText(const VELM_Template& layer);
-    KLARON_ImageRef imageOfContainer(VELM_Template& layer);
-    KLARON_ImageRef pictureOf(VELM_Template& layer);
-    KLARON_ImageRef search(VELM_Template& layer);
-    KLARON_ImageRef open(const ImageObject& object);
-    void fail(const base::Error& error) {
-        if (!error_) error_ = error;
-    }
-
-    VELM_Template& drawn_;
-    platform::draw::BitmapContextRef canvas_;
-    std::optional<base::Error> error_;
-    std::optional<base::Error> unreadable_; // the first picture of a layer that is there and can't be opened
-};
-
 ImageRef TemplateRenderer::render() {
-    canvas_ = BitmapContext::create(drawn_.width(), drawn_.height(), KLARON_color::colorSpace());
-    if (!canvas_) return nullptr;
-    canvas_->setQuality(drawn_.isRenderingPreview() ? Quality::preview : Quality::final);
+    const BitmapContextRef canvas = canvasOf(drawn_);
+    if (!canvas) return nullptr;
+    canvas->setQuality(drawn_.isRenderingPreview() ? Quality::preview : Quality::final);
     if (drawn_.hasBackground()) {
         // Always white, and at the frame's own place.
-        canvas_->saveState();
-        canvas_->setFillColor(*KLARON_color::colorForHexcode("FFFFFF"));
-        canvas_->fillRect(drawn_.frame());
-        canvas_->restoreState();
+        canvas->saveState();
+        canvas->setFillColor(*KLARON_color::colorForHexcode("FFFFFF"));
+        canvas->fillRect(drawn_.frame());
+        canvas->restoreState();
     }
-    auto layers = drawn_.layers();
+    for (const auto& layer : drawingList()) {
+        const PlacedLayer placed = place(*layer, Purpose::drawing);
+        if (!placed.image) continue;
+        placed.image->setDrawingContext(canvas);
+        placed.image->draw();
+    }
+    if (canvas->drawError()) fail(*canvas->drawError());
+    return canvas->makeImage();
+}
+
+// A render reads the layers without making an empty list, which would count as a change.
+VELM_Template::Layers TemplateRenderer::drawingList() const {
+    VELM_Template::Layers layers;
+    if (const auto* stored = drawn_.value(VELM_XML_Key_layers).as<base::Array>())
+        for (const Value& member : *stored)
+            if (auto layer = member.object<VELM_Template>()) layers.push_back(std::move(layer));
     if (layers.empty()) layers.push_back(drawn_.shared_from_this());
-    for (const auto& layer : layers)
-        drawLayer(*layer);
-    if (canvas_->drawError()) fail(*canvas_->drawError());
-    return canvas_->makeImage();
+    return layers;
 }
 
-void TemplateRenderer::drawLayer(VELM_Template& layer) {
+TemplateRenderer::PlacedLayer TemplateRenderer::place(VELM_Template& layer, Purpose purpose) {
+    PlacedLayer placed;
     layer.setScale(drawn_.scale());
-    Rect place = layer.frame();
-    if (&layer == &drawn_) place.x = place.y = 0;
-    if (VELM_Template::isFlipped()) place.y = drawn_.frame().height - place.height - place.y;
+    placed.frame = layer.frame();
+    if (&layer == &drawn_) placed.frame.x = placed.frame.y = 0;
+    makeImage(layer, purpose, placed);
+    if (!placed.image) return placed;
 
-    const KLARON_ImageRef image = imageOf(layer);
-    if (!image) return;
-    image->setDrawingContext(canvas_);
-    image->setDestinationRect(place);
-    image->setContentsGravity(std::string(layer.gravity()));
-    if (layer.hasBackground()) image->setBackgroundColorCode(layer.backgroundColorCode());
+    KLARON_Image& image = *placed.image;
+    Rect destination = placed.frame;
+    if (VELM_Template::isFlipped()) destination.y = flipped(destination.y, destination.height);
+    image.setDestinationRect(destination);
+    image.setContentsGravity(std::string(layer.gravity()));
+    if (layer.hasBackground()) image.setBackgroundColorCode(layer.backgroundColorCode());
     const Value& rotation = layer.rotation();
-    if (rotation && !drawn_.isRenderingUnrotated()) image->setRotation(rotation.doubleValue());
-    image->setHasBorder(layer.hasBorder());
+    if (rotation && !drawn_.isRenderingUnrotated()) image.setRotation(rotation.doubleValue());
+    image.setHasBorder(layer.hasBorder());
     if (layer.hasBorder()) {
-        image->setBorderColorCode(layer.borderColorCode());
-        image->setBorderWidth(layer.borderWidth());
-        image->setBorderClipsContent(layer.borderClipsContent());
+        image.setBorderColorCode(layer.borderColorCode());
+        image.setBorderWidth(layer.borderWidth());
+        image.setBorderClipsContent(layer.borderClipsContent());
     }
-    image->setHasShadow(layer.hasShadow());
+    image.setHasShadow(layer.hasShadow());
     if (layer.hasShadow()) {
-        image->setShadowOffset(layer.shadowOffset());
-        image->setShadowBlur(layer.shadowBlur());
-        image->setShadowColorCode(layer.shadowColorCode());
+        image.setShadowOffset(layer.shadowOffset());
+        image.setShadowBlur(layer.shadowBlur());
+        image.setShadowColorCode(layer.shadowColorCode());
     }
-    image->draw();
+    return placed;
 }
 
-KLARON_ImageRef TemplateRenderer::imageOf(VELM_Template& layer) {
+void TemplateRenderer::makeImage(VELM_Template& layer, Purpose purpose, PlacedLayer& placed) {
     switch (layer.layerType()) {
     case VELM_Template::LayerTypeTextbox:
     case VELM_Template::LayerTypeStamp:
-        return imageOfText(layer);
+        return makeText(layer, purpose, placed);
     case VELM_Template::LayerTypeContainer:
-        return imageOfContainer(layer);
+        return makeContainer(layer, purpose, placed);
     case VELM_Template::LayerTypeImage:
     case VELM_Template::LayerTypeGraphic:
-        return pictureOf(layer);
+        return makePicture(layer, placed);
     default:
-        return nullptr;
+        placed.omission = LayerOmission::typeIsNotDrawn;
     }
 }
 
-KLARON_ImageRef TemplateRenderer::imageOfText(const VELM_Template& layer) {
+void TemplateRenderer::makeText(const VELM_Template& layer, Purpose purpose, PlacedLayer& placed) {
     std::optional<std::string> text;
     if (layer.layerType() == VELM_Template::LayerTypeTextbox) text = layer.stringValue();
     if (!text) text = layer.stampValue();
-    return text ? KLARON_Image::imageWithDrawingString(*text, layer.attributes()) : nullptr;
+    if (!text) {
+        placed.omission = LayerOmission::noText;
+        return;
+    }
+    // A stamp without a text of its own has no attributes either.
+    const auto attributes = attributesOf(layer, purpose == Purpose::drawing);
+    placed.text = {*std::move(text), attributes.value_or(platform::draw::TextAttributes{})};
+    placed.image = KLARON_Image::imageWithDrawingString(*placed.text);
 }
 
-KLARON_ImageRef TemplateRenderer::imageOfContainer(VELM_Template& layer) {
-    layer.setIsRenderingPreview(drawn_.isRenderingPreview());
-    if (&layer == &drawn_) return nullptr;
-    const ImageRef drawn = layer.image();
-    if (const auto error = layer.renderError()) fail(*error);
-    // A frame that holds no pixel shows nothing; one that is too large for a canvas must not pass for that.
-    else if (!drawn && layer.width() >= 1 && layer.height() >= 1)
-        fail(noCanvasError(layer));
-    return drawn ? KLARON_Image::initWithCGImage(drawn) : nullptr;
+void TemplateRenderer::makeContainer(VELM_Template& layer, Purpose purpose, PlacedLayer& placed) {
+    placed.omission = LayerOmission::noCanvas;
+    if (&layer == &drawn_) {
+        layer.setIsRenderingPreview(drawn_.isRenderingPreview());
+        return;
+    }
+    ImageRef picture;
+    // As one step, so that the picture and its error are those of this state when others draw the container too.
+    folders::performSyncOnQueue(layer.renderingQueue(), [&] {
+        layer.setIsRenderingPreview(drawn_.isRenderingPreview());
+        if (purpose == Purpose::layout) {
+            // The canvas alone: its memory is not touched.
+            picture = layer.cachedImage();
+            if (const auto canvas = picture ? nullptr : canvasOf(layer)) picture = canvas->makeImage();
+            return;
+        }
+        picture = layer.image();
+        if (const auto error = layer.renderError()) fail(*error);
+        // A frame that holds no pixel shows nothing; one that is too large for a canvas must not pass for that.
+        else if (!picture && layer.width() >= 1 && layer.height() >= 1)
+            fail(noCanvasError(layer));
+    });
+    if (!picture) return;
+    placed.omission = LayerOmission::none;
+    placed.image = KLARON_Image::initWithCGImage(picture);
 }
 
-KLARON_ImageRef TemplateRenderer::pictureOf(VELM_Template& layer) {
+void TemplateRenderer::makePicture(VELM_Template& layer, PlacedLayer& placed) {
     const bool isHole = layer.layerType() == VELM_Template::LayerTypeImage;
     const bool isPreview = drawn_.isRenderingPreview();
-    const Value path = layer.graphicPath();
-    if (!isHole && !path) return nullptr;
+    const ImageObject path = layer.graphicPath();
+    placed.omission = LayerOmission::noPath;
+    if (!isHole && !path) return;
 
     unreadable_.reset();
-    KLARON_ImageRef image;
-    if (!isHole && isPreview) image = KLARON_Image::previewImageWithObject(path);
-    if (!image && path) image = open(path);
-    if (!image) image = search(layer);
-    if (!image && isHole && !isPreview) image = open(drawn_.filepathCustomImage());
-    if (!image && unreadable_) fail(*unreadable_);
-    if (!image && isHole && isPreview) {
-        if (const auto placeholder = placeholderPicture(layer.frame().size()))
-            image = KLARON_Image::initWithCGImage(placeholder);
+    if (path) {
+        placed.omission = LayerOmission::missingPicture;
+        if (!isHole && isPreview) placed.image = KLARON_Image::previewImageWithObject(path);
+        if (const auto file = placed.image ? path.fileURL() : std::nullopt) placed.file = file->path();
+        if (!placed.image && !open(path, placed) && path.as<std::string>()) search(*path.as<std::string>(), placed);
     }
-    if (!image) return nullptr;
+    if (const auto own = drawn_.filepathCustomImage(); own && !placed.image && isHole && !isPreview) {
+        placed.omission = LayerOmission::missingPicture;
+        open(*own, placed);
+    }
+    if (!placed.image && unreadable_) {
+        placed.omission = LayerOmission::unreadablePicture;
+        fail(*unreadable_);
+    }
+    if (!placed.image && isHole && isPreview) {
+        if (const auto placeholder = placeholderPicture(placed.frame.size())) {
+            placed.image = KLARON_Image::initWithCGImage(placeholder);
+            placed.isPlaceholder = true;
+        }
+    }
+    if (!placed.image) return;
+    placed.omission = LayerOmission::none;
 
-    if (isHole && layer.autorotate() && isLandscape(image->orientedSize()) != isLandscape(layer.frame().size())) {
-        if (const auto turned = quarterTurned(image->orientation())) image->setOrientationForced(*turned);
+    KLARON_Image& image = *placed.image;
+    if (isHole && layer.autorotate() && isLandscape(image.orientedSize()) != isLandscape(placed.frame.size())) {
+        if (const auto turned = quarterTurned(image.orientation())) image.setOrientationForced(*turned);
     }
     if (layer.hasCropRect() && !layer.unflippedCropRect().isEmpty()) {
-        image->setCropRect(layer.unflippedCropRect());
-        image->setIsNormalizedCropRect(layer.isNormalizedCropRect());
+        image.setCropRect(layer.unflippedCropRect());
+        image.setIsNormalizedCropRect(layer.isNormalizedCropRect());
     }
-    return image;
 }
 
-KLARON_ImageRef TemplateRenderer::search(VELM_Template& layer) {
-    const auto path = layer.graphicPath().text();
-    if (!drawn_.documentURL() || !path) return nullptr;
+void TemplateRenderer::search(const std::string& path, PlacedLayer& placed) {
+    if (!drawn_.documentURL()) return;
     const std::string document = drawn_.documentURL()->path();
     const URL prefix = URL::fileURLWithPath(document.substr(0, document.find("Templates/")));
     const auto package = drawn_.package();
@@ -198,93 +220,46 @@ KLARON_ImageRef TemplateRenderer::search(VELM_Template& layer) {
     const URL base = container ? *container : drawn_.documentURL()->deletingLastPathComponent();
     for (const std::string_view folder : pictureFolders) {
         for (const URL& root : {base, prefix}) {
-            if (auto image = open(root.appendingPathComponent(folder).appendingPathComponent(*path))) return image;
+            if (open(root.appendingPathComponent(folder).appendingPathComponent(path), placed)) return;
         }
     }
     // A template that fills a hole knows no job, yet the photograph in it is one of the outer job's.
-    const auto& outer = drawn_.outerJobContainer_;
-    return outer ? open(outer->appendingPathComponent(pictureFolders.front()).appendingPathComponent(*path)) : nullptr;
+    if (const auto& outer = drawn_.outerJobContainer_)
+        open(outer->appendingPathComponent(pictureFolders.front()).appendingPathComponent(path), placed);
 }
 
-KLARON_ImageRef TemplateRenderer::open(const ImageObject& object) {
-    auto image = KLARON_Image::imageWithObject(object);
-    if (image && image->cgImage()) return image;
-    // A picture that is missing leaves its layer out; one that is there and broken must not pass for that.
+bool TemplateRenderer::open(const ImageObject& object, PlacedLayer& placed) {
     const auto file = object.fileURL();
+    auto image = KLARON_Image::imageWithObject(object);
+    if (image && image->cgImage()) {
+        placed.image = std::move(image);
+        placed.file = file ? file->path() : std::string();
+        return true;
+    }
+    // A picture that is missing leaves its layer out; one that is there and broken must not pass for that.
     std::error_code failed;
     if (!unreadable_ && file && std::filesystem::is_regular_file(file->path(), failed)) {
         unreadable_ = base::Error{std::string(base::posixErrorDomain), -3,
                                   base::message("could not read picture %@", file->path())};
     }
-    return nullptr;
+    return false;
 }
 
-// --- The class's own operations
-
-ImageRef VELM_Template::createProductImage() {
-    TemplateRenderer renderer(*this);
-    auto image = renderer.render();
-    drawError_ = renderer.error();
-    return image;
-}
-
-ImageRef VELM_Template::image() {
-    ImageRef result;
-    renderingQueue()->sync([&] {
-        isRenderingUnrotated_ = false;
-        const std::string key = base::message("com.kestrune.velm.template.image.%@", name());
-        if (const auto cached = cacheDict_.find(key); cached != cacheDict_.end()) {
-            result = cached->second;
-            return;
-        }
-        result = createProductImage();
-        if (result) cacheDict_.emplace(key, result);
-    });
-    return result;
-}
-
-ImageRef VELM_Template::imageUncached() {
-    ImageRef result;
-    renderingQueue()->sync([&] {
-        isRenderingPreview_ = false;
-        isRenderingUnrotated_ = false;
-        result = createProductImage();
-    });
-    return result;
-}
-
-std::optional<base::Error> VELM_Template::renderError() const {
-    if (loadError_) return loadError_;
-    return fillError_ ? fillError_ : drawError_;
-}
-
-const platform::run::QueueRef& VELM_Template::atomicQueue() {
-    static const auto queue =
-        folders::dispatchQueueSerialWithDebugLabel("com.kestrune.velm.queue.shared.atomic.template");
-    return queue;
-}
-
-const platform::run::QueueRef& VELM_Template::renderingQueue() {
-    atomicQueue()->sync([this] {
-        if (!renderingQueue_)
-            renderingQueue_ = folders::dispatchQueueSerialWithDebugLabel(
-                base::message("com.kestrune.velm.queue.rendering.%@", name()));
-    });
-    return renderingQueue_;
-}
-
-std::optional<platform::draw::TextAttributes> VELM_Template::attributes() const {
-    const LayerType type = layerType();
-    if ((type != LayerTypeTextbox && type != LayerTypeStamp) || !stringValue()) return std::nullopt;
+std::optional<platform::draw::TextAttributes> TemplateRenderer::attributesOf(const VELM_Template& layer,
+                                                                             bool logsSubstitution) {
+    const auto type = layer.layerType();
+    const bool isText = type == VELM_Template::LayerTypeTextbox || type == VELM_Template::LayerTypeStamp;
+    if (!isText || !layer.stringValue()) return std::nullopt;
     platform::draw::TextAttributes attributes;
-    attributes.fontName = fontName();
+    attributes.fontName = layer.fontName();
     if (!platform::draw::isFontAvailable(attributes.fontName)) {
-        base::log("Specified font (%@) unavailable! Substituting %@", attributes.fontName, substituteFont);
+        if (logsSubstitution)
+            base::log("Specified font (%@) unavailable! Substituting %@", attributes.fontName, substituteFont);
         attributes.fontName = substituteFont;
     }
-    attributes.fontSize = base::Value(fontSize()).doubleValue() * scale_.value_or(1);
-    attributes.color = KLARON_color::createColorWithHexcode(textColorCode());
-    if (!textAlignmentString().value_or("").empty())
-        attributes.alignment = static_cast<platform::draw::TextAlignment>(textAlignment());
+    attributes.fontSize = base::Value(layer.fontSize()).doubleValue() * layer.scale().value_or(1);
+    attributes.color = KLARON_color::createColorWithHexcode(layer.textColorCode());
+    if (!layer.textAlignmentString().value_or("").empty())
+        attributes.alignment = static_cast<platform::draw::TextAlignment>(layer.textAlignment());
     return attributes;
 }
