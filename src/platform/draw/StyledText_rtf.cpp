@@ -44,8 +44,7 @@ struct Word {
 };
 constexpr Word characters[] = {
     {"par", "\n"},           {"line", "\n"},        {"sect", "\n"},        {"page", "\n"},
-    {"column", "\n"},        {"row", "\n"},         {"nestrow", "\n"},     {"tab", "\t"},
-    {"cell", "\t"},          {"nestcell", "\t"},    {"emdash", "\u2014"},  {"endash", "\u2013"},
+    {"column", "\n"},        {"tab", "\t"},         {"emdash", "\u2014"},  {"endash", "\u2013"},
     {"bullet", "\u2022"},    {"lquote", "\u2018"},  {"rquote", "\u2019"},  {"ldblquote", "\u201C"},
     {"rdblquote", "\u201D"}, {"emspace", "\u2003"}, {"enspace", "\u2002"}, {"qmspace", "\u2005"},
     {"ltrmark", "\u200E"},   {"rtlmark", "\u200F"}, {"zwj", "\u200D"},     {"zwnj", "\u200C"},
@@ -176,6 +175,8 @@ private:
             found != std::end(characters))
             return takeText(found->text);
         flush();
+        if (word == "cell" || word == "nestcell") return endCell();
+        if (word == "row" || word == "nestrow") return endRow();
         if (word == "fonttbl") return enter(Destination::fonts);
         if (word == "colortbl") return enter(Destination::colors);
         if (std::find(std::begin(passedOver), std::end(passedOver), word) != std::end(passedOver))
@@ -283,7 +284,19 @@ private:
     }
 
     void append(std::string_view text) {
-        if (!state().isHidden) collector_.append(text, collector_.isEmpty() ? styleInForce() : TextStyle());
+        if (state().isHidden) return;
+        if (!collector_.isEmpty()) collector_.append(std::string(std::exchange(cellsEnded_, 0), '\t'), {});
+        collector_.append(text, collector_.isEmpty() ? styleInForce() : TextStyle());
+    }
+
+    // Tabs part cells: there is none behind the last one of a row.
+    void endCell() {
+        if (state().destination == Destination::text) ++cellsEnded_;
+    }
+
+    void endRow() {
+        cellsEnded_ = 0;
+        takeText("\n");
     }
 
     void endColor() {
@@ -345,6 +358,7 @@ private:
     std::vector<std::optional<Color>> colors_;
     std::array<double, 3> components_{};
     bool hasColor_ = false;
+    std::size_t cellsEnded_ = 0;
     int unitsLeft_ = 0; // of what stands in for a \u
     std::string bytes_;
     std::vector<std::uint8_t> units_; // UTF-16, little endian

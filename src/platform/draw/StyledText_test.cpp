@@ -59,7 +59,8 @@ TEST(StyledText, ReadsRTF) {
         {R"({\rtf1\ansi\uc2\u960 ??\uc1\u-10179?\u-8704\'3f\uc0\u8364 x})", "- - - -|\u03C0\U0001F600\u20ACx"},
         {R"({\rtf1{\fonttbl{\f0\fcharset204 Missing;}{\f1\fcharset128 Other;}}\f0\'cf\'f0{\f1\'93\'fa}})",
          "Missing - - -|\u041F\u0440\u65E5"},
-        {R"({\rtf1\ansi a\~b\_c\{\\\}\emdash\tab d\line e\cell\row})", "- - - -|a\u00A0b\u2011c{\\}\u2014\td\ne\t"},
+        {R"({\rtf1\ansi a\~b\_c\{\\\}\emdash\tab d\line e\cell f\cell\row\cell g\cell\row})",
+         "- - - -|a\u00A0b\u2011c{\\}\u2014\td\ne\tf\n\tg"},
         // A link's text without its target, no list marks, notes, hidden text or picture, and binary data passed over.
         {R"({\rtf1{\listtext\pard\plain\f2 \u8226\'95\tab}\fs20 Go {\field{\*\fldinst{HYPERLINK "http://x"}}{\fldrslt here}}{\footnote no}{\v no}{\pict\bin4 }}}}}{\*\x\bin2 {{}!})",
          "- 10 - -|Go here!"},
@@ -85,8 +86,8 @@ TEST(StyledText, ReadsHTML) {
          "<body lang=\"en\" text=\"#000080\">\n<p align=\"center\" style=\"line-height: 100%\"><font face=\"DejaVu "
          "Serif, "
          "serif\"><font size=\"5\" style=\"font-size: "
-         "18pt\"><i>Title</i></font></font></p>\n<p>Two<br>\nThree</p>\n</body>",
-         "DejaVuSerif-Italic 18 #000080FF center|Title\nTwo\nThree"},
+         "18pt\"><i>T\u00EDtle</i></font></font></p>\n<p>Two<br>\nThree</p>\n</body>",
+         "DejaVuSerif-Italic 18 #000080FF center|T\u00EDtle\nTwo\nThree"},
         {"<div>a</div><div><br></div><div>b &nbsp;&amp; "
          "c<script>no()</script></div><ul><li>one</li>\n<li>two</li></ul>",
          "- - - -|a\n\nb \u00A0& c\none\ntwo"},
