@@ -15,6 +15,7 @@
 #include "platform/draw/Image.h"
 #include "platform/draw/ImageMetadata.h"
 #include "platform/draw/ImageSource.h"
+#include "platform/draw/PDFDocument.h"
 #include "platform/draw/TextFrame.h"
 
 #include <functional>
@@ -109,6 +110,10 @@ public:
                                               ErrorPlace error);
     static KLARON_ImageRef imageWithPDFObject(const ImageObject& object, base::Size size, std::optional<double> alpha,
                                               const std::optional<std::string>& backgroundColorCode, ErrorPlace error);
+    /// The same of a page at hand; it must not be null.
+    static KLARON_ImageRef imageWithPDFPage(const platform::draw::PDFPageRef& page, base::Size size,
+                                            std::optional<double> alpha,
+                                            const std::optional<std::string>& backgroundColorCode, ErrorPlace error);
 
     // -- Geometry ------------------------------------------------------------------------------------------------
 

@@ -19,6 +19,11 @@ double pixelSide(double side) {
     return std::isfinite(side) ? std::round(static_cast<float>(side)) : 0;
 }
 
+KLARON_ImageRef fail(ErrorPlace place, base::Error error) {
+    if (place) *place = std::move(error);
+    return nullptr;
+}
+
 // The first page of the document; an error when it can't be had.
 base::Result<PDFPageRef> firstPage(const ImageObject& object) {
     const auto url = object.fileURL();
@@ -59,32 +64,33 @@ KLARON_ImageRef KLARON_Image::imageWithPDFObject(const ImageObject& object, Size
                                                  const std::optional<std::string>& backgroundColorCode,
                                                  ErrorPlace error) {
     clear(error);
-    const auto fail = [error](base::Error why) -> KLARON_ImageRef {
-        if (error) *error = std::move(why);
-        return nullptr;
-    };
     if (!object.as<std::string>() && !object.as<base::URL>()) {
         const std::string text = base::message("Passed parameter to %s not a path or URL", operationName);
         base::log("%@", text);
-        return fail({std::string(base::cocoaErrorDomain), 0, text});
+        return fail(error, {std::string(base::cocoaErrorDomain), 0, text});
     }
     const auto page = firstPage(object);
-    if (!page) return fail(page.error());
-    const Rect box = (*page)->boxRect(PDFBox::crop);
+    return page ? imageWithPDFPage(*page, size, alpha, backgroundColorCode, error) : fail(error, page.error());
+}
 
+KLARON_ImageRef KLARON_Image::imageWithPDFPage(const PDFPageRef& page, Size size, std::optional<double> alpha,
+                                               const std::optional<std::string>& backgroundColorCode,
+                                               ErrorPlace error) {
+    clear(error);
+    const Rect box = page->boxRect(PDFBox::crop);
     const double width = pixelSide(size.width), height = pixelSide(size.height);
     const auto context = BitmapContext::create(width, height, ColorSpace::sRGB(), AlphaInfo::premultipliedFirst);
     if (!context)
-        return fail({std::string(base::cocoaErrorDomain), 0,
-                     base::message("cannot make a picture of %@", base::stringFromSize(size))});
+        return fail(error, {std::string(base::cocoaErrorDomain), 0,
+                            base::message("cannot make a picture of %@", base::stringFromSize(size))});
     context->setAlpha(alpha.value_or(1.0));
     if (const auto background = KLARON_color::colorForHexcode(backgroundColorCode)) {
         context->setFillColor(*background);
         context->fillRect({0, 0, width, height});
     }
-    context->concatenate(placement(**page, size));
+    context->concatenate(placement(*page, size));
     context->clipToRect(box);
-    context->drawPDFPage(*page);
-    if (context->drawError()) return fail(*context->drawError());
+    context->drawPDFPage(page);
+    if (context->drawError()) return fail(error, *context->drawError());
     return initWithCGImage(context->makeImage());
 }
