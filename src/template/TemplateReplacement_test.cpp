@@ -9,50 +9,41 @@
 using namespace template_testing;
 using base::Dictionary;
 using base::Value;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
 TEST(TemplateReplacement, ValuesGoIntoTheHoles) {
-    using Values = std::map<std::pair<std::string, std::string>, std::string>;
+    const std::string crop = "{{1, 2}, {3, 4}}";
     const struct {
         std::string layer;
-        Values job;
+        std::map<std::string, std::string> job; // by table, all under the key "a"
         std::optional<std::string> custom;
         Dictionary changed; // of the layer's values
     } cases[] = {
-        {"<layer type='image' key='a'/>", {{{"key", "a"}, "x.jpg"}}, {}, {{"filepath", "x.jpg"}}},
-        {"<layer type='graphic' key='a'/>",
-         {{{"key", "a"}, "x.jpg"}, {{"croprect", "a"}, "{{1, 2}, {3, 4}}"}, {{"rotation", "a"}, "1"}},
+        {"type='image' key='a'", {{"key", "x.jpg"}}, {}, {{"filepath", "x.jpg"}}},
+        {"type='graphic' key='a'",
+         {{"key", "x.jpg"}, {"croprect", crop}, {"rotation", "1"}},
          {},
-         {{"filepath", "x.jpg"}, {"croprect", "{{1, 2}, {3, 4}}"}}},
-        {"<layer type='image' key='a'/>", {{{"key", "a"}, "x.jpg"}}, "y.jpg", {{"filepath", "y.jpg"}}},
-        {"<layer type='image' key='a'/>", {}, "y.jpg", {}},
-        {"<layer type='image' key='a'/>",
-         {{{"croprect", "a"}, "{{1, 2}, {3, 4}}"}},
-         {},
-         {{"croprect", "{{1, 2}, {3, 4}}"}}},
-        {"<layer type='image' key='a'/>", {{{"croprect", "a"}, "{{1, 2}, {0, 4}}"}}, {}, {}},
-        {"<layer type='image'/>", {{{"key", ""}, "x.jpg"}}, "y.jpg", {}},
-        {"<layer type='textbox' key='a'><string>s</string></layer>",
-         {{{"key", "a"}, "text"}},
-         {},
-         {{"string", "text"}}},
-        {"<layer type='textbox' key='a'><string>s</string></layer>", {}, "y.jpg", {}},
-        {"<layer type='stamp' key='a'><string>s</string></layer>", {{{"key", "a"}, "text"}}, {}, {}},
-        {"<layer type='canvas' key='a'/>", {{{"key", "a"}, "text"}}, {}, {}},
+         {{"filepath", "x.jpg"}, {"croprect", crop}}},
+        {"type='image' key='a'", {{"key", "x.jpg"}}, "y.jpg", {{"filepath", "y.jpg"}}},
+        {"type='image' key='a'", {{"croprect", crop}}, "y.jpg", {{"croprect", crop}}},
+        {"type='image' key='a'", {{"croprect", "{{1, 2}, {0, 4}}"}}, {}, {}},
+        {"type='image'", {{"key", "x.jpg"}}, "y.jpg", {}},
+        {"type='textbox' key='a'", {{"key", "text"}}, {}, {{"string", "text"}}},
+        {"type='textbox' key='a'", {}, "y.jpg", {}},
+        {"type='stamp' key='a'", {{"key", "text"}}, {}, {}},
+        {"type='node' key='a'", {{"key", "text"}}, {}, {}},
         // A template that is missing leaves the hole as it was.
-        {"<layer type='image' key='a'><filepath>old</filepath></layer>",
-         {{{"key", "a"}, "x.jpg"}, {{"template", "a"}, "/no/such.xml"}},
-         {},
-         {}},
+        {"type='image' key='a'", {{"key", "x.jpg"}, {"template", "/no/such.xml"}}, {}, {}},
     };
     for (const auto& test : cases) {
         const LogCapture log;
         const auto package = std::make_shared<TestPackage>();
-        package->order->values = test.job;
-        const auto document = templateFrom("<layout size='{10, 10}'>" + test.layer + "</layout>");
+        package->code = "PLU";
+        for (const auto& [table, value] : test.job)
+            package->order->values[{table, "a"}] = value;
+        const auto document =
+            templateFrom("<layout size='{10, 10}'><layer " + test.layer + "><string>old</string></layer></layout>");
         document->setPackage(package);
         document->setFilepathCustomImage(test.custom);
         Dictionary expected = document->layers()[0]->valuesDict();
@@ -61,18 +52,10 @@ TEST(TemplateReplacement, ValuesGoIntoTheHoles) {
         document->replaceKeyValues();
         EXPECT_EQ(Value(document->layers()[0]->valuesDict()), Value(expected)) << test.layer;
         EXPECT_EQ(document->renderError(), std::nullopt);
+        // The product code is for the value alone.
+        for (const std::string& asked : package->order->asked)
+            EXPECT_THAT(asked, testing::EndsWith(asked.starts_with("key/") ? "/PLU" : "/Classic"));
     }
-}
-
-TEST(TemplateReplacement, TheValueIsAskedByProductCodeAndTheRestByName) {
-    const auto package = std::make_shared<TestPackage>();
-    package->code = "PLU";
-    package->order->values[{"key", "a"}] = "x.jpg";
-    const auto document = templateFrom("<layout><layer type='image' key='a'/></layout>");
-    document->setPackage(package);
-    document->replaceKeyValues();
-    EXPECT_THAT(package->order->asked,
-                testing::UnorderedElementsAre("key/a/PLU", "template/a/Classic", "croprect/a/Classic"));
 }
 
 TEST(TemplateReplacement, AnErrorInTheTemplateOfAHoleIsTheDocuments) {
@@ -168,21 +151,25 @@ TEST(TemplateStamps, StoredTexts) {
 }
 
 TEST(TemplateStamps, AnOlderFormOfTheStoreIsDropped) {
-    Dictionary older;
-    Dictionary decimal;
-    for (int number = 1; number <= 20; ++number) {
-        older.emplace("text " + std::to_string(number), "mine");
-        decimal.emplace(std::to_string(number), "mine");
-    }
-    const auto textOf = [](const Dictionary& stored, std::string_view key) {
-        return base::textForKey(VELM_EditableText::storageFromDefaults(stored), key);
+    const struct {
+        std::string_view prefix;
+        int count;
+        std::string_view key;
+        std::optional<std::string> expected;
+    } cases[] = {
+        {"text ", 20, "text 1", {}},
+        {"text ", 20, "20", "Editable Text #20"},
+        {"", 20, "20", "mine"},
+        {"text ", 19, "text 1", "mine"}, // 19 entries are no older form
+        {"text ", 19, "1", "Editable Text #1"},
+        {"", 0, "7", "Editable Text #7"},
     };
-    EXPECT_EQ(textOf(older, "text 1"), std::nullopt);
-    EXPECT_EQ(textOf(older, "20"), "Editable Text #20");
-    EXPECT_EQ(textOf(decimal, "20"), "mine");
-    older.erase("text 7");
-    EXPECT_EQ(textOf(older, "text 1"), "mine"); // 19 entries are no older form
-    EXPECT_EQ(textOf(older, "1"), "Editable Text #1");
+    for (const auto& test : cases) {
+        Dictionary stored;
+        for (int number = 1; number <= test.count; ++number)
+            stored.emplace(std::string(test.prefix) + std::to_string(number), "mine");
+        EXPECT_EQ(base::textForKey(VELM_EditableText::storageFromDefaults(stored), test.key), test.expected);
+    }
     EXPECT_EQ(VELM_EditableText::storageFromDefaults("rubbish").size(), 20U);
 }
 
