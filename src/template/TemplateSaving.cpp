@@ -91,6 +91,6 @@ void VELM_Template::filePathSaveChanges(const std::optional<base::URL>& url, con
     const std::optional<base::URL> target = url ? url : documentURL();
     if (!target) return fail({std::string(base::urlErrorDomain), -1, "No filepathURL specified"});
     if (const auto written = writeToURL(*target, url.has_value()); !written) return fail(written.error());
-    lastSaved_ = copyWithZone();
+    setLastSaved(copyWithZone());
     if (saveChanges) saveChanges(target, std::nullopt);
 }

@@ -21,7 +21,7 @@ const bool isRegistered = [] {
     platform::data::registerArchivedClass(
         {.name = "VELM_Template",
          .ancestors = {"VELM_XML_object", "NSObject"},
-         .keys = {{"self.valuesDict", {"NSDictionary", "VELM_Template", "NSValue"}},
+         .keys = {{"self.valuesDict", {"NSDictionary", "VELM_Template", "NSValue", "NSURL"}},
                   {"self.documentURL", {"NSURL"}},
                   {"self.xmlString", {"NSString"}}},
          .make = [](base::Dictionary values) { return VELM_Template::initWithCoder(values); }});

@@ -5,7 +5,7 @@
 #include "platform/data/KeyedArchive.h"
 #include "platform/data/UserDefaults.h"
 
-#include <cstdlib>
+#include <fstream>
 
 using namespace template_testing;
 using base::Rect;
@@ -30,6 +30,13 @@ struct ViewCase {
     std::string expected;
 };
 
+void forgetWhatWasLastUsed() {
+    for (const TemplateKey& key : templateKeys()) {
+        for (const auto setting : {key.lastUsed, key.lastUsedOpacity})
+            ASSERT_TRUE(setting.empty() || UserDefaults::standard().removeObject(setting));
+    }
+}
+
 // What the accessors with a default or a derivation answer, in one line.
 std::string styleOf(const VELM_Template& layer) {
     const base::Size offset = layer.shadowOffset();
@@ -42,6 +49,7 @@ std::string styleOf(const VELM_Template& layer) {
 }
 
 TEST(VELM_Template, ViewsCarryTheDefaults) {
+    forgetWhatWasLastUsed();
     const ViewCase cases[] = {
         {"<layer/>", "resizeAspectFill (null)  a1|(null) text #000000 48 0|shadow 0 #00000055 9 0 0|"
                      "border 0 #FFFFFF 5 0|back 0 #FFFFFF"},
@@ -98,60 +106,173 @@ TEST(VELM_Template, ScaleActsOnFrameFontAndBorder) {
     EXPECT_EQ(layer->scaleForSize({0, 160}), std::nullopt);
 }
 
-TEST(VELM_Template, SettersKeepTheirRules) {
-    const auto document = templateFrom("<layout size='{10, 10}'><layer type='textbox'/></layout>");
-    const auto layer = document->layers()[0];
-    int told = 0;
-    const auto observation = document->observable().observe("changeCount", [&] { ++told; });
+// What a setter did: the value stored under a key, the parent's change count, and a word when anybody was told.
+struct Setting {
+    std::string xml;
+    std::string_view property;
+    Value argument;
+    std::string_view key;
+    std::string outcome;
+};
 
-    layer->setStringValue(std::nullopt);
-    layer->setStringValue("");
-    layer->setFontName(std::nullopt);
-    layer->setTextAlignment(4);
-    layer->setShadowBlur(-1);
-    layer->setAutorotate(false);
-    layer->setFilepathCustomImage("a");
-    EXPECT_EQ(document->changeCount(), 1);
-    EXPECT_EQ(told, 1);
-    EXPECT_EQ(layer->stringValue(), "");
+class Settings : public testing::Test {
+protected:
+    // Sets the layer's property and checks that each property whose value changed was told, before and after.
+    std::string outcome(const Setting& setting) {
+        const auto document = templateFrom("<layout size='{10, 10}'>" + setting.xml + "</layout>");
+        const auto layer = document->layers()[0];
+        const auto countBefore = document->changeCount();
+        std::map<std::string, std::pair<Value, Value>> told; // what was answered before and after
+        std::vector<platform::run::Observation> observations;
+        std::map<std::string, Value> before;
+        const auto observe = [&](const VELM_Template::Ref& observed, const std::string& name) {
+            observations.push_back(observed->observable().observe(
+                name, [&told, name, observed] { told[name].second = observed->valueForKey(name); },
+                [&told, name, observed] { told[name].first = observed->valueForKey(name); }));
+        };
+        for (const TemplateKey& key : templateKeys()) {
+            for (const auto name : key.properties()) {
+                before[std::string(name)] = layer->valueForKey(name);
+                observe(layer, std::string(name));
+            }
+        }
+        observe(document, "changeCount");
 
-    layer->setTextAlignment(2);
-    EXPECT_EQ(layer->textAlignmentString(), "center");
-    layer->setShadowOffsetY(4);
-    EXPECT_EQ(layer->value("offset"), Value("{0, 4}"));
-    EXPECT_EQ(layer->shadowOffset(), (base::Size{0, -4}));
-    layer->setShadowOffset({1, 1});
-    EXPECT_EQ(layer->shadowOffset(), (base::Size{0, -4}));
-    layer->setShadowOffsetY(0);
-    EXPECT_TRUE(layer->value("offset").isNothing());
-    layer->setFilepathCustomImage(12);
-    EXPECT_EQ(layer->filepathCustomImage(), std::nullopt);
-    document->setFilepathCustomImage("/b.jpg");
-    EXPECT_EQ(layer->filepathCustomImage(), "/b.jpg");
+        EXPECT_TRUE(layer->setValueForKey(setting.property, setting.argument)) << setting.property;
+        for (const auto& [name, value] : before) {
+            const Value after = layer->valueForKey(name);
+            if (value == after) continue;
+            EXPECT_TRUE(told.contains(name)) << setting.property << " changed " << name;
+            EXPECT_EQ(told[name].first, value) << name;
+            EXPECT_EQ(told[name].second, after) << name;
+        }
+        const auto count = document->changeCount() - countBefore;
+        EXPECT_EQ(told["changeCount"].second, count == 0 ? Value() : Value(document->changeCount()));
+        told.erase("changeCount");
+        return base::message("%@ %ld%@", layer->value(setting.key), count, told.empty() ? "" : " told");
+    }
+};
+
+TEST_F(Settings, KeepTheRuleOfTheirKey) {
+    const std::string framed = "<layer frame='{{1, 2}, {3, 4}}'/>";
+    const std::string shadowed = "<layer><shadow blur='1' offset='{0, 4}'>yes</shadow></layer>";
+    const std::string text = "<layer type='textbox'><string></string><font size='7'>F</font></layer>";
+    const Setting settings[] = {
+        {framed, "x", 9, "frame", "{{9, 2}, {3, 4}} 1 told"},
+        {framed, "height", "6.5", "frame", "{{1, 2}, {3, 6.5}} 1 told"},
+        {framed, "width", 0, "frame", "{{1, 2}, {3, 4}} 0"},
+        {framed, "height", -1, "frame", "{{1, 2}, {3, 4}} 0"},
+        {framed, "frame", Rect{0, 0, -1, 1}, "frame", "{{1, 2}, {3, 4}} 0"},
+        {framed, "frame", Rect{0, 0, 1, -1}, "frame", "{{1, 2}, {3, 4}} 0"},
+        {framed, "frame", Rect{0, 0, 0, 0}, "frame", "{{0, 0}, {0, 0}} 1 told"},
+        {framed, "layerType", 4, "type", "image 1 told"},
+        {text, "layerType", 3, "type", "(null) 1 told"},
+        {framed, "zLevelString", "7", "zindex", "7 1 told"},
+        {"<layer type='stamp'/>", "key", "date", "key", "date 1 told"},
+        {framed, "rotation", "1.5", "rotation", "1.5 1 told"},
+        {framed, "gravity", "odd", "gravity", "odd 1 told"},
+        {"<layer type='graphic'/>", "graphicPath", "a.jpg", "filepath", "a.jpg 1 told"},
+        {"<layer><filepath>a</filepath></layer>", "graphicPath", "a", "filepath", "a 0"},
+        {framed, "autorotate", false, "autorotate", "0 0 told"},
+        {framed, "filepathCustomImage", "/a.jpg", "allimages", "/a.jpg 0 told"},
+        {framed, "filepathCustomImage", 12, "allimages", "(null) 0 told"},
+        {framed, "stringValue", {}, "string", " 1 told"},
+        {text, "stringValue", {}, "string", " 0"},
+        {text, "stringValue", "x", "string", "x 1 told"},
+        {text, "fontName", {}, "font", "F 0"},
+        {text, "fontName", "F", "font", "F 0"},
+        {text, "fontSize", {}, "size", "7 0"},
+        {text, "fontSize", 8, "size", "8 1 told"},
+        {text, "textAlignmentString", {}, "textAlignment", " 1 told"},
+        {text, "textAlignment", 2, "textAlignment", "center 1 told"},
+        {text, "textAlignment", 4, "textAlignment", "(null) 0"},
+        {text, "textAlignment", std::int64_t(1) << 32, "textAlignment", "(null) 0"},
+        {framed, "shadowColorCode", "#123", "shadowcolor", "#123 1 told"},
+        {framed, "shadowOpacity", 2, "shadowcolor", "#000000FF 1 told"},
+        {framed, "shadowBlur", 0, "blur", "0 1 told"},
+        {framed, "shadowBlur", -1, "blur", "(null) 0"},
+        {shadowed, "shadowOffsetX", 3, "offset", "{3, 4} 1 told"},
+        {shadowed, "shadowOffsetY", 0, "offset", "(null) 1 told"},
+        {framed, "borderWidth", "wide", "borderWidth", "wide 1 told"},
+        {framed, "borderClipsContent", true, "clipsContent", "yes 1 told"},
+        // A no is only kept beside what would mean a yes or is written with it.
+        {framed, "hasShadow", false, "shadowEnabled", "(null) 1 told"},
+        {framed, "hasShadow", true, "shadowEnabled", "yes 1 told"},
+        {shadowed, "hasShadow", false, "shadowEnabled", "no 1 told"},
+        {"<layer><textshadow>#1</textshadow></layer>", "hasShadow", false, "shadowEnabled", "no 1 told"},
+        {framed, "hasBorder", false, "borderEnabled", "(null) 1 told"},
+        {framed, "hasBorder", true, "borderEnabled", "yes 1 told"},
+        {"<layer><border clipsContent='no'>yes</border></layer>", "hasBorder", false, "borderEnabled", "no 1 told"},
+        {"<layer><background>yes</background></layer>", "hasBackground", false, "backgroundEnabled", "(null) 1 told"},
+        {"<layer backgroundcolor='#1'/>", "hasBackground", false, "backgroundEnabled", "no 1 told"},
+        {"<layer backgroundcolor='#1'/>", "hasBackground", true, "backgroundEnabled", "yes 1 told"},
+    };
+    const LogCapture log;
+    for (const Setting& setting : settings)
+        EXPECT_EQ(outcome(setting), setting.outcome) << setting.xml << setting.property;
+    EXPECT_THAT(log.lines(), ElementsAre("ERROR: attempt to set non-positive width 0.000000",
+                                         "ERROR: attempt to set non-positive height -1.000000",
+                                         "ERROR: attempt to set negative width -1.000000",
+                                         "ERROR: attempt to set negative height -1.000000"));
 }
 
-TEST(VELM_Template, EnablingKeepsANoOnlyWhereItMeansSomething) {
+TEST(VELM_Template, PropertiesRefuseWhatTheyDontTake) {
+    const auto layer = templateFrom("<layer frame='{{1, 2}, {3, 4}}'><shadow offset='{0, 4}'>yes</shadow></layer>");
+    EXPECT_FALSE(layer->setValueForKey("frame", "{{0, 0}, {1, 1}}"));
+    EXPECT_FALSE(layer->setValueForKey("width", Value()));
+    EXPECT_FALSE(layer->setValueForKey("stringValue", base::Array()));
+    EXPECT_FALSE(layer->setValueForKey("canvasSize", 1));
+    EXPECT_FALSE(layer->setValueForKey("nonsense", 1));
+    EXPECT_TRUE(layer->valueForKey("nonsense").isNothing());
+    layer->setShadowOffset({1, 1});
+    EXPECT_EQ(layer->valueForKey("shadowOffset"), Value(base::Size{0, -4})); // the stored one, turned over
+
+    const auto inner = templateFrom("<layout><layer/></layout>");
+    inner->setFilepathCustomImage("/b.jpg");
+    EXPECT_EQ(inner->layers()[0]->filepathCustomImage(), "/b.jpg");
+}
+
+TEST(VELM_Template, AnObserverMayLetGoOfIt) {
+    auto layer = templateFrom("<layer/>");
+    const auto observation = layer->observable().observe(
+        "key", [] {}, [&] { layer.reset(); });
+    layer->setKey("a");
+    EXPECT_EQ(layer, nullptr);
+}
+
+TEST(VELM_Template, ChangesAreToldUntilTheyAreSaved) {
+    const support::TemporaryDirectory folder;
+    const auto file = folder.path() / "a.xml";
+    std::ofstream(file) << fileOf("<layer type='textbox'><string>a</string></layer>");
+    const auto document = VELM_Template::templateWithPath(file.string(), std::nullopt);
+    std::string told;
+    const auto observation = document->observable().observe(
+        "hasUnsavedChanges", [&] { told += document->hasUnsavedChanges() ? "yes " : "no "; });
+    document->layers()[0]->setStringValue("b");
+    document->layers()[0]->setStringValue("a"); // by hand undone
+    document->setWidth(50);
+    document->saveChanges({});
+    EXPECT_EQ(told, "yes no yes no ");
+}
+
+TEST(VELM_Template, IsDescribedByItsType) {
     const struct {
         std::string xml;
-        void (VELM_Template::*set)(bool);
-        std::string_view key;
-        std::string no;
+        std::string description;
     } cases[] = {
-        {"<layer/>", &VELM_Template::setHasShadow, "shadowEnabled", "(null)"},
-        {"<layer><shadow blur='1'>yes</shadow></layer>", &VELM_Template::setHasShadow, "shadowEnabled", "no"},
-        {"<layer/>", &VELM_Template::setHasBorder, "borderEnabled", "(null)"},
-        {"<layer><border clipsContent='no'>yes</border></layer>", &VELM_Template::setHasBorder, "borderEnabled", "no"},
-        {"<layer><background>yes</background></layer>", &VELM_Template::setHasBackground, "backgroundEnabled",
-         "(null)"},
-        {"<layer backgroundcolor='#1'/>", &VELM_Template::setHasBackground, "backgroundEnabled", "no"},
+        {"<layer type='image' frame='{{1, 2}, {3, 4}}'><gravity>odd</gravity></layer>",
+         "image {{1, 2}, {3, 4}}:Internal Preprocessed Template Image:->(no filename set!;gravity->(odd))"},
+        {"<layer type='textbox'><string>Hi</string><font size='7'>F</font>"
+         "<shadow blur='2' color='#123' offset='{3, 4}'>yes</shadow></layer>",
+         "textbox {{0, 0}, {0, 0}}:Hi:7:->('Hi';font->(F:7);textcolor->(#000000);"
+         "shadow->(#1235; x:3.000000; y:4.000000; blur:2))"},
+        {"<layer/>", "(null) {{0, 0}, {0, 0}}:"},
+        {"<layout size='{5, 6}'><layer type='canvas' zindex='1'/></layout>",
+         "VELM_Template\n  frame = {{0, 0}, {5, 6}};\n  frame = {{0, 0}, {5, 6}}\n"
+         "  layers =   canvas {{0, 0}, {0, 0}}:\n  name = layout\n  type = container"},
     };
-    for (const auto& test : cases) {
-        const auto layer = templateFrom(test.xml);
-        ((*layer).*test.set)(false);
-        EXPECT_EQ(layer->value(test.key).description(), test.no) << test.xml << test.key;
-        ((*layer).*test.set)(true);
-        EXPECT_EQ(layer->value(test.key).description(), "yes") << test.xml << test.key;
-    }
+    for (const auto& test : cases)
+        EXPECT_EQ(templateFrom(test.xml)->description(), test.description);
 }
 
 TEST(VELM_Template, LastUsedColoursAreRemembered) {
@@ -169,9 +290,7 @@ TEST(VELM_Template, LastUsedColoursAreRemembered) {
     ASSERT_TRUE(defaults.setObject(0.25, key_velmTemplateLastUsedOpacityBackground));
     other->setHasBackground(true);
     EXPECT_EQ(other->value("backgroundcolor"), Value("#4455663F"));
-    for (const auto key : {key_velmTemplateLastUsedColorBorder, key_velmTemplateLastUsedColorBackground,
-                           key_velmTemplateLastUsedOpacityText, key_velmTemplateLastUsedOpacityBackground})
-        ASSERT_TRUE(defaults.removeObject(key));
+    forgetWhatWasLastUsed();
 }
 
 TEST(VELM_Template, CopiesAreWhatAnArchiveMakes) {
@@ -193,6 +312,7 @@ TEST(VELM_Template, CopiesAreWhatAnArchiveMakes) {
     EXPECT_EQ(copy->package(), package);
     for (const auto& twin : {copy, unarchived}) {
         EXPECT_TRUE(twin->isEqual(*document));
+        EXPECT_EQ(twin->hash(), document->hash());
         EXPECT_EQ(twin->documentURL(), document->documentURL());
         EXPECT_EQ(twin->scale(), std::nullopt);
         ASSERT_EQ(twin->layers().size(), 2U);
@@ -202,6 +322,48 @@ TEST(VELM_Template, CopiesAreWhatAnArchiveMakes) {
     copy->layers()[0]->setKey("changed");
     EXPECT_FALSE(copy->isEqual(*document));
     EXPECT_EQ(document->layers()[0]->key(), "a");
+}
+
+// Claims to be a template and archives what it likes.
+struct Impostor : base::Object {
+    explicit Impostor(base::Dictionary content, std::string className = "VELM_Template")
+        : values(std::move(content)), name(std::move(className)) {}
+    std::string className() const override { return name; }
+    std::optional<base::Dictionary> encoded() override { return values; }
+    base::Dictionary values;
+    std::string name;
+};
+
+TEST(VELM_Template, HostileArchivesAreRefusedOrHarmless) {
+    const struct {
+        base::Dictionary archived;
+        bool isRead;
+    } cases[] = {
+        {{{"self.valuesDict", "text"}}, false},
+        {{{"self.valuesDict", base::Array{1}}}, false},
+        {{{"self.documentURL", "/a"}}, false},
+        {{{"self.xmlString", 7}}, false},
+        {{{"self.valuesDict",
+           base::Dictionary{{"layers", base::Array{std::make_shared<Impostor>(base::Dictionary(), "Other")}}}}},
+         false},
+        {{}, true},
+        {{{"self.valuesDict",
+           base::Dictionary{{"layers", base::Array{7, base::Array(), base::Rect()}}, {"frame", "{{1,2},{3,4}}"}}}},
+         true},
+        {{{"self.valuesDict", base::Dictionary{{"layers", "none"}, {"string", base::Array()}, {"type", 16}}}}, true},
+    };
+    for (const auto& test : cases) {
+        const auto archive = platform::data::archivedData(std::make_shared<Impostor>(test.archived));
+        ASSERT_TRUE(archive);
+        const auto read = platform::data::unarchived(*archive, {"VELM_Template"});
+        EXPECT_EQ(read.has_value(), test.isRead) << Value(test.archived).description();
+        if (!read) continue;
+        const auto made = read->object<VELM_Template>();
+        EXPECT_TRUE(made->layers().empty());
+        EXPECT_EQ(made->frame(), Rect());
+        EXPECT_FALSE(made->description().empty());
+        EXPECT_TRUE(made->isEqual(*made->copyWithZone()));
+    }
 }
 
 TEST(VELM_Template, DocumentsComeOutOfTextsAndData) {
