@@ -173,13 +173,14 @@ private:
         line(depth, "frame " + numbers(layer.frame));
         if (layer.rotation != 0) line(depth, "rotation " + number(layer.rotation));
         if (!layer.isDrawn()) line(depth, base::message("not drawn: %@", descriptionOf(layer.omission)));
-        if (layer.picture) write(*layer.picture, depth);
+        if (layer.picture) write(*layer.picture, layer.type == VELM_Template::LayerTypeContainer, depth);
         if (layer.text) write(*layer.text, depth);
         write(layer.layers, depth);
     }
 
-    void write(const PictureLayout& picture, int depth) {
+    void write(const PictureLayout& picture, bool isContainer, int depth) {
         const std::string name = picture.isPlaceholder  ? "placeholder"
+                                 : isContainer          ? "canvas"
                                  : picture.file.empty() ? "picture in memory"
                                                         : "picture " + quoted(base::lastPathComponent(picture.file));
         line(depth, name + " " + numbers(picture.size) + " orientation " + std::to_string(picture.orientation));

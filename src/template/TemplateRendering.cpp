@@ -192,10 +192,8 @@ void TemplateRenderer::makePicture(VELM_Template& layer, PlacedLayer& placed) {
         fail(*unreadable_);
     }
     if (!placed.image && isHole && isPreview) {
-        if (const auto placeholder = placeholderPicture(placed.frame.size())) {
-            placed.image = KLARON_Image::initWithCGImage(placeholder);
-            placed.isPlaceholder = true;
-        }
+        placed.image = placeholderPicture(placed.frame.size());
+        placed.isPlaceholder = placed.image != nullptr;
     }
     if (!placed.image) return;
     placed.omission = LayerOmission::none;

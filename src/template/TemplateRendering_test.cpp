@@ -229,19 +229,6 @@ TEST(TemplateRendering, ADocumentTakesAllThatItMadeAlong) {
         EXPECT_TRUE(made[i].expired()) << i;
 }
 
-TEST(TemplateRendering, ManyThreadsAskAtOnce) {
-    const auto inner = documentWith({layerWith(plain("#F00"), "{{0, 0}, {30, 30}}")}, "{30, 30}");
-    const auto outer = documentWith({inner});
-    std::vector<ImageRef> images(8);
-    std::vector<std::thread> threads;
-    for (ImageRef& image : images)
-        threads.emplace_back([&] { image = outer->image(); });
-    for (std::thread& thread : threads)
-        thread.join();
-    for (const ImageRef& image : images)
-        EXPECT_EQ(image, images.front());
-}
-
 TEST(TemplateRendering, AMissingFontIsReplacedAndLogged) {
     const auto text = templateFrom("<layer type='textbox'><string>x</string><font>No Such Font</font></layer>");
     const LogCapture log;

@@ -1,8 +1,8 @@
 // What the editor shows in a hole that has no photograph yet.
 #pragma once
 
-#include "base/Geometry.h"
-#include "platform/draw/Image.h"
+#include "imaging/KLARON_Image.h"
 
-/// A landscape at an alpha of 0.75 on "DDDDDD99", `size` in pixels, rounded. Null for a size that holds no pixel.
-platform::draw::ImageRef placeholderPicture(base::Size size);
+/// The picture "Girl and Butterfly" at an alpha of 0.75 on "DDDDDD99", `size` in pixels, rounded. Null for a size that
+/// holds no pixel.
+KLARON_ImageRef placeholderPicture(base::Size size);
