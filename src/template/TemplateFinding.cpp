@@ -6,6 +6,7 @@
 #include "platform/data/FileAttributes.h"
 #include "platform/data/FileTypes.h"
 #include "platform/data/UserDefaults.h"
+#include "platform/data/XMLDocument.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -15,6 +16,8 @@ using base::Value;
 using platform::data::UserDefaults;
 
 namespace {
+
+constexpr std::size_t maximumPathLength = 4096;
 
 std::optional<URL> folderUnderKey(std::string_view key) {
     const Value stored = UserDefaults::standard().objectForKey(key);
@@ -32,23 +35,16 @@ std::string identityOf(const URL& url) {
 
 } // namespace
 
-VELM_Template::Ref TemplateReader::readableFile(const Value& path, bool isNode) const {
+std::vector<Value> TemplateReader::placesOf(const Value& path, bool isNode) const {
     const auto text = path.text();
     const auto* url = path.as<URL>();
-    const auto read = [](const Value& candidate) {
-        return VELM_XML_object::instanceWithXMLObject<VELM_Template>(candidate);
-    };
-
-    if (auto document = read(path)) return document;
-    if (text) {
-        if (auto document = read(base::standardizingPath(*text))) return document;
-    }
+    std::vector<Value> places{path};
+    if (text) places.emplace_back(base::standardizingPath(*text));
     if (jobContainer_ && (text || url)) {
         const std::string component = text ? *text : url->path();
-        if (auto document = read(jobContainer_->appendingPathComponent(isNode ? "Nodes" : "Templates")
-                                     .appendingPathComponent(component)))
-            return document;
-        if (auto document = read(jobContainer_->appendingPathComponent(component))) return document;
+        places.emplace_back(
+            jobContainer_->appendingPathComponent(isNode ? "Nodes" : "Templates").appendingPathComponent(component));
+        places.emplace_back(jobContainer_->appendingPathComponent(component));
     }
     if (const auto folder = folderUnderKey(isNode ? key_velmFolderNodes : key_velmFolderTemplates)) {
         std::string component;
@@ -56,7 +52,21 @@ VELM_Template::Ref TemplateReader::readableFile(const Value& path, bool isNode) 
             component = base::standardizingPath(*text);
         else if (url)
             component = base::standardizingPath(folder->path()); // a URL is not found here, deliberately
-        if (auto document = read(folder->appendingPathComponent(component))) return document;
+        places.emplace_back(folder->appendingPathComponent(component));
+    }
+    return places;
+}
+
+VELM_Template::Ref TemplateReader::readableFile(const Value& path, bool isNode) const {
+    const auto text = path.text();
+    if (text && text->size() > maximumPathLength) {
+        // No file has such a name, and each place that was tried would log all of it.
+        base::log("failed to read %s at path %@", isNode ? "node" : "template",
+                  base::message("of %lu bytes", static_cast<unsigned long>(text->size())));
+        return nullptr;
+    }
+    for (const Value& place : placesOf(path, isNode)) {
+        if (auto document = VELM_XML_object::instanceWithXMLObject<VELM_Template>(place)) return document;
     }
     base::log("failed to read %s at path %@", isNode ? "node" : "template", path);
     return nullptr;
@@ -64,27 +74,38 @@ VELM_Template::Ref TemplateReader::readableFile(const Value& path, bool isNode) 
 
 base::Result<VELM_Template::Ref> TemplateReader::documentAt(const Value& path, bool isNode) {
     auto readingObject = readableFile(path, isNode);
-    if (!readingObject) return nullptr;
-    if (auto entered = enter(identityOf(readingObject->documentURL().value_or(URL()))); !entered)
-        return base::failure(entered.error());
+    if (!readingObject) {
+        if (openFiles_.empty()) noteMissing(path, isNode, {path.textOr(""), 0});
+        return nullptr;
+    }
+    if (auto entered = enter(*readingObject); !entered) return base::failure(entered.error());
     auto document = documentOf(std::move(readingObject));
     openFiles_.pop_back();
     return document;
 }
 
-base::Result<void> TemplateReader::enter(const std::string& file) {
+base::Result<void> TemplateReader::enter(const VELM_Template& readingObject) {
+    const URL url = readingObject.documentURL().value_or(URL());
+    const std::string file = identityOf(url);
     const auto refuse = [](std::string description) {
         return base::failure(base::posixErrorDomain, -3, std::move(description));
     };
-    if (std::find(openFiles_.begin(), openFiles_.end(), file) != openFiles_.end())
+    if (std::any_of(openFiles_.begin(), openFiles_.end(), [&](const OpenFile& open) { return open.identity == file; }))
         return refuse(base::message("template file %@ includes itself", file));
     if (openFiles_.size() > static_cast<std::size_t>(VELM_Template::maximumNesting))
         return refuse(base::message("template files are nested more than %d levels deep at %@",
                                     VELM_Template::maximumNesting, file));
-    if (!openFiles_.empty() && ++nestedFiles_ > VELM_Template::maximumNestedFiles)
-        return refuse(base::message("template %@ holds more than %d nested files", openFiles_.front(),
-                                    VELM_Template::maximumNestedFiles));
-    openFiles_.push_back(file);
+    if (!openFiles_.empty()) {
+        const std::string& outermost = openFiles_.front().identity;
+        nestedBytes_ += readingObject.xmlString().value_or("").size();
+        if (++nestedFiles_ > VELM_Template::maximumNestedFiles)
+            return refuse(base::message("template %@ holds more than %d nested files", outermost,
+                                        VELM_Template::maximumNestedFiles));
+        if (nestedBytes_ > platform::data::maximumXMLSize)
+            return refuse(base::message("the files nested in template %@ are larger than %lu bytes together", outermost,
+                                        static_cast<unsigned long>(platform::data::maximumXMLSize)));
+    }
+    openFiles_.push_back({file, url.path()});
     return {};
 }
 

@@ -62,10 +62,12 @@ public:
     };
 
     static constexpr std::string_view xmlVersionString = "1.0";
-    /// How deep template files may be nested in each other, and how many nested files one document may hold. What goes
-    /// beyond, or holds itself, is not loaded, and the document answers it as its `renderError`.
+    /// How deep template files may be nested in each other, and how many nested files and how many layers one document
+    /// may hold with all that is nested in it. What goes beyond, or holds itself, is not loaded, and the document answers
+    /// it as its `renderError`. Nested files together are limited as one file is (platform::data::maximumXMLSize).
     static constexpr int maximumNesting = 16;
     static constexpr int maximumNestedFiles = 1000;
+    static constexpr int maximumLayers = 100'000;
 
     /// Without values and frame; what building a layer starts from.
     VELM_Template();
