@@ -87,7 +87,8 @@ base::Error styledTextError(std::string_view what) {
 void StyledTextCollector::append(std::string_view text, const TextStyle& style) {
     const bool begins = isEmpty();
     std::string& string = text_.string;
-    for (std::size_t at = 0; at < text.size() && !isFull(); ++at) {
+    const auto offset = static_cast<std::ptrdiff_t>(string.size());
+    for (std::size_t at = 0; at < text.size() && string.size() <= maximumStyledText; ++at) {
         const auto byte = static_cast<unsigned char>(text[at]);
         const std::string_view rest = text.substr(at);
         if (byte == '\r' || byte == '\v' || byte == '\f') {
@@ -102,6 +103,7 @@ void StyledTextCollector::append(std::string_view text, const TextStyle& style) 
             string += text[at];
         }
     }
+    lines_ += static_cast<std::size_t>(std::count(string.begin() + offset, string.end(), '\n'));
     if (!begins || isEmpty()) return;
     if (style.font)
         text_.fontName = FontCatalog::shared().postScriptNameFor(*style.font, style.isBold, style.isItalic);
@@ -114,12 +116,14 @@ void StyledTextCollector::append(std::string_view text, const TextStyle& style) 
 }
 
 void StyledTextCollector::removeLineBreaksAtEnd() {
-    text_.string.erase(text_.string.find_last_not_of('\n') + 1);
+    if (!isFull()) text_.string.erase(text_.string.find_last_not_of('\n') + 1);
 }
 
 base::Result<StyledText> StyledTextCollector::finish() {
-    if (isFull())
+    if (text_.string.size() > maximumStyledText)
         return base::failure(styledTextError("it is longer than " + std::to_string(maximumStyledText) + " bytes"));
+    if (isFull())
+        return base::failure(styledTextError("it has more than " + std::to_string(maximumStyledTextLines) + " lines"));
     return std::move(text_);
 }
 

@@ -18,9 +18,11 @@
 
 namespace platform::draw {
 
-/// What is read at most, and how long a text may come of it: 32 MiB and 256 KiB.
+/// What is read at most, and how long a text may come of it: 32 MiB, and 256 KiB in 2000 lines, as the time to lay a
+/// text out grows with the square of its lines.
 inline constexpr std::size_t maximumStyledTextData = std::size_t{32} << 20;
 inline constexpr std::size_t maximumStyledText = std::size_t{256} << 10;
+inline constexpr std::size_t maximumStyledTextLines = 2000;
 /// How deep groups and elements may be nested.
 inline constexpr std::size_t maximumStyledTextDepth = 1000;
 

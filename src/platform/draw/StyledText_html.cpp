@@ -134,10 +134,10 @@ private:
     /// Nothing may be thrown through the parser, and after a failure nothing is taken any more.
     template <class Event>
     void guarded(const Event& event) {
-        if (failure_) return;
+        if (failure_ || collector_.isFull()) return;
         try {
             event(*this);
-            if (collector_.isFull()) stop("it is longer than " + std::to_string(maximumStyledText) + " bytes");
+            if (collector_.isFull()) xmlStopParser(parser_);
         } catch (const std::bad_alloc&) {
             stop("no memory for it");
         }
@@ -259,7 +259,7 @@ private:
 
     void put(std::string_view text, const TextStyle& style) {
         if (!collector_.isEmpty()) {
-            collector_.append(std::string(std::min(lineBreaks_, maximumStyledText), '\n'), style);
+            collector_.append(std::string(std::min(lineBreaks_, maximumStyledTextLines), '\n'), style);
             collector_.append(blanks_, style);
         }
         lineBreaks_ = 0;

@@ -24,14 +24,14 @@ public:
     /// Well-formed UTF-8. Line breaks of all kinds become "\n"; what XML can't hold is left out.
     void append(std::string_view text, const TextStyle& style);
     bool isEmpty() const { return text_.string.empty(); }
-    char lastByte() const { return text_.string.back(); }
-    /// Longer than maximumStyledText: reading may end.
-    bool isFull() const { return text_.string.size() > maximumStyledText; }
+    /// Beyond the limits: reading may end.
+    bool isFull() const { return text_.string.size() > maximumStyledText || lines_ > maximumStyledTextLines; }
     void removeLineBreaksAtEnd();
     base::Result<StyledText> finish();
 
 private:
     StyledText text_;
+    std::size_t lines_ = 1;
 };
 
 base::Result<StyledText> readRTF(std::string_view bytes);
