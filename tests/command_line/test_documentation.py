@@ -7,19 +7,38 @@ import unittest
 from support import SOURCE, CommandLineTest, Picture, photograph
 
 
-class Formats(CommandLineTest):
-    def setUp(self):
-        super().setUp()
-        text = (SOURCE / "docs/formats.md").read_text()
-        self.files = dict(re.findall(r"File `([^`]+)`[^`]*(?:`[^`]+`[^`]*)*?\n\n?```xml\n(.*?)```", text, re.DOTALL))
-        self.photo = photograph(self.home.path / "photo.jpg", 600, 400)
-        for name, content in self.files.items():
+DOCUMENTS = {name: (SOURCE / "docs" / f"{name}.md").read_text() for name in ("formats", "templates", "pictures")}
+
+
+class DocumentationTest(CommandLineTest):
+    def write_files(self, size):
+        """The files of the examples, and a photograph beside each ticket and in the home folder."""
+        text = DOCUMENTS["formats"] + DOCUMENTS["templates"]
+        files = re.findall(r"File `([^`]+)`[^`]*(?:`[^`]+`[^`]*)*?\n\n?```xml\n(.*?)```", text, re.DOTALL)
+        photograph(self.home.path / "photo.jpg", *size)
+        for name, content in files:
             if name.split("/")[0] in ("Templates", "Packages", "Nodes"):
                 self.home.write("VELM/" + name, content)
             else:
                 self.home.write(name, content)
             if name.endswith("/job.xml"):
-                photograph(self.home.path / name.split("/")[0] / "Images/photo.jpg", 600, 400)
+                photograph(self.home.path / name.split("/")[0] / "Images/photo.jpg", *size)
+
+    def run_examples(self, document, least):
+        examples = re.findall(r"^velmctl (.*?)(?: *# prints (.*))?$", DOCUMENTS[document], re.MULTILINE)
+        self.assertGreaterEqual(len(examples), least)
+        for arguments, printed in examples:
+            with self.subTest(arguments):
+                answer = self.home.velmctl(*shlex.split(arguments))
+                self.assertEqual((answer.returncode, answer.stderr), (0, ""))
+                if printed:
+                    self.assertEqual(answer.stdout.removeprefix(f"{self.home.path}/"), printed + "\n")
+
+
+class Formats(DocumentationTest):
+    def setUp(self):
+        super().setUp()
+        self.write_files((600, 400))
 
     def process(self, order):
         answer = self.home.velmctl("process", order)
@@ -43,27 +62,20 @@ class Formats(CommandLineTest):
                           "</dict></dict>")
         self.assertEqual(len(self.process("sorrel.xml")), 1)
 
-    def test_render(self):
-        answer = self.home.velmctl("render", "Stamped.xml", "--image", "photo.jpg", "-o", "page.png")
-        self.assertEqual((answer.returncode, answer.stderr), (0, ""))
+
+class Templates(DocumentationTest):
+    def test_examples(self):
+        self.write_files((600, 400))
+        self.run_examples("templates", 6)
 
 
-class Pictures(CommandLineTest):
-    text = (SOURCE / "docs/pictures.md").read_text()
-
+class Pictures(DocumentationTest):
     def test_examples(self):
         photograph(self.home.path / "photo.jpg", 1800, 1200, 6)
-        examples = re.findall(r"^velmctl (.*?)(?: *# prints (.*))?$", self.text, re.MULTILINE)
-        self.assertGreater(len(examples), 10)
-        for arguments, printed in examples:
-            with self.subTest(arguments):
-                answer = self.home.velmctl(*shlex.split(arguments))
-                self.assertEqual((answer.returncode, answer.stderr), (0, ""))
-                if printed:
-                    self.assertEqual(answer.stdout.removeprefix(f"{self.home.path}/"), printed + "\n")
+        self.run_examples("pictures", 11)
 
     def test_table_of_formats_names_what_can_be_written(self):
-        rows = [[cell.strip() for cell in line.split("|")[1:-1]] for line in self.text.splitlines()]
+        rows = [[cell.strip() for cell in line.split("|")[1:-1]] for line in DOCUMENTS["pictures"].splitlines()]
         written = [extension for row in rows if len(row) == 6 and row[3] and row[1].islower()
                    for extension in row[1].split(", ")]
         refused = self.home.velmctl("image", "convert", "photo.jpg", "out.xyz").stderr

@@ -27,6 +27,7 @@ void declareProcess(CLI::App& app, const Chosen& chosen);
 void declareWatch(CLI::App& app, const Chosen& chosen);
 void declareInit(CLI::App& app, const Chosen& chosen);
 void declareRender(CLI::App& app, const Chosen& chosen);
+void declareTemplate(CLI::App& app, const Chosen& chosen);
 void declareDefaults(CLI::App& app, const Chosen& chosen);
 void declareImage(CLI::App& app, const Chosen& chosen);
 void declareCode(CLI::App& app, const Chosen& chosen);

@@ -7,7 +7,9 @@
 #include "base/Text.h"
 #include "jobs/VELM_Job.h"
 #include "jobs/VELM_Package.h"
+#include "platform/data/AtomicFile.h"
 #include "platform/draw/ImageDestination.h"
+#include "template/TemplateLayout.h"
 #include "template/VELM_Template.h"
 
 #include <memory>
@@ -26,6 +28,7 @@ struct Request {
     std::string image;
     std::optional<double> scale;
     std::string output;
+    std::string layout;
 };
 
 /// The order, and a package that stands for its first one: what the template's holes are filled from.
@@ -76,6 +79,10 @@ base::Result<void> render(const Request& request) {
         return base::failure(base::cocoaErrorDomain, 1,
                              "the template's size of " + base::stringFromSize(document->canvasSize()) +
                                  " makes no picture");
+    if (!request.layout.empty()) {
+        const std::string layout = layoutText(*document, layoutOf(*document));
+        if (auto written = platform::data::writeFileAtomically(request.layout, layout); !written) return written;
+    }
     return write(picture, request.output);
 }
 
@@ -100,6 +107,10 @@ void declareRender(CLI::App& app, const Chosen& chosen) {
         ->required()
         ->type_name("FILE")
         ->check(whyNotWritable);
+    command
+        ->add_option("--layout", request->layout,
+                     "Write a text too: where each layer lies, its file or font, and its lines")
+        ->type_name("FILE");
     command->callback([request, chosen] {
         chosen([request](const Options& options) {
             Session session(options);

@@ -29,6 +29,7 @@ int parseAndRun(int count, char** arguments) {
     velmctl::declareWatch(app, chosen);
     velmctl::declareInit(app, chosen);
     velmctl::declareRender(app, chosen);
+    velmctl::declareTemplate(app, chosen);
     velmctl::declareDefaults(app, chosen);
     velmctl::declareImage(app, chosen);
     velmctl::declareCode(app, chosen);

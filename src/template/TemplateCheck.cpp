@@ -1,0 +1,309 @@
+#include "template/TemplateCheck.h"
+
+#include "base/MessageTemplate.h"
+#include "base/Path.h"
+#include "base/Text.h"
+#include "platform/draw/ImageSource.h"
+#include "template/TemplateKeys.h"
+#include "template/TemplateLayout.h"
+#include "template/VELM_Template.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <map>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+
+using base::Rect;
+
+namespace {
+
+using Finding = TemplateReport::Finding;
+
+bool isColorCode(std::string_view code) {
+    while (code.starts_with('#'))
+        code.remove_prefix(1);
+    constexpr std::array<std::size_t, 4> lengths{3, 4, 6, 8};
+    return std::find(lengths.begin(), lengths.end(), code.size()) != lengths.end() &&
+           code.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+}
+
+bool isOneOf(std::string_view word, std::initializer_list<std::string_view> words, bool ignoringCase) {
+    return std::any_of(words.begin(), words.end(), [&](std::string_view known) {
+        return ignoringCase ? base::equalIgnoringCase(word, known) : word == known;
+    });
+}
+
+bool isStampKey(const std::string& key) {
+    return isOneOf(key, {"filename", "date", "time", "edittextbox", "packagename"}, true) ||
+           isOneOf(key,
+                   {"customfilenameparta", "customfilenamepartb", "customfilenamepartc", "customfilenamepartd",
+                    "customfilenameparte"},
+                   false);
+}
+
+// How many lines the text would take with all the room that it needs.
+std::size_t lineCount(const TextLayout& text) {
+    constexpr double roomForAll = 1'000'000;
+    platform::draw::AttributedText whole;
+    whole.string = text.text;
+    if (text.isFontAvailable) whole.attributes.fontName = text.fontName;
+    whole.attributes.fontSize = text.fontSize;
+    return platform::draw::TextFrame(whole, {text.rect.width, roomForAll}).lines().size();
+}
+
+class Checker {
+public:
+    Checker(VELM_Template& document, const TemplateReport& report)
+        : document_(document), report_(report), findings_(report.findings()) {}
+
+    std::vector<Finding> findings();
+
+private:
+    void checkLayers(const VELM_Template& container, const std::vector<LayerLayout>& layers);
+    void checkLayer(const LayerLayout& layout);
+    void checkFrame(const LayerLayout& layout, base::Size canvas);
+    void checkContainer(const LayerLayout& layout);
+    void checkPicture(const LayerLayout& layout);
+    void checkText(const LayerLayout& layout);
+    void checkStamp(const VELM_Template& layer);
+    void checkWords(const VELM_Template& layer);
+    /// Whether the report names the word at the place of the key's value.
+    bool isTold(const VELM_Template& layer, std::string_view key, std::string_view word) const;
+    const std::string& whyUndecodable(const std::string& file);
+
+    /// The line that gave the key's value, or else the layer's.
+    TemplateReport::Place placeOf(const VELM_Template& layer, std::string_view key) const;
+    template <class... Arguments>
+    void add(const VELM_Template& layer, std::string_view key, std::string_view sentence,
+             const Arguments&... arguments);
+
+    VELM_Template& document_;
+    const TemplateReport& report_;
+    std::vector<Finding> findings_;
+    std::map<std::string, std::string> undecodable_; // the reason for each file; empty for one that is whole
+};
+
+TemplateReport::Place Checker::placeOf(const VELM_Template& layer, std::string_view key) const {
+    const auto* origin = report_.originOf(layer, key);
+    if (origin && origin->kind != TemplateReport::Origin::Kind::node) return origin->place;
+    if (const auto place = report_.placeOf(layer)) return *place;
+    return {.file = document_.documentURL().value_or(base::URL()).path()};
+}
+
+template <class... Arguments>
+void Checker::add(const VELM_Template& layer, std::string_view key, std::string_view sentence,
+                  const Arguments&... arguments) {
+    findings_.push_back({placeOf(layer, key), base::message(sentence, arguments...)});
+}
+
+bool Checker::isTold(const VELM_Template& layer, std::string_view key, std::string_view word) const {
+    const TemplateReport::Place place = placeOf(layer, key);
+    return std::any_of(report_.findings().begin(), report_.findings().end(), [&](const Finding& told) {
+        return told.place == place && told.message.find(word) != std::string::npos;
+    });
+}
+
+std::vector<Finding> Checker::findings() {
+    if (document_.value(VELM_XML_Key_layers)) { // it has a body
+        if (document_.width() < 1 || document_.height() < 1)
+            add(document_, VELM_XML_Key_frame, "the document has no size, so nothing is drawn");
+        if (document_.layers().empty()) add(document_, VELM_XML_Key_layers, "the document has no layers");
+        checkLayers(document_, layoutOf(document_));
+    }
+    const auto order = [](const Finding& finding) {
+        return std::tie(finding.place.file, finding.place.line, finding.message);
+    };
+    std::stable_sort(findings_.begin(), findings_.end(),
+                     [&](const Finding& left, const Finding& right) { return order(left) < order(right); });
+    // A file that is nested twice is read twice.
+    findings_.erase(std::unique(findings_.begin(), findings_.end(),
+                                [&](const Finding& left, const Finding& right) { return order(left) == order(right); }),
+                    findings_.end());
+    return std::move(findings_);
+}
+
+void Checker::checkLayers(const VELM_Template& container, const std::vector<LayerLayout>& layers) {
+    for (const LayerLayout& layout : layers) {
+        if (layout.layer.get() == &container) continue; // a document without layers stands for itself
+        checkFrame(layout, container.canvasSize());
+        checkLayer(layout);
+        if (layout.type == VELM_Template::LayerTypeContainer) checkLayers(*layout.layer, layout.layers);
+    }
+}
+
+void Checker::checkFrame(const LayerLayout& layout, base::Size canvas) {
+    const VELM_Template& layer = *layout.layer;
+    const Rect frame = layout.frame;
+    if (frame.isEmpty()) {
+        if (!isTold(layer, VELM_XML_Key_frame, VELM_XML_Key_frame))
+            add(layer, VELM_XML_Key_frame, "the frame %@ is empty, so the layer is not drawn",
+                base::stringFromRect(frame));
+        return;
+    }
+    if (canvas.width < 1 || canvas.height < 1) return;
+    constexpr double tolerance = 0.5; // less is no pixel's worth
+    const Rect box = base::AffineTransform::rotationAbout(frame.center(), layer.rotation().doubleValue()).apply(frame);
+    const double beyond =
+        std::max(std::max(-box.x, -box.y), std::max(box.maxX() - canvas.width, box.maxY() - canvas.height));
+    if (box.intersection({0, 0, canvas.width, canvas.height}).isEmpty())
+        add(layer, VELM_XML_Key_frame, "the layer lies outside the canvas of %@ and does not show",
+            base::stringFromSize(canvas));
+    else if (beyond > tolerance)
+        add(layer, VELM_XML_Key_frame, "the layer reaches beyond the canvas of %@ by up to %@ pixels",
+            base::stringFromSize(canvas), base::shortestDecimal(std::round(beyond * 100) / 100));
+}
+
+void Checker::checkLayer(const LayerLayout& layout) {
+    const VELM_Template& layer = *layout.layer;
+    switch (layout.type) {
+    case VELM_Template::LayerTypeContainer:
+        checkContainer(layout);
+        break;
+    case VELM_Template::LayerTypeImage:
+    case VELM_Template::LayerTypeGraphic:
+        checkPicture(layout);
+        break;
+    case VELM_Template::LayerTypeTextbox:
+    case VELM_Template::LayerTypeStamp:
+        checkText(layout);
+        break;
+    case VELM_Template::LayerTypeCanvas:
+    case VELM_Template::LayerTypeUnknown:
+        if (const auto type = layer.type())
+            add(layer, VELM_XML_Key_type, "a layer of the type \"%@\" is not drawn", *type);
+        else
+            add(layer, VELM_XML_Key_type, "the layer has no type and is not drawn");
+        return;
+    }
+    checkWords(layer);
+}
+
+void Checker::checkContainer(const LayerLayout& layout) {
+    const VELM_Template& layer = *layout.layer;
+    if (layer.isTypeContainer()) {
+        if (layout.omission == LayerOmission::noCanvas)
+            add(layer, VELM_XML_Key_frame, "the frame %@ makes no canvas for the node",
+                base::stringFromRect(layout.frame));
+    } else if (const base::Value& path = layer.graphicPath()) {
+        // Reading tells why; this is for a document that was read without its files.
+        const auto error = layer.renderError();
+        if (error && !isTold(layer, VELM_XML_Key_filepath, error->localizedDescription))
+            add(layer, VELM_XML_Key_filepath, "%@", *error);
+        else if (!error && !isTold(layer, VELM_XML_Key_filepath, path.textOr("")))
+            add(layer, VELM_XML_Key_filepath, "the node \"%@\" is missing", path);
+    } else {
+        add(layer, VELM_XML_Key_type, "the node names no file");
+    }
+}
+
+void Checker::checkPicture(const LayerLayout& layout) {
+    const VELM_Template& layer = *layout.layer;
+    const bool isHole = layout.type == VELM_Template::LayerTypeImage;
+    const bool isFilled = layer.key().has_value(); // by an order
+    const base::Value& path = layer.graphicPath();
+    if (isHole && !isFilled) add(layer, VELM_XML_Key_key, "the image hole has no key, so no slot of an order fills it");
+    if (layer.hasCropRect() && layer.unflippedCropRect().isEmpty() &&
+        !isTold(layer, VELM_XML_Key_croprect, VELM_XML_Key_croprect))
+        add(layer, VELM_XML_Key_croprect, "the crop \"%@\" is empty, so the whole picture shows",
+            layer.value(VELM_XML_Key_croprect));
+    switch (layout.omission) {
+    case LayerOmission::noPath:
+        if (!isHole && !isFilled) add(layer, VELM_XML_Key_type, "the graphic names no picture and has no key");
+        break;
+    case LayerOmission::missingPicture:
+        // A word that stands for the order's photograph.
+        if (!(isHole && base::equalIgnoringCase(path.textOr(""), "ImageFile")))
+            add(layer, layer.value(VELM_XML_Key_filepath) ? VELM_XML_Key_filepath : VELM_XML_Key_filename,
+                "the picture \"%@\" is missing", path);
+        break;
+    case LayerOmission::unreadablePicture:
+        add(layer, layer.value(VELM_XML_Key_filepath) ? VELM_XML_Key_filepath : VELM_XML_Key_filename,
+            "the picture \"%@\" can't be read", path);
+        break;
+    default:
+        break;
+    }
+    if (!layout.picture || layout.picture->file.empty()) return;
+    if (const std::string& reason = whyUndecodable(layout.picture->file); !reason.empty())
+        add(layer, VELM_XML_Key_filepath, "the picture \"%@\" can't be read: %@", path, reason);
+    else if (layout.picture->rect.isEmpty())
+        add(layer, VELM_XML_Key_borderWidth, "the border of %@ leaves nothing of the picture",
+            base::shortestDecimal(layer.borderWidth()));
+    else if (layout.picture->shown.isEmpty())
+        add(layer, VELM_XML_Key_croprect, "the crop \"%@\" misses the picture of %@ pixels",
+            layer.value(VELM_XML_Key_croprect), base::stringFromSize(layout.picture->size));
+}
+
+// Headers may promise what the data doesn't hold.
+const std::string& Checker::whyUndecodable(const std::string& file) {
+    const auto [known, isNew] = undecodable_.try_emplace(file);
+    if (!isNew) return known->second;
+    constexpr int enoughToSee = 64;
+    const auto source = platform::draw::ImageSource::createWithURL(base::URL::fileURLWithPath(file));
+    if (!source)
+        known->second = source.error().localizedDescription;
+    else if (const auto decoded = (*source)->thumbnailAtIndex(0, enoughToSee, false, platform::draw::Quality::preview);
+             !decoded)
+        known->second = decoded.error().localizedDescription;
+    return known->second;
+}
+
+void Checker::checkText(const LayerLayout& layout) {
+    const VELM_Template& layer = *layout.layer;
+    if (layout.type == VELM_Template::LayerTypeStamp)
+        checkStamp(layer);
+    else if (layout.omission == LayerOmission::noText && !layer.key())
+        add(layer, VELM_XML_Key_type, "the textbox has neither a string nor a key");
+    if (!layout.text) return;
+    const TextLayout& text = *layout.text;
+    if (!text.isFontAvailable)
+        add(layer, VELM_XML_Key_font, "the font \"%@\" is not available: Helvetica is taken, drawn by %@",
+            text.fontName, text.fontFamily);
+    if (!(text.fontSize > 0))
+        add(layer, VELM_XML_Key_size, "the font size \"%@\" draws nothing", layer.fontSize());
+    else if (!text.isComplete && !layout.frame.isEmpty())
+        add(layer, VELM_XML_Key_frame, "the text does not fit its frame: %lu of %lu lines show", text.lines.size(),
+            std::max(lineCount(text), text.lines.size()));
+}
+
+void Checker::checkStamp(const VELM_Template& layer) {
+    const auto key = layer.key();
+    const bool hasString = layer.stringValue().has_value();
+    if (key && !isStampKey(*key))
+        add(layer, VELM_XML_Key_key, "the stamp's key \"%@\" is unknown: it shows %@", *key,
+            base::lowercase(*key).starts_with("customfilenamepart") ? "nothing"
+            : hasString                                             ? "its string"
+                                                                    : "the key");
+    else if (key && base::equalIgnoringCase(*key, "edittextbox") && !layer.value(VELM_XML_Key_stamp))
+        add(layer, VELM_XML_Key_key, "the stamp names no stored text (stringnumber), so it is not drawn");
+    else if (key && base::equalIgnoringCase(*key, "date") && !hasString)
+        add(layer, VELM_XML_Key_key, "the date has no format (string), so it is not drawn");
+    else if (!key && !hasString)
+        add(layer, VELM_XML_Key_type, "the stamp has neither a string nor a key");
+    else if (!hasString)
+        add(layer, VELM_XML_Key_type, "the stamp has no string, so it is drawn without its font and colour");
+}
+
+void Checker::checkWords(const VELM_Template& layer) {
+    if (const auto gravity = layer.value(VELM_XML_Key_gravity).stringValue();
+        gravity && !isOneOf(*gravity, {"resize", "resizeAspect", "resizeAspectFill"}, false))
+        add(layer, VELM_XML_Key_gravity, "the gravity \"%@\" is unknown: resizeAspectFill is taken", *gravity);
+    if (const auto alignment = layer.textAlignmentString();
+        alignment && !isOneOf(*alignment, {"", "left", "right", "center", "justified"}, true))
+        add(layer, VELM_XML_Key_textAlignment, "the alignment \"%@\" is unknown: left is taken", *alignment);
+    for (const TemplateKey& key : templateKeys()) {
+        if (key.kind != TemplateKey::Kind::colorCode) continue;
+        if (const auto code = layer.value(key.name).stringValue(); code && !isColorCode(*code))
+            add(layer, key.name, "the colour \"%@\" is no colour code such as #RRGGBB: black is taken", *code);
+    }
+}
+
+} // namespace
+
+std::vector<Finding> findingsOfTemplate(VELM_Template& document, const TemplateReport& report) {
+    return Checker(document, report).findings();
+}
