@@ -54,7 +54,7 @@ std::map<std::string, fs::path> picturesBelow(const fs::path& folder) {
     std::map<std::string, fs::path> pictures;
     if (!fs::is_directory(folder)) return pictures;
     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-        if (!entry.is_regular_file()) continue;
+        if (!entry.is_regular_file() || entry.path().extension() == ".txt") continue;
         const std::string name = fs::relative(entry.path(), folder).replace_extension().string();
         const bool isNew = pictures.emplace(std::regex_replace(name, time, ""), entry.path()).second;
         EXPECT_TRUE(isNew) << "two products are named " << name;
@@ -91,17 +91,25 @@ void checkPicture(const fs::path& product, const fs::path& expected, const fs::p
                   << " % of the samples differ, the largest by " << difference.largest << "; see " << failures;
 }
 
-class Golden : public testing::TestWithParam<std::string> {};
+// A case's files with the photographs, where velmctl may work on them.
+void copyCase(const fs::path& original, const fs::path& folder) {
+    fs::copy(original, folder, fs::copy_options::recursive);
+    fs::create_directory(folder / "order.velm_job");
+    fs::copy(GOLDEN_PHOTOS, folder / "order.velm_job/Images", fs::copy_options::recursive);
+    fs::create_directory(folder / "out");
+}
+
+class Golden : public testing::TestWithParam<std::string> {
+protected:
+    static void SetUpTestSuite() { setenv("FONTCONFIG_FILE", GOLDEN_FONTS, 1); }
+};
 
 TEST_P(Golden, picturesAreAsExpected) {
     const fs::path original = fs::path(GOLDEN_CASES) / GetParam();
     const fs::path failures = fs::path(GOLDEN_FAILURES) / GetParam();
     fs::remove_all(failures);
     const support::TemporaryDirectory folder;
-    fs::copy(original, folder.path(), fs::copy_options::recursive);
-    fs::create_directory(folder.path() / "order.velm_job");
-    fs::copy(GOLDEN_PHOTOS, folder.path() / "order.velm_job/Images", fs::copy_options::recursive);
-    fs::create_directory(folder.path() / "out");
+    copyCase(original, folder.path());
 
     std::vector<std::string> arguments;
     std::ifstream file(folder.path() / "arguments.txt");
@@ -112,6 +120,7 @@ TEST_P(Golden, picturesAreAsExpected) {
     EXPECT_EQ(status, 0) << support::readFile(folder.path() / "log.txt");
 
     auto products = picturesBelow(folder.path() / "out");
+    const fs::path layout = folder.path() / "layout.txt";
     if (std::getenv("GOLDEN_UPDATE")) {
         fs::remove_all(original / "expected");
         for (const auto& [name, product] : products) {
@@ -120,7 +129,9 @@ TEST_P(Golden, picturesAreAsExpected) {
             const auto picture = golden::readPicture(product);
             ASSERT_TRUE(picture && golden::writePNG(*picture, expected));
         }
+        if (fs::exists(layout)) fs::copy(layout, original / "expected/layout.txt");
     }
+    EXPECT_EQ(support::readFile(layout), support::readFile(original / "expected/layout.txt"));
     const auto expectations = picturesBelow(original / "expected");
     EXPECT_FALSE(expectations.empty()) << "the case expects no picture";
     for (const auto& [name, expected] : expectations) {
@@ -138,5 +149,23 @@ TEST_P(Golden, picturesAreAsExpected) {
 
 INSTANTIATE_TEST_SUITE_P(Cases, Golden, testing::ValuesIn(caseNames()),
                          [](const auto& parameter) { return parameter.param; });
+
+// What an order makes of a template that fills its output is what the template alone gives for the order.
+TEST_F(Golden, OrdersAndRendersAgree) {
+    for (const char* name : {"text", "nesting", "crops"}) {
+        SCOPED_TRACE(name);
+        const support::TemporaryDirectory folder;
+        copyCase(fs::path(GOLDEN_CASES) / name, folder.path());
+        ASSERT_EQ(runVelmctl(folder.path(), {"render", "page.xml", "--order", "order.velm_job", "-o", "page.jpg"}), 0);
+        ASSERT_EQ(runVelmctl(folder.path(), {"process", "order.velm_job"}), 0);
+        const auto products = picturesBelow(folder.path() / "out");
+        ASSERT_EQ(products.size(), 1U);
+        const auto product = golden::readPicture(products.begin()->second);
+        const auto rendered = golden::readPicture(folder / "page.jpg");
+        ASSERT_TRUE(product && rendered);
+        const golden::Difference difference = golden::compare(*product, *rendered);
+        EXPECT_TRUE(difference.sameSize && difference.largest == 0) << difference.largest;
+    }
+}
 
 } // namespace
