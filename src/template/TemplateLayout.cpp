@@ -6,10 +6,10 @@
 #include "internal/TemplateRenderer.h"
 
 #include <array>
+#include <cmath>
 #include <utility>
 
 using base::Rect;
-using platform::draw::TextAttributes;
 using platform::draw::TextFrame;
 
 namespace {
@@ -50,7 +50,9 @@ LayerLayout TemplateRenderer::layoutOf(VELM_Template& layer) {
     if (!placed.image) return layout;
     KLARON_Image& image = *placed.image;
     layout.rotation = image.rotation().value_or(0);
-    if (placed.frame.width == 0 || placed.frame.height == 0) {
+    if (image.destinationRect() == Rect{}) { // draws over the whole canvas
+        image.setDestinationRect({0, 0, std::trunc(drawn_.width()), std::trunc(drawn_.height())});
+    } else if (placed.frame.width == 0 || placed.frame.height == 0) {
         layout.omission = LayerOmission::emptyFrame;
         return layout;
     }
