@@ -67,4 +67,27 @@ double median(std::vector<double> values) {
     return values.size() % 2 ? values[half] : (values[half - 1] + values[half]) / 2;
 }
 
+double medianDifference(const std::vector<double>& values, const std::vector<double>& others) {
+    std::vector<double> differences;
+    for (std::size_t turn = 0; turn < std::min(values.size(), others.size()); ++turn)
+        differences.push_back(values[turn] - others[turn]);
+    return median(std::move(differences));
+}
+
+std::vector<std::vector<double>> secondsByTurns(const std::vector<Work>& works, int turns, double limit) {
+    std::vector<std::vector<double>> seconds(works.size());
+    double spent = 0;
+    for (int turn = 0; turn < turns && (turn == 0 || spent < limit); ++turn) {
+        for (std::size_t i = 0; i < works.size(); ++i) {
+            const double start = processorTime();
+            for (int repeated = 0; repeated < works[i].batch; ++repeated)
+                works[i].run();
+            const double all = processorTime() - start;
+            spent += all;
+            seconds[i].push_back(all / works[i].batch);
+        }
+    }
+    return seconds;
+}
+
 } // namespace bench

@@ -23,5 +23,16 @@ struct ProcessRun {
 ProcessRun run(const std::vector<std::string>& arguments);
 
 double median(std::vector<double> values);
+/// The median of what each of the first went beyond the one of the second that was taken in the same turn.
+double medianDifference(const std::vector<double>& values, const std::vector<double>& others);
+
+/// A piece of work to measure; done `batch` times in a turn when once is too short for the clock.
+struct Work {
+    std::function<void()> run;
+    int batch = 1;
+};
+/// Processor time of each work done once, in seconds: a list for each, an entry for each turn. They take turns, so that
+/// what else the machine does falls on all alike; no turn begins after `limit` seconds of work, save the first.
+std::vector<std::vector<double>> secondsByTurns(const std::vector<Work>& works, int turns, double limit);
 
 } // namespace bench

@@ -11,15 +11,6 @@ namespace bench {
 
 namespace {
 
-std::string document(int width, int height, const std::string& layers) {
-    std::ostringstream text;
-    text << "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n"
-         << "<data type=\"VELM_Template\" version=\"1.0\">\n<layout name=\"bench\" size=\"{" << width << ", " << height
-         << "}\"><backgroundEnabled>yes</backgroundEnabled>\n"
-         << layers << "</layout>\n</data>\n";
-    return text.str();
-}
-
 std::string photographLayer(const Placed& placed, int level, const std::string& style = {}) {
     std::ostringstream text;
     text << "<layer type=\"graphic\" zindex=\"" << level << "\" frame=\"{{" << placed.x << ", " << placed.y << "}, {"
@@ -32,10 +23,6 @@ std::string textLayer(const std::string& frame, const std::string& text, int siz
     return "<layer type=\"textbox\" zindex=\"90\" frame=\"" + frame + "\"><string>" + text + "</string><font size=\"" +
            std::to_string(size) + "\">DejaVu Sans</font><color>" + color + "</color></layer>\n";
 }
-
-} // namespace
-
-namespace {
 
 bool make(const samples::Photograph& photograph, const std::string& path) {
     std::error_code ignored;
@@ -56,6 +43,15 @@ bool make(const samples::Photograph& photograph, const std::string& path) {
 }
 
 } // namespace
+
+std::string templateText(int width, int height, const std::string& layers) {
+    std::ostringstream text;
+    text << "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n"
+         << "<data type=\"VELM_Template\" version=\"1.0\">\n<layout name=\"bench\" size=\"{" << width << ", " << height
+         << "}\"><backgroundEnabled>yes</backgroundEnabled>\n"
+         << layers << "</layout>\n</data>\n";
+    return text.str();
+}
 
 Photographs photographsIn(const std::string& folder) {
     constexpr std::array scenes{samples::Scene::house, samples::Scene::lighthouse, samples::Scene::harbour,
@@ -93,22 +89,23 @@ std::array<Task, 3> tasksWith(const Photographs& photographs) {
     const FloorTask twice{1844, 2498, {{photographs[0], 0, 0, 1844, 1249}, {photographs[0], 0, 1249, 1844, 1249}}};
     return {
         Task{"T1", "one photograph aspect-filled into 1844 x 1240, border, a line of text",
-             document(1844, 1240,
-                      photographLayer(single.photographs[0], 1,
-                                      "<border color=\"#FFFFFF\" width=\"40\" clipsContent=\"yes\">yes</border>") +
-                          textLayer("{{80, 1110}, {1684, 70}}", "A day at the sea, summer 2026", 44, "#FFFFFF")),
+             templateText(1844, 1240,
+                          photographLayer(single.photographs[0], 1,
+                                          "<border color=\"#FFFFFF\" width=\"40\" clipsContent=\"yes\">yes</border>") +
+                              textLayer("{{80, 1110}, {1684, 70}}", "A day at the sea, summer 2026", 44, "#FFFFFF")),
              single},
         Task{"T2", "2448 x 3036 with four photographs, one turned 7 degrees with a soft shadow, text",
-             document(2448, 3036,
-                      photographLayer(four.photographs[0], 1) + photographLayer(four.photographs[1], 2) +
-                          photographLayer(four.photographs[2], 3) +
-                          photographLayer(four.photographs[3], 4,
-                                          "<rotation>0.122173</rotation><shadow blur=\"24\" color=\"#00000099\" "
-                                          "offset=\"{16, 16}\">yes</shadow>") +
-                          textLayer("{{56, 2900}, {2336, 100}}", "Four pictures of one day", 72, "#2E4A62")),
+             templateText(2448, 3036,
+                          photographLayer(four.photographs[0], 1) + photographLayer(four.photographs[1], 2) +
+                              photographLayer(four.photographs[2], 3) +
+                              photographLayer(four.photographs[3], 4,
+                                              "<rotation>0.122173</rotation><shadow blur=\"24\" color=\"#00000099\" "
+                                              "offset=\"{16, 16}\">yes</shadow>") +
+                              textLayer("{{56, 2900}, {2336, 100}}", "Four pictures of one day", 72, "#2E4A62")),
              four},
         Task{"T3", "one photograph placed twice on 1844 x 2498",
-             document(1844, 2498, photographLayer(twice.photographs[0], 1) + photographLayer(twice.photographs[1], 2)),
+             templateText(1844, 2498,
+                          photographLayer(twice.photographs[0], 1) + photographLayer(twice.photographs[1], 2)),
              twice}};
 }
 

@@ -18,6 +18,9 @@ Photographs photographsIn(const std::string& folder);
 /// The path of a photograph of this size, which is made in `folder` unless it is there; empty when that fails.
 std::string photographOf(int width, int height, const std::string& folder);
 
+/// A template file of this size around the elements of its layers.
+std::string templateText(int width, int height, const std::string& layers);
+
 struct Task {
     std::string name;        ///< "T1"
     std::string description; ///< One line for people.

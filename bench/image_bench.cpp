@@ -63,26 +63,15 @@ void write(const ImageRef& image, const std::string& path, const char* type) {
     }
 }
 
-/// By turns, as often as a second allows: once for what takes seconds, at most `rounds` times.
+/// As often as a second and a half allows: once for what takes seconds, at most `rounds` times.
 void measure(const char* megapixels, const char* what, int rounds, int batch, const std::function<void()>& ours,
              const std::function<bool()>& bare) {
-    std::vector<double> velm, library;
-    const auto timed = [batch](const auto& work) {
-        const double start = bench::processorTime();
-        for (int i = 0; i < batch; ++i)
-            work();
-        return (bench::processorTime() - start) / batch;
+    const auto library = [&bare] {
+        if (!bare()) std::exit(1);
     };
-    double spent = 0;
-    for (int round = 0; round < rounds && (round == 0 || spent < 1.5); ++round) {
-        library.push_back(timed([&] {
-            if (!bare()) std::exit(1);
-        }));
-        velm.push_back(timed(ours));
-        spent += (library.back() + velm.back()) * batch;
-    }
-    const double floor = bench::median(library);
-    const double median = bench::median(velm);
+    const auto seconds = bench::secondsByTurns({{library, batch}, {ours, batch}}, rounds, 1.5);
+    const double floor = bench::median(seconds[0]);
+    const double median = bench::median(seconds[1]);
     std::printf("| %s | %s | %.2f | %.2f | %.2f |\n", megapixels, what, floor * 1e3, median * 1e3, median / floor);
     std::fflush(stdout);
 }
