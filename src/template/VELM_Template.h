@@ -63,8 +63,9 @@ public:
 
     static constexpr std::string_view xmlVersionString = "1.0";
     /// How deep template files may be nested in each other, and how many nested files and how many layers one document
-    /// may hold with all that is nested in it. What goes beyond, or holds itself, is not loaded, and the document answers
-    /// it as its `renderError`. Nested files together are limited as one file is (platform::data::maximumXMLSize).
+    /// may hold with all that is nested in it. What goes beyond, or holds itself, is not loaded, and the document
+    /// answers it as its `renderError`. Nested files together are limited as one file is
+    /// (platform::data::maximumXMLSize).
     static constexpr int maximumNesting = 16;
     static constexpr int maximumNestedFiles = 1000;
     static constexpr int maximumLayers = 100'000;
@@ -113,6 +114,8 @@ public:
 
     /// The layers from back to front. Made empty on first read.
     Layers layers();
+    /// The same without making an empty list, which would count as a change: for whoever only looks.
+    Layers storedLayers() const;
     void setLayers(const Layers& layers);
     /// Sorts by the integer of `zindex`, equals staying in order, and numbers the levels 100, 200, 300... Fewer than
     /// two layers stay as they are.
@@ -184,9 +187,9 @@ public:
     void saveChangesToURL(const std::optional<base::URL>& url, const SaveReply& reply) {
         filePathSaveChanges(url, reply);
     }
-    /// Writes the document whether it has changes or not, and changes nothing in it. Documents of a version below 1.0
-    /// or of none don't replace a file unless told: it is moved aside, photo.xml to photo.oldVELM.xml. Where that
-    /// name is taken, the file is replaced all the same.
+    /// Writes the document whether it has changes or not, and leaves `lastSaved` as it is. Documents of a version
+    /// below 1.0 or of none don't replace a file unless told: it is moved aside, photo.xml to photo.oldVELM.xml. Where
+    /// that name is taken, the file is replaced all the same.
     base::Result<void> writeToURL(const base::URL& url, bool movesOldFileAside = true);
     /// The document as its file holds it (to be written pretty printed): its size and one flat list of layers, of
     /// nested documents their file name only.
