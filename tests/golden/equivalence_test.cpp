@@ -22,6 +22,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <map>
 #include <set>
 #include <thread>
@@ -53,19 +54,21 @@ public:
         fs::copy(fs::path(GOLDEN_CASES) / name, files.path(), fs::copy_options::recursive);
         fs::copy(GOLDEN_PHOTOS, container / "Images", fs::copy_options::recursive);
         hasOwnPhotograph_ = support::readFile(files / "arguments.txt").find("--image") != std::string::npos;
-        if (fs::exists(container / "job.xml")) {
-            const auto read = VELM_Job::jobWithContentsOfURL(urlOf(container));
-            EXPECT_TRUE(read) << read.error().localizedDescription;
-            job_ = read.value_or(nullptr);
-            package_ = VELM_Package::init();
-            package_->setJob(job_);
-            package_->setValue("name", job_->packageName().value_or(""));
-        }
+        if (fs::exists(container / "job.xml")) take(container);
+    }
+
+    // A bundle, or a ticket that stands alone.
+    void take(const fs::path& ticket) {
+        const auto read = VELM_Job::jobWithContentsOfURL(urlOf(ticket));
+        ASSERT_TRUE(read) << read.error().localizedDescription;
+        job_ = *read;
+        package_ = VELM_Package::init();
+        package_->setJob(job_);
+        package_->setValue("name", job_->packageName().value_or(""));
     }
 
     VELM_Template::Ref read(const std::string& path) const {
-        const auto document =
-            VELM_Template::templateWithPath(path, job_ ? std::optional(urlOf(container)) : std::nullopt);
+        const auto document = VELM_Template::templateWithPath(path, job_ ? job_->urlJobContainer() : std::nullopt);
         EXPECT_TRUE(document) << path;
         return document;
     }
@@ -106,16 +109,19 @@ void setFolder(std::string_view key, const base::Value& folder) {
     EXPECT_TRUE(platform::data::UserDefaults::standard().setObject(folder, key));
 }
 
-// Out of the order into the tree that the settings name.
-std::string fromTheSettingsFolders(Order& order) {
+// Out of the order into the tree that the settings name, and drawn from there.
+std::string fromTheSettingsFolders(Order& order, bool isTicketAlone) {
     const fs::path tree = order.files.path() / "tree";
-    fs::create_directory(tree);
+    fs::create_directories(tree / "Nodes");
     for (const std::string_view folder : {"Templates", "Nodes", "Images"})
         if (fs::exists(order.container / folder)) fs::rename(order.container / folder, tree / folder);
-    fs::create_directory(tree / "Nodes");
     fs::create_directory_symlink(tree / "Images", order.container / "Images");
+    if (isTicketAlone && fs::exists(order.container / "job.xml")) {
+        fs::rename(order.container / "job.xml", tree / "alone.xml");
+        order.take(tree / "alone.xml");
+    }
     VELM_Template::setCurrentTemplatesFolder(urlOf(tree / "Templates"));
-    const std::string pixels = drawn(order.fill(order.read("page.xml")));
+    std::string pixels = drawn(order.fill(order.read("page.xml")));
     setFolder(key_velmFolderTemplates, {});
     setFolder(key_velmFolderNodes, {});
     return pixels;
@@ -175,7 +181,16 @@ const struct {
     {"without a picture cache", withoutPictureCache},
     // A node that a body calls a graphic is none, and stands for its layer as that.
     {"as a node of another", nestedInAnother, {"itself"}},
-    {"in the folders of the settings", fromTheSettingsFolders},
+    {"in the folders of the settings", [](Order& order) { return fromTheSettingsFolders(order, false); }},
+    // Beside a ticket that stands alone the pictures of node files are looked for in the Nodes folder.
+    {"without a bundle", [](Order& order) { return fromTheSettingsFolders(order, true); }, {"nested", "scaled"}},
+    {"composed",
+     [](Order& order) {
+         const auto document = order.filled();
+         std::promise<std::string> pixels;
+         document->getComposedImage([&](const ImageRef& image) { pixels.set_value(pixelsOf(image)); });
+         return pixels.get_future().get();
+     }},
 };
 
 // What a file does not hold of a template, so that it looks otherwise once it was written and read.
