@@ -16,7 +16,7 @@ using fuzzing::require;
 namespace {
 
 // Larger ones would cost time and find nothing more.
-constexpr double largestDrawn = 256;
+constexpr double mostPixelsDrawn = 512 * 512;
 
 // A file that stands nowhere and leaves nothing behind.
 class NamelessFile {
@@ -74,7 +74,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     require(written(*readAgain(file, second)) == second, "what was written and read is written alike");
 
     const base::Size canvas = document->canvasSize();
-    if (canvas.width > largestDrawn || canvas.height > largestDrawn) return 0;
+    if (canvas.width * canvas.height > mostPixelsDrawn) return 0;
     (void)document->createProductImage();
     require(copy->isEqual(*document), "drawing changes no value");
     return 0;
