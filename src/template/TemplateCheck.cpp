@@ -3,6 +3,8 @@
 #include "base/MessageTemplate.h"
 #include "base/Path.h"
 #include "base/Text.h"
+#include "imaging/KLARON_color.h"
+#include "platform/draw/BitmapContext.h"
 #include "platform/draw/ImageSource.h"
 #include "template/TemplateKeys.h"
 #include "template/TemplateLayout.h"
@@ -111,9 +113,19 @@ std::vector<Finding> Checker::findings() {
     if (document_.value(VELM_XML_Key_layers)) { // it has a body
         if (document_.width() < 1 || document_.height() < 1)
             add(document_, VELM_XML_Key_frame, "the document has no size, so nothing is drawn");
+        else if (!platform::draw::BitmapContext::create(document_.width(), document_.height(),
+                                                        KLARON_color::colorSpace()))
+            add(document_, VELM_XML_Key_frame, "the document's size of %@ is too large to be drawn",
+                base::stringFromSize(document_.canvasSize()));
         if (document_.layers().empty()) add(document_, VELM_XML_Key_layers, "the document has no layers");
         checkLayers(document_, layoutOf(document_));
     }
+    // Limits that reading met belong to no line.
+    const auto error = document_.renderError();
+    if (error && std::none_of(findings_.begin(), findings_.end(), [&](const Finding& told) {
+            return told.message.find(error->localizedDescription) != std::string::npos;
+        }))
+        add(document_, VELM_XML_Key_layers, "%@", *error);
     const auto order = [](const Finding& finding) {
         return std::tie(finding.place.file, finding.place.line, finding.message);
     };

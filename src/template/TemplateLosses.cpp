@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -38,6 +39,7 @@ public:
     std::vector<Finding> losses();
 
 private:
+    void compareReports(const TemplateReport& after);
     void compareDocument();
     void compareLayer(const VELM_Template& before, const VELM_Template& after);
     void addComments(const XMLNode& node);
@@ -56,6 +58,21 @@ void Comparison::add(const VELM_Template& layer, std::string_view key, std::stri
     else if (const auto place = report_.placeOf(layer))
         finding.place = *place;
     losses_.push_back(std::move(finding));
+}
+
+// What reading finds fault with in the written file too is in it still.
+void Comparison::compareReports(const TemplateReport& after) {
+    std::multiset<std::string_view> left;
+    for (const Finding& finding : after.findings())
+        left.insert(finding.message);
+    const std::string file = document_.documentURL().value_or(base::URL()).path();
+    for (const Finding& finding : report_.findings()) {
+        if (finding.place.file != file) continue;
+        if (const auto same = left.find(finding.message); same != left.end())
+            left.erase(same);
+        else
+            losses_.push_back(finding);
+    }
 }
 
 // A save keeps the size and the layers.
@@ -77,7 +94,7 @@ void Comparison::compareLayer(const VELM_Template& before, const VELM_Template& 
         if (const auto carrier = carrierOf(before, key); carrier && !after.value(key))
             add(before, key, base::message("the layer's %@ has no %@ element to stand in and is lost", key, *carrier));
         else if (!after.value(key))
-            add(before, key, base::message("the layer's %@ is not written and is lost", key));
+            add(before, key, base::message("the layer's %@ is lost: a saved file does not bring it back", key));
         else
             add(before, key, base::message("the layer's %@ changes", key));
     }
@@ -99,8 +116,11 @@ void Comparison::addComments(const XMLNode& node) {
 
 std::vector<Finding> Comparison::losses() {
     compareDocument();
-    const auto written = document_.xmlForSaving();
-    const auto after = VELM_Template::initWithNode(*written->rootElement()->children().front(), std::nullopt);
+    const base::Data written = document_.xmlForSaving()->xmlData(platform::data::XMLFormat::prettyPrinted);
+    TemplateReport reportAfter;
+    const auto after = VELM_Template::templateWithPath(written, false, std::nullopt, &reportAfter);
+    if (!after) return {};
+    compareReports(reportAfter);
     const auto layersBefore = document_.layers();
     const auto layersAfter = after->layers();
     for (std::size_t index = 0; index < std::min(layersBefore.size(), layersAfter.size()); ++index)

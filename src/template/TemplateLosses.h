@@ -1,5 +1,5 @@
-// What a document loses when it is saved: a template file holds less than the reading of one takes in. Found by writing
-// the document, reading that back, and comparing the values key by key.
+// What a file loses when its document is saved: reading passes over some of it, and a saved file holds less than
+// reading takes in. Found by writing the document, reading that back, and comparing the values key by key.
 #pragma once
 
 #include "template/TemplateReport.h"
@@ -8,6 +8,7 @@
 
 class VELM_Template;
 
-/// One finding for each value that would not come back, and for each comment of the document's file, in the order of
-/// lines. `report` must be that with which the document was read. On the caller's thread.
+/// One finding for each thing that reading dropped, each value that would not come back, and each comment of the
+/// document's own file, in the order of lines. `report` must be that with which the document was read. On the caller's
+/// thread.
 std::vector<TemplateReport::Finding> lossesOfSaving(VELM_Template& document, const TemplateReport& report);

@@ -160,6 +160,7 @@ class Check(TemplateTest):
 
     def test_documents_and_nested_files(self):
         for name, content, words in (("none.xml", template(HOLE, size="{0, 0}"), "no size"),
+                                     ("huge.xml", template(HOLE, size="{40000, 10}"), "too large"),
                                      ("bare.xml", template(), "no layers"),
                                      ("damaged.xml", template(HOLE).replace("</layout>", ""), ":"),
                                      ("two.xml", template(HOLE).replace("</data>", "<square/></data>"), ":")):
@@ -195,6 +196,9 @@ class Format(TemplateTest):
             pictures.append((self.home.path / "out.png").read_bytes())
         self.assertEqual(*pictures)
         self.assertEqual(self.template("format", source).stderr, "", "in place")
+        self.write(template(layer("node", "<filepath>Nowhere.xml</filepath>"), layer("textbox", "<rotation>x</rotation>")),
+                   "odd.xml")
+        self.assertEqual(self.template("format", "odd.xml").stderr, "", "what is wrong in both is not lost")
         self.assertEqual(source.read_bytes(), once.read_bytes())
 
     def test_nothing_is_lost_in_silence(self):

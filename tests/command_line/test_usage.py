@@ -12,7 +12,7 @@ class Usage(CommandLineTest):
     def test_help_and_version_explain_themselves(self):
         for arguments in (["--help"], ["process", "--help"], ["watch", "--help"], ["init", "--help"],
                           ["render", "--help"], ["defaults", "--help"], ["defaults", "write", "--help"],
-                          ["image", "--help"], ["image", "convert", "--help"], ["code", "make", "aztec", "--help"]):
+                          ["image", "--help"], ["image", "convert", "--help"], ["template", "format", "--help"], ["code", "make", "aztec", "--help"]):
             with self.subTest(arguments):
                 answer = self.home.velmctl(*arguments)
                 self.assertEqual((answer.returncode, answer.stderr), (0, ""))
@@ -25,7 +25,7 @@ class Usage(CommandLineTest):
                                  (["watch", "--slowly"], "slowly"), (["render", "a.xml"], "output"),
                                  (["render", "a.xml", "-o", "a.bmp"], "a.bmp"),
                                  (["render", "a.xml", "-o", "a.png", "--scale", "-1"], "scale"),
-                                 (["defaults"], "required"), (["defaults", "write", "key"], "VALUE")):
+                                 (["defaults"], "required"), (["template", "check"], "FILE"), (["defaults", "write", "key"], "VALUE")):
             with self.subTest(arguments):
                 answer = self.home.velmctl(*arguments)
                 self.assertEqual((answer.returncode, answer.stdout), (2, ""))

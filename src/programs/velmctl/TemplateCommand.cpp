@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -111,18 +110,6 @@ int check(const Request& request) {
 
 // -- Format ----------------------------------------------------------------------------------------------------------
 
-/// What the file holds and its new form won't: what reading dropped, what a save doesn't write.
-Findings losses(const Opened& opened) {
-    Findings result;
-    std::copy_if(opened.report.findings().begin(), opened.report.findings().end(), std::back_inserter(result),
-                 [&](const auto& finding) { return finding.place.file == opened.path(); });
-    const Findings unwritten = lossesOfSaving(*opened.document, opened.report);
-    result.insert(result.end(), unwritten.begin(), unwritten.end());
-    std::stable_sort(result.begin(), result.end(),
-                     [](const auto& left, const auto& right) { return left.place.line < right.place.line; });
-    return result;
-}
-
 int format(const Request& request) {
     const std::string& file = request.file();
     const auto opened = openWithBody(file);
@@ -132,7 +119,7 @@ int format(const Request& request) {
         request.output.empty() || std::filesystem::equivalent(opened->path(), request.output, failed);
     const base::URL target = isInPlace ? *opened->document->documentURL() : base::URL::fileURLWithPath(request.output);
 
-    const Findings lost = losses(*opened);
+    const Findings lost = lossesOfSaving(*opened->document, opened->report);
     for (const auto& finding : lost)
         Console::shared().diagnostic(line(finding, *opened, file));
     if (isInPlace && !lost.empty() && !request.isForced)
