@@ -5,6 +5,9 @@
 #include "base/Text.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstring>
 #include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
@@ -39,6 +42,63 @@ struct FreeParser {
     }
 };
 using Parser = std::unique_ptr<xmlParserCtxt, FreeParser>;
+
+/// The memory of one document's nodes, in few large pieces. It lives as long as any node does, for a subtree may
+/// outlive its document; nodes may end on any thread, but are made by the parser alone.
+class NodeMemory {
+public:
+    static NodeMemory* create() { return new NodeMemory; }
+    /// For a node or less, of the usual alignment.
+    void* allocate(std::size_t size) {
+        constexpr std::size_t alignment = alignof(std::max_align_t);
+        size = (size + alignment - 1) / alignment * alignment;
+        if (size > left_) {
+            pieces_.push_back(std::make_unique_for_overwrite<std::byte[]>(pieceSize));
+            left_ = pieceSize;
+        }
+        users_.fetch_add(1, std::memory_order_relaxed);
+        left_ -= size;
+        return pieces_.back().get() + left_;
+    }
+    void release() {
+        if (users_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    }
+
+private:
+    NodeMemory() = default;
+    ~NodeMemory() = default;
+
+    // Small enough to come from the heap: mapped anew for each document, each page of it would be a fault.
+    static constexpr std::size_t pieceSize = 32 * 1024;
+
+    std::vector<std::unique_ptr<std::byte[]>> pieces_;
+    std::size_t left_ = 0;               // of the last one
+    std::atomic<std::size_t> users_ = 1; // the creator
+};
+
+template <class T>
+struct NodeAllocator {
+    using value_type = T;
+
+    explicit NodeAllocator(NodeMemory* nodeMemory) : memory(nodeMemory) {}
+    template <class Other>
+    NodeAllocator(const NodeAllocator<Other>& other) : memory(other.memory) {}
+    T* allocate(std::size_t count) {
+        static_assert(sizeof(T) <= 1024 && alignof(T) <= alignof(std::max_align_t));
+        return static_cast<T*>(memory->allocate(count * sizeof(T)));
+    }
+    void deallocate(T*, std::size_t) { memory->release(); }
+    template <class Other>
+    bool operator==(const NodeAllocator<Other>& other) const {
+        return memory == other.memory;
+    }
+
+    NodeMemory* memory;
+};
+
+struct ReleaseNodeMemory {
+    void operator()(NodeMemory* memory) const { memory->release(); }
+};
 
 } // namespace
 
@@ -136,13 +196,11 @@ private:
     /// The parser reports an element behind its last attribute; a tag that is laid out over several lines begins
     /// further above.
     unsigned lineOfOpenTag() const {
-        unsigned line = currentLine();
-        if (!parser_->input) return line;
-        const xmlChar* place = parser_->input->cur;
-        while (place > parser_->input->base && *place != '<') {
-            if (*--place == '\n') --line;
-        }
-        return line;
+        if (!parser_->input) return currentLine();
+        const auto* begin = reinterpret_cast<const char*>(parser_->input->base);
+        const auto* end = reinterpret_cast<const char*>(parser_->input->cur);
+        const auto* tag = static_cast<const char*>(memrchr(begin, '<', static_cast<std::size_t>(end - begin)));
+        return lineBefore(tag ? std::string_view(tag, static_cast<std::size_t>(end - tag)) : std::string_view());
     }
 
     unsigned lineBefore(std::string_view content) const {
@@ -155,7 +213,8 @@ private:
             refuse("the document has more than " + std::to_string(maximumXMLNodes) + " nodes");
             return nullptr;
         }
-        auto node = std::make_shared<XMLNode>(XMLNode::Key{}, kind, name, value);
+        auto node =
+            std::allocate_shared<XMLNode>(NodeAllocator<XMLNode>(memory_.get()), XMLNode::Key{}, kind, name, value);
         node->parent_ = parent.weak_from_this();
         node->line_ = line;
         return node;
@@ -308,6 +367,7 @@ private:
     const Reading reading_;
     const unsigned firstLine_;
     Parser parser_;
+    std::unique_ptr<NodeMemory, ReleaseNodeMemory> memory_{NodeMemory::create()};
     XMLDocumentRef document_;
     std::vector<XMLNode*> open_; // from the root to the current element; the tree owns them
     std::size_t nodeCount_ = 0;
