@@ -1,6 +1,7 @@
 // HTML, read by libxml2's forgiving parser as a stream of events: no tree is built, nothing is loaded, nothing printed.
 #include "base/Text.h"
 #include "internal/CSSValues.h"
+#include "internal/ReducedHTML.h"
 #include "internal/StyledTextReading.h"
 #include "internal/UnicodeText.h"
 
@@ -73,15 +74,32 @@ constexpr ElementKind kinds[] = {
 constexpr std::string_view passedOver[] = {"head",   "title",  "style",    "script", "noscript", "template", "select",
                                            "object", "iframe", "textarea", "svg",    "math",     "audio",    "video"};
 
+/// The encoding that the beginning names, if with letters, digits and hyphens only.
+std::string encodingNamed(std::string_view bytes) {
+    const std::string beginning = base::lowercase(bytes.substr(0, 4096));
+    const std::size_t found = beginning.find("charset=");
+    if (found == std::string::npos) return {};
+    std::string_view name = std::string_view(beginning).substr(found + 8);
+    name.remove_prefix(std::min(name.find_first_not_of("\"' "), name.size()));
+    return std::string(name.substr(0, name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-_")));
+}
+
+/// All in UTF-8: text that is UTF-8 is taken for it, whatever its head says.
+std::string decoded(std::string_view bytes) {
+    if (auto marked = utf8ByMark(bytes)) return *std::move(marked);
+    if (isUTF8(bytes)) return std::string(bytes);
+    const std::string named = encodingNamed(bytes);
+    return utf8FromEncoding(bytes, named.empty() || named == "utf-8" ? "CP1252" : named.c_str());
+}
+
 class Reader {
 public:
     base::Result<StyledText> read(std::string_view bytes) {
         static const bool isReady = (xmlInitParser(), true); // must happen once, before several threads parse
         static_cast<void>(isReady);
-        const auto marked = utf8ByMark(bytes);
-        if (marked) bytes = *marked;
-        if (bytes.empty()) return collector_.finish(); // which the parser takes for a failure
-        const Parser parser(htmlCreateMemoryParserCtxt(bytes.data(), static_cast<int>(bytes.size())));
+        const std::string html = reducedHTML(decoded(bytes));
+        if (html.empty()) return collector_.finish(); // which the parser takes for a failure
+        const Parser parser(htmlCreateMemoryParserCtxt(html.data(), static_cast<int>(html.size())));
         if (!parser) return base::failure(styledTextError("no memory for it"));
         parser_ = parser.get();
         xmlSAXHandler& events = *parser_->sax;
@@ -101,12 +119,10 @@ public:
         events.ignorableWhitespace = events.characters;
         events.serror = [](void*, xmlErrorPtr) {};
         parser_->userData = this;
-        htmlCtxtUseOptions(parser_, HTML_PARSE_NONET | HTML_PARSE_RECOVER);
-        // Text that is UTF-8 is taken for it, whatever its head says.
-        if (isUTF8(bytes)) {
-            htmlCtxtUseOptions(parser_, HTML_PARSE_NONET | HTML_PARSE_RECOVER | HTML_PARSE_IGNORE_ENC);
-            xmlSwitchEncoding(parser_, XML_CHAR_ENCODING_UTF8);
-        }
+        // The parser must neither guess nor convert: it prints what it thinks of broken text.
+        htmlCtxtUseOptions(parser_, HTML_PARSE_NONET | HTML_PARSE_RECOVER | HTML_PARSE_IGNORE_ENC);
+        xmlSwitchEncoding(parser_, XML_CHAR_ENCODING_UTF8);
+        if (!parser_->encoding) parser_->encoding = xmlStrdup(reinterpret_cast<const xmlChar*>("UTF-8"));
         htmlParseDocument(parser_);
         if (failure_) return base::failure(styledTextError(*failure_));
         return collector_.finish();

@@ -88,6 +88,12 @@ TEST(StyledText, ReadsHTML) {
          "serif\"><font size=\"5\" style=\"font-size: "
          "18pt\"><i>T\u00EDtle</i></font></font></p>\n<p>Two<br>\nThree</p>\n</body>",
          "DejaVuSerif-Italic 18 #000080FF center|T\u00EDtle\nTwo\nThree"},
+        {"<body><!--[if gte mso 9]><xml>no</xml><![endif]--><p align=center style='mso-x:y'><b><span "
+         "style='font-size:28.0pt;"
+         "font-family:\"DejaVu Serif\",serif;color:#C00000'>Fest&nbsp;!<o:p></o:p></span></b></p><p><![if "
+         "!supportLists]>"
+         "<span style='mso-list:Ignore'>1.</span><![endif]>one</p>",
+         "DejaVuSerif-Bold 28 #C00000FF center|Fest\u00A0!\none"},
         {"<div>a</div><div><br></div><div>b &nbsp;&amp; "
          "c<script>no()</script></div><ul><li>one</li>\n<li>two</li></ul>",
          "- - - -|a\n\nb \u00A0& c\none\ntwo"},
@@ -102,7 +108,9 @@ TEST(StyledText, ReadsHTML) {
         {"<p style='color: url(\"a;b:c\"); font-size: -3px; font-family: serif; color: nonsense'>x", "- - - -|x"},
         {"\xFF\xFE<\0b\0>\0h\0i\0"sv, "Helvetica-Bold - - -|hi"},
         {"<meta charset=windows-1251><p>\xCF\xF0", "- - - -|\u041F\u0440"},
-        {"no <markup at &all; </nothing>", "- - - -|no"},
+        {"<p>\xE9\x80 is here", "- - - -|\u00E9\u20AC is here"},
+        {"<meta charset=utf-7//x><p>\xE9", "- - - -|\uFFFD"},
+        {"1 < 2 <3, no <markup at &all; </nothing>", "- - - -|1 < 2 <3, no"},
         {"", "- - - -|"},
     };
     expectAll("public.html", cases);
@@ -134,6 +142,9 @@ TEST(StyledText, RefusesWhatIsBeyondItsLimits) {
             all += text;
         return all;
     };
+    std::string manyAttributes = "<p ,=\"b"; // which must not take time with their square
+    for (int number = 0; number < 300'000; ++number)
+        manyAttributes += " a" + std::to_string(number) + "=\">\"";
     struct Limit {
         std::string_view type;
         std::string source;
@@ -144,7 +155,7 @@ TEST(StyledText, RefusesWhatIsBeyondItsLimits) {
         {"public.html", repeated("<b>", 100'000) + repeated("</i>", 100'000), "nested deeper than 1000"},
         {"public.rtf", "{\\rtf1" + repeated("\\u65?", 300'000), "longer than 262144 bytes"},
         {"public.html", repeated("<br>", 3000) + "x" + repeated("<br>x", 3000), "more than 2000 lines"},
-        {"public.html", repeated("<i>x</i>", 300'000), "longer than 262144 bytes"},
+        {"public.html", manyAttributes + ">" + repeated("<i>x</i>", 300'000), "longer than 262144 bytes"},
         {"public.utf16-plain-text", std::string("a\0\n\0", 4) + repeated(std::string_view("\r\0", 2), 3000),
          "more than 2000 lines"},
         {"public.text", std::string((32 << 20) + 1, 'a'), "larger than 33554432 bytes"},

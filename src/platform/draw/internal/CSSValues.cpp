@@ -249,7 +249,7 @@ void applyDeclarations(std::string_view declarations, ElementStyle& style) {
             setFont(value, style.text);
         } else if (property == "white-space") {
             style.keepsWhiteSpace = word.starts_with("pre") || word == "break-spaces";
-        } else if (property == "display" && word == "none") {
+        } else if ((property == "display" && word == "none") || (property == "mso-list" && word == "ignore")) {
             style.isHidden = true;
         }
     }
