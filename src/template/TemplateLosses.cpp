@@ -36,7 +36,7 @@ class Comparison {
 public:
     Comparison(VELM_Template& document, const TemplateReport& report) : document_(document), report_(report) {}
 
-    std::vector<Finding> losses();
+    std::vector<Finding> losses(const std::optional<base::URL>& jobContainer);
 
 private:
     void compareReports(const TemplateReport& after);
@@ -114,11 +114,11 @@ void Comparison::addComments(const XMLNode& node) {
     }
 }
 
-std::vector<Finding> Comparison::losses() {
+std::vector<Finding> Comparison::losses(const std::optional<base::URL>& jobContainer) {
     compareDocument();
     const base::Data written = document_.xmlForSaving()->xmlData(platform::data::XMLFormat::prettyPrinted);
     TemplateReport reportAfter;
-    const auto after = VELM_Template::templateWithPath(written, false, std::nullopt, &reportAfter);
+    const auto after = VELM_Template::templateWithPath(written, false, jobContainer, &reportAfter);
     if (!after) return {};
     compareReports(reportAfter);
     const auto layersBefore = document_.layers();
@@ -137,6 +137,7 @@ std::vector<Finding> Comparison::losses() {
 
 } // namespace
 
-std::vector<Finding> lossesOfSaving(VELM_Template& document, const TemplateReport& report) {
-    return Comparison(document, report).losses();
+std::vector<Finding> lossesOfSaving(VELM_Template& document, const TemplateReport& report,
+                                    const std::optional<base::URL>& jobContainer) {
+    return Comparison(document, report).losses(jobContainer);
 }

@@ -174,6 +174,12 @@ class Check(TemplateTest):
         self.write(template(layer("node", "<filepath>Loop.xml</filepath>")), "loop.xml")
         self.assertIn("Loop.xml:3: template file", self.template("check", "loop.xml", status=1).stdout)
         self.template("show", "loop.xml")
+        order = self.home.bundle("order")
+        self.write(DATE, order / "Nodes/Own.xml")
+        self.write(template(layer("node", "<filepath>Own.xml</filepath>", "{{0, 0}, {400, 60}}"),
+                            layer("graphic", "<filepath>photo.jpg</filepath>")), "own.xml")
+        self.assertEqual(self.template("check", "own.xml", "--order", order).stdout, "own.xml: no findings\n")
+        self.assertEqual(self.template("format", "own.xml", "--order", order).stderr, "")
         self.write(template(HOLE), "fine.xml")
         answer = self.template("check", "a.xml", "fine.xml", status=1).stdout.splitlines()
         self.assertTrue(answer[0].startswith(f"{nested}:3: "), answer)

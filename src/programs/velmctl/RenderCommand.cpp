@@ -1,12 +1,11 @@
 // velmctl render TEMPLATE -o FILE: one template to one picture.
 #include "Command.h"
 #include "Console.h"
+#include "OrderFilling.h"
 #include "PictureFiles.h"
 #include "Session.h"
 #include "base/Path.h"
 #include "base/Text.h"
-#include "jobs/VELM_Job.h"
-#include "jobs/VELM_Package.h"
 #include "platform/data/AtomicFile.h"
 #include "platform/draw/ImageDestination.h"
 #include "template/TemplateLayout.h"
@@ -31,24 +30,6 @@ struct Request {
     std::string layout;
 };
 
-/// The order, and a package that stands for its first one: what the template's holes are filled from.
-struct Filling {
-    VELM_Job::Ref job;
-    VELM_Package::Ref package;
-};
-
-base::Result<Filling> fillingFromOrder(const std::string& order) {
-    Filling filling;
-    if (order.empty()) return filling;
-    base::Result<VELM_Job::Ref> job = VELM_Job::jobWithContentsOfURL(base::URL::fileURLWithPath(order));
-    if (!job) return base::failure(job.error());
-    filling.job = *job;
-    filling.package = VELM_Package::init();
-    filling.package->setJob(filling.job);
-    if (const auto name = filling.job->packageName()) filling.package->setValue("name", *name);
-    return filling;
-}
-
 base::Result<void> write(const draw::ImageRef& picture, const std::string& path) {
     const auto type = pictureTypeForPath(path);
     if (!type) return base::failure(type.error());
@@ -61,10 +42,9 @@ base::Result<void> write(const draw::ImageRef& picture, const std::string& path)
 }
 
 base::Result<void> render(const Request& request) {
-    const base::Result<Filling> filling = fillingFromOrder(request.order);
+    const base::Result<OrderFilling> filling = OrderFilling::ofOrder(request.order);
     if (!filling) return base::failure(filling.error());
-    const std::optional<base::URL> container = filling->job ? filling->job->urlJobContainer() : std::nullopt;
-    const VELM_Template::Ref document = VELM_Template::templateWithPath(request.templatePath, container);
+    const VELM_Template::Ref document = VELM_Template::templateWithPath(request.templatePath, filling->container());
     if (!document)
         return base::failure(base::cocoaErrorDomain, 1, "failed to read template at path " + request.templatePath);
     if (!request.image.empty()) document->setFilepathCustomImage(base::URL::fileURLWithPath(request.image).path());

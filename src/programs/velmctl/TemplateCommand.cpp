@@ -1,6 +1,7 @@
 // velmctl template show|check|format: what a template file holds, what is wrong with it, the same in its tidy form.
 #include "Command.h"
 #include "Console.h"
+#include "OrderFilling.h"
 #include "Session.h"
 #include "TemplateListing.h"
 #include "TextForms.h"
@@ -28,6 +29,7 @@ struct Request {
     bool asJSON = false;
     std::string output;
     bool isForced = false;
+    std::string order;
 
     const std::string& file() const { return files.front(); }
 };
@@ -36,6 +38,7 @@ struct Request {
 struct Opened {
     VELM_Template::Ref document;
     TemplateReport report;
+    OrderFilling order;
 
     std::string path() const { return document->documentURL().value_or(base::URL()).path(); }
     bool hasBody() const { return static_cast<bool>(document->value(VELM_XML_Key_layers)); }
@@ -48,15 +51,18 @@ std::string whyUnreadable(const std::string& path) {
     return text ? "the file is empty" : text.error().localizedDescription;
 }
 
-base::Result<Opened> open(const std::string& path) {
-    Opened opened;
-    opened.document = VELM_Template::templateWithPath(path, false, std::nullopt, &opened.report);
+base::Result<Opened> open(const std::string& path, const OrderFilling& order) {
+    Opened opened{.order = order};
+    opened.document = VELM_Template::templateWithPath(path, false, order.container(), &opened.report);
     if (!opened.document) return base::failure(base::cocoaErrorDomain, 1, whyUnreadable(path));
+    if (order.package) opened.document->setPackage(order.package);
     return opened;
 }
 
-base::Result<Opened> openWithBody(const std::string& path) {
-    auto opened = open(path);
+base::Result<Opened> openWithBody(const Request& request) {
+    const auto order = OrderFilling::ofOrder(request.order);
+    if (!order) return base::failure(order.error());
+    auto opened = open(request.file(), *order);
     if (opened && !opened->hasBody())
         return base::failure(
             base::cocoaErrorDomain, 1,
@@ -79,7 +85,7 @@ std::string line(const TemplateReport::Finding& finding, const Opened& opened, c
 // -- Show ------------------------------------------------------------------------------------------------------------
 
 int show(const Request& request) {
-    const auto opened = openWithBody(request.file());
+    const auto opened = openWithBody(request);
     if (!opened) return fail(request.file(), opened.error());
     VELM_Template& document = *opened->document;
     const std::vector<std::string> lines =
@@ -91,8 +97,8 @@ int show(const Request& request) {
 
 // -- Check -----------------------------------------------------------------------------------------------------------
 
-int checkFile(const std::string& file) {
-    const auto opened = open(file);
+int checkFile(const std::string& file, const OrderFilling& order) {
+    const auto opened = open(file, order);
     if (!opened) return fail(file, opened.error());
     const Findings findings = findingsOfTemplate(*opened->document, opened->report);
     for (const auto& finding : findings)
@@ -102,9 +108,11 @@ int checkFile(const std::string& file) {
 }
 
 int check(const Request& request) {
+    const auto order = OrderFilling::ofOrder(request.order);
+    if (!order) return fail(request.order, order.error());
     int status = exitSuccess;
     for (const std::string& file : request.files)
-        status = std::max(status, checkFile(file));
+        status = std::max(status, checkFile(file, *order));
     return status;
 }
 
@@ -112,14 +120,14 @@ int check(const Request& request) {
 
 int format(const Request& request) {
     const std::string& file = request.file();
-    const auto opened = openWithBody(file);
+    const auto opened = openWithBody(request);
     if (!opened) return fail(file, opened.error());
     std::error_code failed;
     const bool isInPlace =
         request.output.empty() || std::filesystem::equivalent(opened->path(), request.output, failed);
     const base::URL target = isInPlace ? *opened->document->documentURL() : base::URL::fileURLWithPath(request.output);
 
-    const Findings lost = lossesOfSaving(*opened->document, opened->report);
+    const Findings lost = lossesOfSaving(*opened->document, opened->report, opened->order.container());
     for (const auto& finding : lost)
         Console::shared().diagnostic(line(finding, *opened, file));
     if (isInPlace && !lost.empty() && !request.isForced)
@@ -142,6 +150,8 @@ void declareTemplate(CLI::App& app, const Chosen& chosen) {
             ->required()
             ->expected(1, mostFiles)
             ->type_name("");
+        action->add_option("--order", request->order, "Look in this order, too, for nested files and pictures")
+            ->type_name("ORDER");
         action->callback([request, work, chosen] {
             chosen([request, work](const Options& options) {
                 Session session(options);
