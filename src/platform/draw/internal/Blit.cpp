@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -56,8 +57,16 @@ struct Span {
             std::memcpy(target + 4 * begin, source + 4 * begin, static_cast<std::size_t>(end - begin) * 4);
             return;
         }
-        for (int i = begin; i < end; ++i)
-            blendPixel(target + 4 * i, source + 4 * i, factor);
+        for (int i = begin; i < end; ++i) {
+            std::uint32_t pixel = 0;
+            std::memcpy(&pixel, source + 4 * i, sizeof pixel);
+            // Texts and nested canvases are clear for the most part, and what is not is opaque as a rule.
+            if (pixel == 0) continue;
+            if (source[4 * i + 3] == 255 && factor == 255)
+                std::memcpy(target + 4 * i, &pixel, sizeof pixel);
+            else
+                blendPixel(target + 4 * i, source + 4 * i, factor);
+        }
     }
 };
 

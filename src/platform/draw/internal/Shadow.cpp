@@ -45,17 +45,41 @@ LocalPoint localPoint(const TurnedRectangle& rectangle, double x, double y) {
     return {dx * rectangle.axis.x + dy * rectangle.axis.y, dy * rectangle.axis.x - dx * rectangle.axis.y};
 }
 
-// Adds `sign` times the coverage of the rectangle to `row`, whose pixels begin at `x`.
-void addRow(const TurnedRectangle& rectangle, const EdgeProfile& profile, int x, int y, float sign,
-            std::vector<float>& row) {
-    const LocalPoint start = localPoint(rectangle, x + 0.5, y + 0.5);
-    for (std::size_t pixel = 0; pixel < row.size(); ++pixel) {
-        const double along = start.along + static_cast<double>(pixel) * rectangle.axis.x;
-        const double across = start.across - static_cast<double>(pixel) * rectangle.axis.y;
-        row[pixel] +=
-            sign * profile.between(along, rectangle.halfWidth) * profile.between(across, rectangle.halfHeight);
+// The coverage of a blurred rectangle times a sign, for rows of pixels that begin at one place.
+class BlurredRows {
+public:
+    BlurredRows(const TurnedRectangle& rectangle, const EdgeProfile& profile, int x, int width, float sign)
+        : rectangle_(rectangle), profile_(profile), x_(x), sign_(sign) {
+        if (rectangle_.axis.y != 0) return;
+        // What stands upright has the same columns in all its rows.
+        const LocalPoint start = localPoint(rectangle_, x + 0.5, 0);
+        for (int pixel = 0; pixel < width; ++pixel)
+            columns_.push_back(sign * profile.between(start.along + pixel * rectangle_.axis.x, rectangle_.halfWidth));
     }
-}
+
+    void addTo(std::vector<float>& row, int y) const {
+        const LocalPoint start = localPoint(rectangle_, x_ + 0.5, y + 0.5);
+        if (rectangle_.axis.y == 0) {
+            const float across = profile_.between(start.across, rectangle_.halfHeight);
+            for (std::size_t pixel = 0; pixel < row.size(); ++pixel)
+                row[pixel] += columns_[pixel] * across;
+            return;
+        }
+        for (std::size_t pixel = 0; pixel < row.size(); ++pixel) {
+            const double along = start.along + static_cast<double>(pixel) * rectangle_.axis.x;
+            const double across = start.across - static_cast<double>(pixel) * rectangle_.axis.y;
+            row[pixel] +=
+                sign_ * profile_.between(along, rectangle_.halfWidth) * profile_.between(across, rectangle_.halfHeight);
+        }
+    }
+
+private:
+    const TurnedRectangle& rectangle_;
+    const EdgeProfile& profile_;
+    int x_;
+    float sign_;
+    std::vector<float> columns_; // of what stands upright
+};
 
 std::vector<float> gaussianWeights(double sigma) {
     const int radius = blurReach(sigma);
@@ -126,11 +150,13 @@ CoverageMask blurredRectangle(const RectangleShape& shape, double sigma, const P
     CoverageMask mask(area.width, area.height);
     // A pixel gathers over its own area: to the Gaussian that adds the variance of a unit square.
     const EdgeProfile profile(std::sqrt(sigma * sigma + 1.0 / 12));
+    std::vector<BlurredRows> parts{{shape.outer, profile, area.x, area.width, 255}};
+    if (shape.hole) parts.emplace_back(*shape.hole, profile, area.x, area.width, -255);
     std::vector<float> row(static_cast<std::size_t>(area.width));
     for (int y = 0; y < area.height; ++y) {
         std::fill(row.begin(), row.end(), 0.0f);
-        addRow(shape.outer, profile, area.x, area.y + y, 255, row);
-        if (shape.hole) addRow(*shape.hole, profile, area.x, area.y + y, -255, row);
+        for (const BlurredRows& part : parts)
+            part.addTo(row, area.y + y);
         storeRow(row, mask.row(y));
     }
     return mask;
