@@ -22,12 +22,14 @@ std::optional<std::size_t> placeOf(const VELM_Template& layer, const VELM_Templa
 } // namespace
 
 VELM_Template::Layers VELM_Template::layers() {
-    const auto* stored = value(VELM_XML_Key_layers).as<base::Array>();
+    if (!value(VELM_XML_Key_layers).as<base::Array>()) setValue(VELM_XML_Key_layers, base::Array());
+    return storedLayers();
+}
+
+VELM_Template::Layers VELM_Template::storedLayers() const {
     Layers layers;
-    if (!stored) {
-        setValue(VELM_XML_Key_layers, base::Array());
-        return layers;
-    }
+    const auto* stored = value(VELM_XML_Key_layers).as<base::Array>();
+    if (!stored) return layers;
     layers.reserve(stored->size());
     for (const Value& member : *stored) {
         if (auto layer = member.object<VELM_Template>()) layers.push_back(std::move(layer));

@@ -72,12 +72,8 @@ ImageRef TemplateRenderer::render() {
     return canvas->makeImage();
 }
 
-// A render reads the layers without making an empty list, which would count as a change.
 VELM_Template::Layers TemplateRenderer::drawingList() const {
-    VELM_Template::Layers layers;
-    if (const auto* stored = drawn_.value(VELM_XML_Key_layers).as<base::Array>())
-        for (const Value& member : *stored)
-            if (auto layer = member.object<VELM_Template>()) layers.push_back(std::move(layer));
+    auto layers = drawn_.storedLayers();
     if (layers.empty()) layers.push_back(drawn_.shared_from_this());
     return layers;
 }
