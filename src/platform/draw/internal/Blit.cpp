@@ -29,11 +29,36 @@ unsigned divided255(unsigned value) {
     return (value + (value >> 8)) >> 8;
 }
 
+// The four components of a pixel side by side, in 16 bits each, so that one operation serves all of them.
+using Wide = std::uint64_t;
+constexpr Wide wideBytes = 0x00FF00FF00FF00FF;
+constexpr Wide wideOnes = 0x0001000100010001;
+
+Wide widened(const std::uint8_t* pixel) {
+    std::uint32_t bytes = 0;
+    std::memcpy(&bytes, pixel, sizeof bytes);
+    Wide wide = bytes;
+    wide = (wide | (wide << 16)) & 0x0000FFFF0000FFFF;
+    return (wide | (wide << 8)) & wideBytes;
+}
+
+void storeNarrowed(Wide wide, std::uint8_t* pixel) {
+    wide = (wide | (wide >> 8)) & 0x0000FFFF0000FFFF;
+    const auto bytes = static_cast<std::uint32_t>(wide | (wide >> 16));
+    std::memcpy(pixel, &bytes, sizeof bytes);
+}
+
+// Of products of two bytes.
+Wide dividedBy255(Wide wide) {
+    wide += 128 * wideOnes;
+    return ((wide + ((wide >> 8) & wideBytes)) >> 8) & wideBytes;
+}
+
 void blendPixel(std::uint8_t* target, const std::uint8_t* source, unsigned factor) {
     const unsigned rest = 255 - divided255(source[3] * factor);
-    for (int k = 0; k < 4; ++k)
-        target[k] =
-            static_cast<std::uint8_t>(std::min(255u, divided255(source[k] * factor) + divided255(target[k] * rest)));
+    const Wide sum = dividedBy255(widened(source) * factor) + dividedBy255(widened(target) * rest);
+    const Wide isAbove255 = (sum >> 8) & wideOnes; // where a colour exceeds its alpha
+    storeNarrowed((sum | isAbove255 * 255) & wideBytes, target);
 }
 
 /// One row of the target, with a factor for the row and others for its first and last pixel.
