@@ -1,6 +1,7 @@
 // Finding template files, reading their roots, and putting nested files in the place of layers.
 #include "internal/TemplateFixture.h"
 
+#include "base/Text.h"
 #include "folders/DefaultsKeys.h"
 #include "platform/data/UserDefaults.h"
 
@@ -188,6 +189,35 @@ TEST_F(TemplateLoading, NestingIsLimited) {
     const auto tooMany = writeChain(10, 3);
     ASSERT_TRUE(tooMany);
     EXPECT_THAT(tooMany->localizedDescription, HasSubstr("more than 1000 nested files"));
+}
+
+TEST_F(TemplateLoading, HugeFilesAreLimitedAndLogLinesStayShort) {
+    // With what is nested in it, a document holds so many layers and no more.
+    const auto bareLayers = [](int count) { return base::replacingAll(std::string(count, '.'), ".", "<layer/>"); };
+    files.write("Nodes/half.xml", fileOf(bareLayers(VELM_Template::maximumLayers / 2)));
+    const std::string two = nodeLayer("half.xml") + nodeLayer("half.xml");
+    LogCapture log;
+    const auto document = VELM_Template::instanceWithXMLObject(files.write("t.xml", fileOf(two)));
+    ASSERT_TRUE(document);
+    ASSERT_EQ(document->layers().size(), 2U);
+    EXPECT_THAT(log.lines(), testing::Contains("failed to init a layer for <layer/>").Times(1));
+    const auto full = document->layers()[1];
+    EXPECT_EQ(full->layers().size(), VELM_Template::maximumLayers / 2U - 2);
+    ASSERT_TRUE(full->renderError());
+    EXPECT_EQ(full->renderError()->localizedDescription,
+              "template " + (files / "Nodes/half.xml") + " holds more than 20000 layers");
+
+    // Names end at 50 000 bytes, texts don't.
+    const std::string name(40'000, 'n');
+    const std::string text(1'000'000, 't');
+    const std::string inside = "<filepath>" + text + "</filepath><border " + name + "='a'/>";
+    VELM_Template::instanceWithXMLObject(
+        files.write("t.xml", fileOf("<layer type='node' " + name + "='" + text + "'>" + inside + "</layer>")));
+    templateFrom("<" + name + ">" + text + "</" + name + ">");
+    EXPECT_THAT(log.lines(), testing::Each(testing::SizeIs(testing::Lt(10'000U))));
+    for (const std::string_view words : {"unknown layer attribute: nnn", "unknown border attribute: nnn",
+                                         "read node at path of 1000000 bytes", "adding unknown XML <nnn"})
+        EXPECT_THAT(log.lines(), testing::Contains(HasSubstr(words)));
 }
 
 TEST_F(TemplateLoading, TheNodesFolderIsFoundAboveTheTemplates) {

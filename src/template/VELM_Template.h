@@ -68,7 +68,7 @@ public:
     /// (platform::data::maximumXMLSize).
     static constexpr int maximumNesting = 16;
     static constexpr int maximumNestedFiles = 1000;
-    static constexpr int maximumLayers = 100'000;
+    static constexpr int maximumLayers = 20'000;
 
     /// Without values and frame; what building a layer starts from.
     VELM_Template();
