@@ -58,7 +58,7 @@ std::optional<base::URL> fileMovedAside(const base::URL& url) {
 XMLDocumentRef VELM_Template::xmlForSaving() {
     const auto layout = XMLNode::element(allContainerKeys().front());
     layout->setAttribute(VELM_XML_Key_size, base::stringFromSize(frame().size()));
-    for (const Ref& layer : layers())
+    for (const Ref& layer : storedLayers())
         layout->addChild(layerElement(*layer));
     const auto root = XMLNode::element("data");
     root->setAttribute(VELM_XML_Key_type, className());
