@@ -24,8 +24,10 @@
 #include <functional>
 #include <future>
 #include <map>
+#include <memory>
 #include <set>
 #include <thread>
+#include <vector>
 
 namespace fs = std::filesystem;
 using base::URL;
@@ -94,7 +96,10 @@ private:
 // Size and samples, to be compared.
 std::string pixelsOf(const ImageRef& image) {
     const auto bitmap = image ? image->bitmap() : base::failure(base::cocoaErrorDomain, 1, "no picture");
-    if (!bitmap) return bitmap.error().localizedDescription;
+    if (!bitmap) {
+        ADD_FAILURE() << bitmap.error().localizedDescription;
+        return {};
+    }
     std::string pixels = base::stringFromSize({double(bitmap->width()), double(bitmap->height())});
     for (int y = 0; y < bitmap->height(); ++y)
         pixels.append(reinterpret_cast<const char*>(bitmap->row(y)), 4 * static_cast<std::size_t>(bitmap->width()));
