@@ -3,9 +3,11 @@
 #include "folders/QueueHelpers.h"
 #include "internal/PlaceholderPicture.h"
 #include "internal/TemplateRenderer.h"
+#include "platform/draw/PictureCache.h"
 
 #include <array>
 #include <filesystem>
+#include <map>
 
 using base::Rect;
 using base::URL;
@@ -49,6 +51,20 @@ bool isLandscape(base::Size size) {
     return size.width > size.height;
 }
 
+// Holes without a path show the photograph of the run.
+bool showPictureInSeveralSizes(const VELM_Template::Layers& layers) {
+    std::map<std::string, base::Size> sizes;
+    for (const auto& layer : layers) {
+        const auto type = layer->layerType();
+        if (type != VELM_Template::LayerTypeImage && type != VELM_Template::LayerTypeGraphic) continue;
+        const Value& path = layer->graphicPath();
+        if (path && !path.isText()) continue;
+        const base::Size size = layer->frameUnscaled().size();
+        if (!(sizes.emplace(path.textOr(""), size).first->second == size)) return true;
+    }
+    return false;
+}
+
 } // namespace
 
 ImageRef TemplateRenderer::render() {
@@ -62,7 +78,10 @@ ImageRef TemplateRenderer::render() {
         canvas->fillRect(drawn_.frame());
         canvas->restoreState();
     }
-    for (const auto& layer : drawingList()) {
+    const VELM_Template::Layers layers = drawingList();
+    std::optional<platform::draw::PictureSharing> sharing; // one decoding then serves all sizes
+    if (showPictureInSeveralSizes(layers)) sharing.emplace();
+    for (const auto& layer : layers) {
         const PlacedLayer placed = place(*layer, Purpose::drawing);
         if (!placed.image) continue;
         placed.image->setDrawingContext(canvas);
