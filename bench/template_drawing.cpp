@@ -162,7 +162,7 @@ void printCanvases(const std::string& folder, int rounds) {
         const auto bare = documentWith("", folder, width, height);
         const auto document = documentWith(layer, folder, width, height);
         const auto seconds =
-            secondsByTurns({{[&] { draw(*bare, false); }}, {[&] { draw(*document, false); }}}, 3 * rounds, 2);
+            secondsByTurns({{[&] { draw(*bare, false); }}, {[&] { draw(*document, false); }}}, 10 * rounds, 4);
         std::printf("| %d x %d | %.2f | %.2f |\n", width, height, median(seconds[0]) * 1e3,
                     medianDifference(seconds[1], seconds[0]) * 1e3);
         std::fflush(stdout);
