@@ -130,12 +130,12 @@ std::shared_ptr<const PackageValues> VELM_Template::package() const {
 // --- Storing
 
 void VELM_Template::put(const TemplateKey& key, Value newValue, bool isCounted) {
+    const Ref enclosing = isCounted ? parent() : nullptr; // an observer may let go of this template
     {
         const Announcement ofKey(*this, key.properties());
         const Announcement ofValues(*this, ofChangedValues);
         setValue(key.name, std::move(newValue));
     }
-    const Ref enclosing = isCounted ? parent() : nullptr;
     if (!enclosing) return;
     const Announcement ofCount(*enclosing, ofChangedLayers);
     ++enclosing->changeCount_;
