@@ -39,9 +39,9 @@ protected:
 TEST_F(OutputNaming, findsTheOriginalOfTheRunOrElseOfTheJob) {
     EXPECT_FALSE(output_.originalFilePath());
     EXPECT_FALSE(VELM_Output().urlOriginalImage());
-    package_->order->keys["image1"] = folder_.write("photo.jpg", "x");
+    package_->order->values[{"key", "image1"}] = folder_.write("photo.jpg", "x");
     EXPECT_EQ(output_.urlOriginalImage()->path(), folder_ / "photo.jpg");
-    package_->order->keys["image1"] = "photo.jpg";
+    package_->order->values[{"key", "image1"}] = "photo.jpg";
     EXPECT_FALSE(output_.urlOriginalImage());
     package_->order->container = base::URL::fileURLWithPath(folder_ / "job");
     EXPECT_EQ(output_.urlOriginalImage()->path(), folder_ / "job/Images/photo.jpg");
@@ -50,7 +50,7 @@ TEST_F(OutputNaming, findsTheOriginalOfTheRunOrElseOfTheJob) {
 }
 
 TEST_F(OutputNaming, namesFilesByPictureOnlyWhenAsked) {
-    package_->order->keys["image1"] = "/in/IMG_0042.v2.JPG";
+    package_->order->values[{"key", "image1"}] = "/in/IMG_0042.v2.JPG";
     EXPECT_THAT(output_.outputFilenameForDestination(*destination("<filename>OriginalImageName</filename>")),
                 MatchesRegex(std::string("IMG_0042\\.v2") + stamp));
     for (const char* other : {"", "<filename>poster</filename>"})
@@ -113,7 +113,7 @@ TEST_F(OutputNaming, givesNoNameTwiceWhateverTheClockSays) {
 
 TEST_F(OutputNaming, followsTheNameFormatOfAPrintToFileSet) {
     const auto set = std::make_shared<VELM_PrintToFileSet>("Path 9", base::URL::fileURLWithPath("/sets/nine"));
-    package_->order->keys["image1"] = "/in/photo.jpg";
+    package_->order->values[{"key", "image1"}] = "/in/photo.jpg";
     const auto path = [&](const char* format) {
         set->setProperty("nameFormat", format);
         return output_.outputPathForPTFS(set.get()).value();
@@ -130,7 +130,7 @@ TEST_F(OutputNaming, followsTheNameFormatOfAPrintToFileSet) {
     output_.addOutputNode(VELM_Output_node::initWithNode(*elementFrom("<front type='node'/>")));
     EXPECT_EQ(path("Image + Template"), "/sets/nine/photo_4x6 plain");
     EXPECT_EQ(path("Image + CK Template"), "/sets/nine/photo_ckTemplate");
-    package_->order->values["template"] = base::Dictionary{{"image1", "borders/gold.xml"}};
+    package_->order->dictionary["template"] = base::Dictionary{{"image1", "borders/gold.xml"}};
     EXPECT_EQ(path("Image + CK Template"), "/sets/nine/photo_gold");
     set->setProperty("uploadFolder", "Do NOT upload to Web");
     EXPECT_FALSE(set->uploadFolder());

@@ -29,7 +29,9 @@ bool isError(const Answer& answer, std::string_view domain, int code, std::strin
 
 class OutputPipeline : public testing::Test {
 protected:
-    OutputPipeline() { package_->order->keys["image1"] = writePicture(folder_ / "photo.jpg", 40, 60, red, blue); }
+    OutputPipeline() {
+        package_->order->values[{"key", "image1"}] = writePicture(folder_ / "photo.jpg", 40, 60, red, blue);
+    }
 
     std::shared_ptr<VELM_Output> output(const std::string& xml, VELM_Output::Templates templates = {}) {
         auto made = outputFrom(xml);
@@ -130,7 +132,7 @@ TEST_F(OutputPipeline, failsWithoutAProduct) {
 TEST_F(OutputPipeline, deliversNothingOfADamagedPhotograph) {
     const std::string whole = support::readFile(folder_ / "photo.jpg");
     for (const std::string& bytes : {std::string(), whole.substr(0, whole.size() / 2), std::string("no picture")}) {
-        package_->order->keys["image1"] = folder_.write("broken.jpg", bytes);
+        package_->order->values[{"key", "image1"}] = folder_.write("broken.jpg", bytes);
         for (const char* node : {"", "<page type='node'><frame>{{0, 0}, {9, 9}}</frame></page>"}) {
             const auto answers =
                 run(*output("<output size='{20, 20}'>" + std::string(node) + destination() + "</output>",

@@ -40,6 +40,8 @@ TEST(TemplateReplacement, ValuesGoIntoTheHoles) {
         const LogCapture log;
         const auto package = std::make_shared<TestPackage>();
         package->code = "PLU";
+        std::vector<std::string> requests;
+        package->order->asked = &requests;
         for (const auto& [table, value] : test.job)
             package->order->values[{table, "a"}] = value;
         const auto document =
@@ -53,7 +55,7 @@ TEST(TemplateReplacement, ValuesGoIntoTheHoles) {
         EXPECT_EQ(Value(document->layers()[0]->valuesDict()), Value(expected)) << test.layer;
         EXPECT_EQ(document->renderError(), std::nullopt);
         // The product code is for the value alone.
-        for (const std::string& asked : package->order->asked)
+        for (const std::string& asked : requests)
             EXPECT_THAT(asked, testing::EndsWith(asked.starts_with("key/") ? "/PLU" : "/Classic"));
     }
 }

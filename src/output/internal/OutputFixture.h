@@ -9,46 +9,20 @@
 #include "platform/draw/ColorSpace.h"
 #include "platform/draw/ImageDestination.h"
 #include "support/TemporaryDirectory.h"
-#include "template/RenderingContext.h"
+#include "support/TestPackage.h"
 #include "template/VELM_Template.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstdlib>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace output_testing {
 
-class TestJob : public JobValues {
-public:
-    using JobValues::valueForKey;
-    std::optional<std::string> valueForKey(std::string_view key, const std::optional<std::string>&,
-                                           std::string_view metaKey) const override {
-        const auto found = keys.find(key);
-        return metaKey == "key" && found != keys.end() ? std::optional(found->second) : std::nullopt;
-    }
-    base::Value valueInDict(std::string_view key) const override { return base::valueForKey(values, key); }
-    std::optional<std::string> graphicPath() const override { return std::nullopt; }
-    std::optional<base::URL> urlJobContainer() const override { return container; }
-
-    std::map<std::string, std::string, std::less<>> keys;
-    base::Dictionary values;
-    std::optional<base::URL> container;
-};
-
-class TestPackage : public PackageValues {
-public:
-    std::optional<std::string> name() const override { return "pkg"; }
-    std::optional<std::string> pluCode() const override { return std::nullopt; }
-    std::optional<base::URL> urlJobContainer() const override { return order->container; }
-    std::shared_ptr<const JobValues> job() const override { return order; }
-
-    std::shared_ptr<TestJob> order = std::make_shared<TestJob>();
-};
+using support::TestPackage;
 
 inline platform::data::XMLNodeRef elementFrom(std::string_view xml) {
     const auto document = platform::data::XMLDocument::parse(xml);

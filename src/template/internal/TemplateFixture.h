@@ -1,5 +1,5 @@
 // What the tests of this module share: a package and a job made of plain fields, templates out of text, caught log
-// lines, settings in a folder of the test's own, and small pictures.
+// lines, and small pictures.
 #pragma once
 
 #include "base/Places.h"
@@ -10,13 +10,12 @@
 #include "platform/draw/ImageDestination.h"
 #include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
-#include "template/RenderingContext.h"
+#include "support/TestPackage.h"
 #include "template/VELM_Template.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <map>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -24,38 +23,8 @@
 
 namespace template_testing {
 
-class TestJob : public JobValues {
-public:
-    using JobValues::valueForKey;
-    std::optional<std::string> valueForKey(std::string_view key, const std::optional<std::string>& packageName,
-                                           std::string_view metaKey) const override {
-        asked.emplace_back(std::string(metaKey) + "/" + std::string(key) + "/" + packageName.value_or("-"));
-        const auto found = values.find({std::string(metaKey), std::string(key)});
-        return found != values.end() ? std::optional(found->second) : std::nullopt;
-    }
-    base::Value valueInDict(std::string_view) const override { return {}; }
-    std::optional<std::string> graphicPath() const override { return picture; }
-    std::optional<base::URL> urlJobContainer() const override { return container; }
-
-    std::map<std::pair<std::string, std::string>, std::string> values; ///< By table and key.
-    std::optional<std::string> picture;
-    std::optional<base::URL> container;
-    mutable std::vector<std::string> asked;
-};
-
-class TestPackage : public PackageValues {
-public:
-    std::optional<std::string> name() const override { return packageName; }
-    std::optional<std::string> pluCode() const override { return code; }
-    std::optional<base::URL> urlJobContainer() const override { return order->container; }
-    std::shared_ptr<const JobValues> job() const override { return order; }
-
-    std::shared_ptr<TestJob> order = std::make_shared<TestJob>();
-    std::optional<std::string> packageName = "Classic";
-    std::optional<std::string> code;
-};
-
 using support::LogCapture;
+using support::TestPackage;
 
 inline VELM_Template::Ref templateFrom(std::string_view xml) {
     const auto document = platform::data::XMLDocument::parse(xml);
