@@ -146,20 +146,9 @@ private:
         const std::string name = bareClassOf(node);
         if (name.empty()) return refused("the value under \"" + place + "\" is of no known form");
         if (auto checked = check({name}, expected, place); !checked) return base::failure(checked.error());
-        switch (plist_get_node_type(node)) {
-        case PLIST_STRING:
-            return textValue(plistText(node));
-        case PLIST_BOOLEAN:
-            return base::Value(plistBoolean(node));
-        case PLIST_UINT:
-            return base::Value(plistInteger(node));
-        case PLIST_REAL:
-            return base::Value(plistReal(node));
-        case PLIST_DATA:
-            return base::Value(plistData(node));
-        default:
-            return refused("a date stands without its class");
-        }
+        if (isOfType(node, PLIST_STRING)) return textValue(plistText(node));
+        if (auto scalar = plistScalar(node)) return std::move(*scalar);
+        return refused("a date stands without its class");
     }
 
     static Outcome textValue(std::string_view text) {

@@ -49,16 +49,8 @@ base::Value dateOf(plist_t node) {
 
 base::Result<base::Value> valueOf(plist_t node) {
     switch (plist_get_node_type(node)) {
-    case PLIST_BOOLEAN:
-        return base::Value(plistBoolean(node));
-    case PLIST_UINT:
-        return base::Value(plistInteger(node));
-    case PLIST_REAL:
-        return base::Value(plistReal(node));
     case PLIST_STRING:
         return textOf(node);
-    case PLIST_DATA:
-        return base::Value(plistData(node));
     case PLIST_DATE:
         return dateOf(node);
     case PLIST_ARRAY:
@@ -69,6 +61,7 @@ base::Result<base::Value> valueOf(plist_t node) {
     case PLIST_UID:
         return base::Value(base::Dictionary{{"CF$UID", plistUID(node)}});
     default:
+        if (auto scalar = plistScalar(node)) return std::move(*scalar);
         return plistFailure("it holds an unknown kind of value");
     }
 }

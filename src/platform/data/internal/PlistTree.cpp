@@ -43,12 +43,6 @@ double plistReal(plist_t node) {
     return number;
 }
 
-bool plistBoolean(plist_t node) {
-    std::uint8_t truth = 0;
-    plist_get_bool_val(node, &truth);
-    return truth != 0;
-}
-
 std::uint64_t plistUID(plist_t node) {
     std::uint64_t number = 0;
     plist_get_uid_val(node, &number);
@@ -59,6 +53,24 @@ base::Data plistData(plist_t node) {
     std::uint64_t length = 0;
     const char* bytes = plist_get_data_ptr(node, &length);
     return base::Data(bytes ? std::string_view(bytes, length) : std::string_view());
+}
+
+std::optional<base::Value> plistScalar(plist_t node) {
+    switch (plist_get_node_type(node)) {
+    case PLIST_BOOLEAN: {
+        std::uint8_t truth = 0;
+        plist_get_bool_val(node, &truth);
+        return base::Value(truth != 0);
+    }
+    case PLIST_UINT:
+        return base::Value(plistInteger(node));
+    case PLIST_REAL:
+        return base::Value(plistReal(node));
+    case PLIST_DATA:
+        return base::Value(plistData(node));
+    default:
+        return std::nullopt;
+    }
 }
 
 std::vector<plist_t> plistItems(plist_t array) {

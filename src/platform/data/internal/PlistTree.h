@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <plist/plist.h>
 #include <string>
 #include <string_view>
@@ -39,9 +40,10 @@ base::Data binaryPlistData(plist_t tree);
 std::string_view plistText(plist_t node);
 std::int64_t plistInteger(plist_t node);
 double plistReal(plist_t node);
-bool plistBoolean(plist_t node);
 std::uint64_t plistUID(plist_t node);
 base::Data plistData(plist_t node);
+/// The value of a boolean, a number or data; nothing for another kind of node.
+std::optional<base::Value> plistScalar(plist_t node);
 std::vector<plist_t> plistItems(plist_t array);
 std::vector<std::pair<std::string, plist_t>> plistEntries(plist_t dictionary);
 
