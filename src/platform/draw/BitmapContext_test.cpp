@@ -136,21 +136,6 @@ TEST(BitmapContext, MultipliesAlphaAndClears) {
     EXPECT_EQ(pixel(canvas, 5, 5), "40000040");
 }
 
-TEST(BitmapContext, StrokesCentredOnThePath) {
-    const auto canvas = makeCanvas(20, 20);
-    canvas->setStrokeColor(green);
-    canvas->setLineWidth(4);
-    canvas->beginPath();
-    canvas->addRect({4, 4, 12, 12});
-    canvas->strokePath();
-    canvas->strokePath(); // the path is gone
-    const Bitmap bitmap = pixelsOf(canvas);
-    EXPECT_EQ(pixel(bitmap, 2, 2), "00FF00FF");
-    EXPECT_EQ(pixel(bitmap, 5, 10), "00FF00FF");
-    EXPECT_EQ(pixel(bitmap, 6, 10), "00000000");
-    EXPECT_EQ(pixel(bitmap, 1, 10), "00000000");
-}
-
 TEST(BitmapContext, DrawsImagesUprightUnderEveryQuarterTurnAndMirror) {
     const struct {
         AffineTransform transform;
@@ -206,16 +191,6 @@ TEST(BitmapContext, TurnedImagesHaveCleanEdgesAndRightColours) {
         EXPECT_EQ(at[1], 0);
         EXPECT_EQ(at[2], at[3]);
     }
-}
-
-TEST(BitmapContext, TurnedClipsCutImages) {
-    const auto canvas = makeCanvas(40, 40);
-    canvas->concatenate(AffineTransform::rotationAbout({20, 20}, pi / 4));
-    canvas->clipToRect({10, 10, 20, 20});
-    canvas->concatenate(AffineTransform::rotationAbout({20, 20}, -pi / 4));
-    canvas->drawImage(fourColors(), {0, 0, 40, 40});
-    EXPECT_EQ(corners(canvas), "....");
-    EXPECT_EQ(pixel(canvas, 18, 15), "FF0000FF");
 }
 
 TEST(BitmapContext, SnapshotsShareUntilTheNextDrawing) {
@@ -368,18 +343,6 @@ TEST(Shadow, OfAnOpaquePictureEqualsThatOfItsRectangle) {
         };
         EXPECT_LE(largestDifference(draw(true), draw(false)), 2) << angle;
     }
-}
-
-TEST(Shadow, TouchesNothingBeyondItsReach) {
-    const auto canvas = makeCanvas(200, 200);
-    canvas->setShadow({0, 0}, 8, black); // reaches 12
-    canvas->fillRect({90, 90, 20, 20});
-    const Bitmap bitmap = pixelsOf(canvas);
-    for (int y = 0; y < 200; ++y)
-        for (int x = 0; x < 200; ++x)
-            if (x < 76 || x >= 124 || y < 76 || y >= 124) {
-                ASSERT_EQ(pixel(bitmap, x, y), "00000000") << x << ", " << y;
-            }
 }
 
 TEST(Shadow, OfWideBlurs) {

@@ -18,22 +18,18 @@ using namespace fixtures;
 
 namespace {
 
-std::string text(const base::Data& data) {
-    return {data.bytes.begin(), data.bytes.end()};
-}
-
 /// A folder with rgb.png, rgba.png and gray.png, in which shell commands run.
 class Workshop {
 public:
     explicit Workshop(const Pixels& pixels) {
-        folder_.write("rgb.png", text(pngOf(pixels)));
-        folder_.write("rgba.png", text(pngOf(pixels, {PngColors::rgba})));
-        folder_.write("gray.png", text(pngOf(pixels, {PngColors::gray})));
+        folder_.write("rgb.png", pngOf(pixels).asText());
+        folder_.write("rgba.png", pngOf(pixels, {PngColors::rgba}).asText());
+        folder_.write("gray.png", pngOf(pixels, {PngColors::gray}).asText());
     }
     bool run(const std::string& command) const {
         return std::system(("cd '" + folder_.path().string() + "' && (" + command + ") >/dev/null 2>&1").c_str()) == 0;
     }
-    void write(const std::string& name, const base::Data& data) const { folder_.write(name, text(data)); }
+    void write(const std::string& name, const base::Data& data) const { folder_.write(name, data.asText()); }
     base::Data read(const std::string& name) const { return base::Data(support::readFile(folder_ / name)); }
 
 private:
@@ -134,37 +130,19 @@ base::Data heifOf(const HeifOptions& options) {
     return file;
 }
 
-base::Data number(std::initializer_list<std::pair<std::uint32_t, int>> fields) {
-    base::Data data;
-    for (const auto& [value, count] : fields)
-        for (int i = 0; i < count; ++i)
-            data.bytes.push_back(static_cast<std::uint8_t>(value >> 8 * i));
-    return data;
+std::string numbers(int size, std::initializer_list<std::int64_t> values) {
+    std::string bytes;
+    for (const std::int64_t value : values)
+        for (int i = 0; i < size; ++i)
+            bytes += static_cast<char>(value >> 8 * i);
+    return bytes;
 }
 
 /// A BMP file with Windows' first header and a palette of black, red, green, blue.
 base::Data bmpOf(int width, int height, int bits, std::uint32_t compression, const std::vector<std::uint8_t>& pixels) {
-    base::Data file = number({{0x4D42, 2},
-                              {0, 4},
-                              {0, 4},
-                              {70, 4},
-                              {40, 4},
-                              {std::uint32_t(width), 4},
-                              {std::uint32_t(height), 4},
-                              {1, 2},
-                              {std::uint32_t(bits), 2},
-                              {compression, 4},
-                              {0, 4},
-                              {5669, 4},
-                              {5669, 4},
-                              {4, 4},
-                              {0, 4},
-                              {0, 4},
-                              {0xFF0000, 4},
-                              {0x00FF00, 4},
-                              {0x0000FF, 4}});
-    file.bytes.insert(file.bytes.end(), pixels.begin(), pixels.end());
-    return file;
+    return base::Data("BM" + numbers(4, {0, 0, 70, 40, width, height}) + numbers(2, {1, bits}) +
+                      numbers(4, {compression, 0, 5669, 5669, 4, 0, 0, 0xFF0000, 0x00FF00, 0x0000FF}) +
+                      std::string(pixels.begin(), pixels.end()));
 }
 
 /// The colours of a bitmap as letters, row by row.
@@ -313,11 +291,9 @@ TEST(FurtherFormats, ReadOddBmpFiles) {
 
 TEST(FurtherFormats, KeepProfilesAndMetadata) {
     const Workshop workshop(Pixels::of(61, 37, photographLike));
-    const std::vector<std::uint8_t> profile =
-        profileOf({0.30, 0.60, 1}, {0.64, 0.33, 1}, {0.15, 0.06, 1}); // primaries in another order
-    base::Data icc;
-    icc.bytes = profile;
-    workshop.write("p.icc", icc);
+    const base::Data profile(
+        profileOf({0.30, 0.60, 1}, {0.64, 0.33, 1}, {0.15, 0.06, 1})); // primaries in another order
+    workshop.write("p.icc", profile);
     struct Case {
         std::string make;
         bool hasExif;
@@ -331,7 +307,7 @@ TEST(FurtherFormats, KeepProfilesAndMetadata) {
         ASSERT_TRUE(workshop.run(test.make));
         const auto source = ImageSource::createWithData(workshop.read("f"));
         ASSERT_TRUE(source) << source.error().localizedDescription;
-        EXPECT_EQ((*source)->imageAtIndex(0)->colorSpace()->iccData().bytes, profile);
+        EXPECT_EQ((*source)->imageAtIndex(0)->colorSpace()->iccData(), profile);
         const base::Dictionary& properties = (*source)->propertiesAtIndex(0);
         const auto* tiff = base::valueForKey(properties, "{TIFF}").as<base::Dictionary>();
         ASSERT_EQ(tiff != nullptr, test.hasExif);
@@ -413,7 +389,7 @@ TEST(FurtherFormats, WriteHeicOfAnySize) {
                                      "rgba:j && exiftool -n -p '$UserComment $Orientation' f.heic > c"));
             EXPECT_LE(greatestDifference((*source)->imageAtIndex(0)->bitmap(), workshop.read("w")), 6);
             EXPECT_LE(greatestDifference((*source)->imageAtIndex(0)->bitmap(), workshop.read("j")), 0);
-            EXPECT_EQ(text(workshop.read("c")), "VELM comment 1\n");
+            EXPECT_EQ(workshop.read("c").asText(), "VELM comment 1\n");
         }
     }
 }

@@ -18,7 +18,6 @@
 using namespace platform::draw;
 using fixtures::Color;
 using fixtures::JpegColors;
-using fixtures::JpegOptions;
 using fixtures::likeness;
 using fixtures::Pixels;
 
@@ -71,10 +70,13 @@ bool samePixels(const Bitmap& a, const Bitmap& b) {
     return true;
 }
 
-struct Sampling {
-    int horizontal;
-    int vertical;
-};
+/// Files of the chroma resolutions that cameras and programs write.
+std::vector<base::Data> sampledJpegs(const Pixels& pixels) {
+    std::vector<base::Data> files;
+    for (const auto& [horizontal, vertical] : {std::pair{1, 1}, {2, 2}, {2, 1}, {1, 2}, {4, 1}})
+        files.push_back(fixtures::jpegOf(pixels, {.horizontalSampling = horizontal, .verticalSampling = vertical}));
+    return files;
+}
 
 } // namespace
 
@@ -82,12 +84,8 @@ struct Sampling {
 // full size to RGB, then reduce in full precision. Rounding the result to bytes alone limits the likeness to 58.9 dB.
 TEST(ScaledPixels, AreAsGoodAsFullPrecision) {
     const Pixels pixels = Pixels::of(331, 246, fixtures::photographLike);
-    for (const auto& [horizontal, vertical] : std::vector<Sampling>{{1, 1}, {2, 2}, {2, 1}, {1, 2}, {4, 1}}) {
-        SCOPED_TRACE(std::to_string(horizontal) + "x" + std::to_string(vertical));
-        JpegOptions options;
-        options.horizontalSampling = horizontal;
-        options.verticalSampling = vertical;
-        const base::Data jpeg = fixtures::jpegOf(pixels, options);
+    for (int sampling = 0; const base::Data& jpeg : sampledJpegs(pixels)) {
+        SCOPED_TRACE(sampling++);
         const Pixels decoded = fixtures::decodedJpeg(jpeg);
         const ImageRef image = imageOf(jpeg);
         ASSERT_TRUE(image);
@@ -139,20 +137,6 @@ TEST(ScaledPixels, ConstantPicturesStayConstant) {
     }
 }
 
-TEST(ScaledPixels, DoNotAlias) {
-    // Lines of one pixel, reduced by a factor that would beat with them: nothing but their mean may remain.
-    const Pixels lines = Pixels::of(400, 400, [](double x, double y) {
-        const double value = static_cast<int>(x + y) % 2 ? 255 : 0;
-        return Color{value, value, value};
-    });
-    for (const ImageRef& image : {imageOf(lines), imageOf(fixtures::pngOf(lines))}) {
-        const Bitmap bitmap = scaled(*image, 130, 130);
-        for (int y = 4; y < 126; ++y)
-            for (int x = 4; x < 126; ++x)
-                ASSERT_NEAR(pixel(bitmap, x, y)[0], 128, 4) << x << " " << y;
-    }
-}
-
 // Rings that grow finer outwards, up to one pixel light and one dark. Where they are finer than the output can show
 // there must be even gray: what remains there is false.
 TEST(ScaledPixels, AZonePlateShowsNoMoreFalseRingsThanFullPrecision) {
@@ -162,15 +146,14 @@ TEST(ScaledPixels, AZonePlateShowsNoMoreFalseRingsThanFullPrecision) {
         const double value = 127.5 + 127.5 * std::cos(std::numbers::pi * radius * radius / side);
         return Color{value, value, value};
     });
-    JpegOptions fine;
-    fine.quality = 98;
-    const base::Data jpeg = fixtures::jpegOf(plate, fine);
+    const base::Data jpeg = fixtures::jpegOf(plate, {.quality = 98});
     struct Subject {
         const char* name;
         ImageRef image;
         Pixels pixels;
     };
-    const Subject subjects[] = {{"PNG", imageOf(fixtures::pngOf(plate)), plate},
+    const Subject subjects[] = {{"in memory", imageOf(plate), plate},
+                                {"PNG", imageOf(fixtures::pngOf(plate)), plate},
                                 {"JPEG", imageOf(jpeg), fixtures::decodedJpeg(jpeg)}};
     for (const int size : {341, 216, 128, 97, 64, 42, 31, 21}) {
         const double factor = static_cast<double>(side) / size;
@@ -204,13 +187,8 @@ TEST(ScaledPixels, ADrawingAtItsOwnSizeIsUnchanged) {
     std::vector<std::pair<ImageRef, Pixels>> subjects{{imageOf(pixels), pixels},
                                                       {imageOf(fixtures::pngOf(pixels)), pixels},
                                                       {imageOf(fixtures::tiffOf(pixels)), pixels}};
-    for (const auto& [horizontal, vertical] : std::vector<Sampling>{{1, 1}, {2, 2}, {2, 1}, {1, 2}, {4, 1}}) {
-        JpegOptions options;
-        options.horizontalSampling = horizontal;
-        options.verticalSampling = vertical;
-        const base::Data jpeg = fixtures::jpegOf(pixels, options);
+    for (const base::Data& jpeg : sampledJpegs(pixels))
         subjects.emplace_back(imageOf(jpeg), fixtures::decodedJpeg(jpeg));
-    }
     for (const auto& [image, wanted] : subjects) {
         // Whole, of a part, and of a part of the target only.
         Bitmap whole = canvas(131, 98);
@@ -302,12 +280,9 @@ TEST(ScaledPixels, EdgesBetweenPixelsAreBlended) {
 
 TEST(ScaledPixels, AlphaAndTransparencyLieOverWhatIsThere) {
     const Pixels red = Pixels::of(8, 8, [](double, double) { return Color{255, 0, 0}; });
+    const Pixels blue = Pixels::of(8, 8, [](double, double) { return Color{0, 0, 255}; });
     Bitmap bitmap = canvas(8, 8);
-    ASSERT_TRUE(draw(*imageOf(Pixels::of(8, 8,
-                                         [](double, double) {
-                                             return Color{0, 0, 255};
-                                         })),
-                     {{0, 0, 8, 8}}, bitmap));
+    ASSERT_TRUE(draw(*imageOf(blue), {{0, 0, 8, 8}}, bitmap));
     ASSERT_TRUE(draw(*imageOf(red), {{0, 0, 8, 8}}, bitmap, 0.25));
     EXPECT_NEAR(pixel(bitmap, 4, 4)[0], 64, 1);
     EXPECT_NEAR(pixel(bitmap, 4, 4)[2], 191, 1);
@@ -388,13 +363,10 @@ TEST(PictureCache, KeptPicturesAreDrawnAsDecodedOnes) {
                                    {{13, 101, 333, 257}, 180, 131},  {{350, 0, 350, 500}, 340, 490},
                                    {{101, 211, 301, 202}, 299, 201}, {{0, 0, 700, 500}, 700, 499}};
     const Pixels pixels = Pixels::of(700, 500, fixtures::photographLike);
-    fixtures::PngOptions transparent;
-    transparent.colors = fixtures::PngColors::rgba;
-    JpegOptions gray;
-    gray.colors = JpegColors::gray;
     const std::size_t capacity = pictureCacheCapacity();
-    for (const ImageRef& image : {imageOf(fixtures::jpegOf(pixels)), imageOf(fixtures::jpegOf(pixels, gray)),
-                                  imageOf(fixtures::pngOf(pixels, transparent)), imageOf(fixtures::tiffOf(pixels))}) {
+    for (const ImageRef& image :
+         {imageOf(fixtures::jpegOf(pixels)), imageOf(fixtures::jpegOf(pixels, {.colors = JpegColors::gray})),
+          imageOf(fixtures::pngOf(pixels, {fixtures::PngColors::rgba})), imageOf(fixtures::tiffOf(pixels))}) {
         const auto drawn = [&](const Wish& wish) {
             return scaled(*image->cropped(wish.crop), wish.width, wish.height);
         };
