@@ -16,6 +16,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <sstream>
 #include <sys/eventfd.h>
 #include <thread>
 #include <unistd.h>
@@ -340,97 +341,61 @@ TEST(InotifyWatches, PassesOverRecordsThatAreCutOff) {
         });
 }
 
-// The grouping by the latency, with a clock of the test's own: each row is a change or a moment at which it is asked
-// what has been delivered so far.
-struct Step {
-    int milliseconds;
-    std::string change;    // empty: none
-    bool isSettling;       // of the change
-    std::string delivered; // after this step, each delivery in brackets
-    int quietTime = 0;     // of the change, in milliseconds
-};
-
+// The grouping by the latency, with a clock of the test's own. A step is its time in milliseconds, a change ("-" for
+// none; with "~" one that settles, with its quiet time behind that), and all that is delivered by then, each delivery
+// in brackets.
 struct GroupingCase {
-    std::string name;
+    const char* name;
     bool noDefer;
-    std::vector<Step> steps;
+    const char* steps;
 };
 
 void deliver(const GroupingCase& test) {
     const auto clock = std::make_shared<ManualClock>();
     clock->advance(1h);
-    FileEventStream::Options options;
-    options.latency = 1s;
-    options.noDefer = test.noDefer;
-    options.clock = clock;
-    std::string delivered;
-    const auto collector = std::make_shared<EventCollector>(options, [&](const auto& paths, const auto&) {
-        delivered += "[";
-        for (const std::string& path : paths)
-            delivered += path;
-        delivered += "]";
-    });
+    std::string delivered = "-";
+    const auto collector = std::make_shared<EventCollector>(
+        FileEventStream::Options{.latency = 1s, .noDefer = test.noDefer, .clock = clock},
+        [&](const auto& paths, const auto&) {
+            delivered += "[";
+            for (const std::string& path : paths)
+                delivered += path;
+            delivered += "]";
+        });
     const QueueRef queue = Queue::serial();
     collector->setQueue(queue);
     collector->start();
     const auto begin = clock->now();
-    for (const Step& step : test.steps) {
+    std::istringstream steps(test.steps);
+    int milliseconds;
+    std::string change, expected;
+    while (steps >> milliseconds >> change >> expected) {
         // In small steps, since a look may ask for another one.
-        while (clock->now() < begin + std::chrono::milliseconds(step.milliseconds)) {
+        while (clock->now() < begin + std::chrono::milliseconds(milliseconds)) {
             clock->advance(50ms);
             queue->sync([] {});
         }
-        if (!step.change.empty())
-            collector->add({{step.change, 0, step.isSettling, std::chrono::milliseconds(step.quietTime)}});
-        queue->sync([&] { EXPECT_EQ(delivered, step.delivered) << test.name << " at " << step.milliseconds; });
+        const std::size_t mark = change.find('~');
+        const bool isSettling = mark != std::string::npos;
+        const std::chrono::milliseconds quietTime(isSettling ? std::atoi(&change[mark + 1]) : 0);
+        if (change != "-") collector->add({{change.substr(0, mark), 0, isSettling, quietTime}});
+        queue->sync([&] { EXPECT_EQ(delivered, expected) << test.name << " at " << milliseconds; });
     }
 }
 
 TEST(EventGrouping, FollowsTheLatency) {
     const GroupingCase cases[] = {
-        {"first at once, then grouped",
-         true,
-         {{0, "a", false, "[a]"},
-          {500, "b", false, "[a]"},
-          {900, "c", false, "[a]"},
-          {950, "", false, "[a]"},
-          {1000, "", false, "[a][bc]"},
-          {3000, "d", false, "[a][bc][d]"}}},
-        {"all wait without no-defer",
-         false,
-         {{0, "a", false, ""}, {900, "b", false, ""}, {1000, "", false, "[ab]"}, {2500, "", false, "[ab]"}}},
-        {"what is being made waits until it is quiet",
-         true,
-         {{0, "a", true, ""},
-          {800, "a", true, ""},
-          {1600, "a", true, ""},
-          {2550, "", true, ""},
-          {2600, "", false, "[a]"}}},
-        {"but not for ever",
-         true,
-         {{0, "a", true, ""},
-          {900, "a", true, ""},
-          {1800, "a", true, ""},
-          {2700, "a", true, ""},
-          {3600, "a", true, ""},
-          {4500, "a", true, ""},
-          {4950, "a", true, ""},
-          {5000, "", false, "[a]"},
-          {5100, "b", true, "[a]"},
-          {6050, "", false, "[a]"},
-          {6100, "", false, "[a][b]"}}},
-        {"what is finished takes along what is being made",
-         true,
-         {{0, "a", true, ""}, {300, "b", false, "[ab]"}, {400, "c", true, "[ab]"}, {1400, "", false, "[ab][c]"}}},
-        {"but not what changes inside a folder",
-         true,
-         {{0, "f", true, "", 1000},
-          {300, "b", false, "[b]"},
-          {900, "f", true, "[b]", 1000},
-          {1850, "g", true, "[b]", 3000},
-          {1900, "", false, "[b][f]"},
-          {4800, "", false, "[b][f]"},
-          {4850, "", false, "[b][f][g]"}}},
+        {"first at once, then grouped", true,
+         "0 a -[a]  500 b -[a]  900 c -[a]  950 - -[a]  1000 - -[a][bc]  3000 d -[a][bc][d]"},
+        {"all wait without no-defer", false, "0 a -  900 b -  1000 - -[ab]  2500 - -[ab]"},
+        {"what is being made waits until it is quiet", true, "0 a~ -  800 a~ -  1600 a~ -  2550 - -  2600 - -[a]"},
+        {"but not for ever", true,
+         "0 a~ -  900 a~ -  1800 a~ -  2700 a~ -  3600 a~ -  4500 a~ -  4950 a~ -  5000 - -[a] "
+         "5100 b~ -[a]  6050 - -[a]  6100 - -[a][b]"},
+        {"what is finished takes along what is being made", true, "0 a~ -  300 b -[ab]  400 c~ -[ab]  1400 - -[ab][c]"},
+        {"but not what changes inside a folder", true,
+         "0 f~1000 -  300 b -[b]  900 f~1000 -[b]  1850 g~3000 -[b] "
+         "1900 - -[b][f]  4800 - -[b][f]  4850 - -[b][f][g]"},
     };
     for (const GroupingCase& test : cases)
         deliver(test);
