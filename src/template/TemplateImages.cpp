@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
 #include <thread>
 
 using platform::draw::ImageRef;
@@ -95,26 +96,32 @@ void VELM_Template::getThumbnailImage(ImageReply reply) {
     });
 }
 
+namespace {
+
+// Guards the thumbnails of all templates, so that asking for one waits for no queue: the main queue may be waiting for
+// the one that asks.
+std::mutex thumbnailMutex;
+
+} // namespace
+
 ImageRef VELM_Template::thumbnail() {
-    ImageRef finished;
-    bool starts = false;
-    folders::performSyncOnMainQueue([&] {
-        finished = thumbnail_;
-        starts = !finished && !isRenderingThumbnail_.exchange(true);
-    });
-    if (!starts) return finished;
+    {
+        const std::lock_guard lock(thumbnailMutex);
+        if (thumbnail_ || isRenderingThumbnail_.exchange(true)) return thumbnail_;
+    }
     getThumbnailImage([self = shared_from_this()](const ImageRef& image) {
         folders::performAsyncOnMainQueue([self, image] {
             if (image) {
                 static constexpr std::array changed{std::string_view("thumbnail")};
                 const Announcement announcement(*self, changed);
+                const std::lock_guard lock(thumbnailMutex);
                 self->thumbnail_ = image;
             }
             self->isRenderingThumbnail_ = false;
         });
     });
-    folders::performSyncOnMainQueue([&] { finished = thumbnail_; });
-    return finished;
+    const std::lock_guard lock(thumbnailMutex);
+    return thumbnail_;
 }
 
 // --- Queues
