@@ -125,6 +125,8 @@ base::Result<void> writeFileAtomically(std::string_view path, std::string_view b
     struct stat present;
     const bool replaces = stat(target.c_str(), &present) == 0;
     if (replaces && S_ISDIR(present.st_mode)) return base::failure(base::systemError(EISDIR, "cannot write " + target));
+    if (replaces && !S_ISREG(present.st_mode)) // a file in the place of a device would take that away
+        return base::failure(base::posixErrorDomain, EINVAL, "cannot write " + target + ": it is not a regular file");
 
     TemporaryFile file;
     if (auto made = createBeside(file, target); !made) return made;

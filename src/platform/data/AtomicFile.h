@@ -17,7 +17,8 @@ namespace platform::data {
 inline constexpr std::size_t defaultMaximumFileSize = std::size_t{256} << 20;
 
 /// Writes `bytes` to `path`. A new file gets mode 0644 less the process's mask, a replaced one keeps its mode; a
-/// symbolic link is kept and its target replaced. The enclosing folder must exist. Leaves nothing behind on failure.
+/// symbolic link is kept and its target replaced; an error for a folder, a pipe, a device. The enclosing folder must
+/// exist. Leaves nothing behind on failure.
 base::Result<void> writeFileAtomically(std::string_view path, std::string_view bytes);
 inline base::Result<void> writeFileAtomically(std::string_view path, const base::Data& data) {
     return writeFileAtomically(path, data.asText());

@@ -61,7 +61,7 @@ TEST(AtomicFile, ReadersNeverMeetHalfAFile) {
     writer.join();
 }
 
-TEST(AtomicFile, ReadsOnlyRegularFilesWithinTheLimit) {
+TEST(AtomicFile, ReadsAndReplacesOnlyRegularFiles) {
     const support::TemporaryDirectory folder;
     const std::string path = folder.write("a.txt", "12345");
     EXPECT_EQ(readFile(path)->asText(), "12345");
@@ -73,6 +73,8 @@ TEST(AtomicFile, ReadsOnlyRegularFilesWithinTheLimit) {
     // A pipe without a writer would block its reader for ever.
     ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
     EXPECT_EQ(readFile(folder / "pipe").error().code, EINVAL);
+    EXPECT_EQ(writeFileAtomically(folder / "pipe", "x").error().code, EINVAL);
+    EXPECT_TRUE(fs::is_fifo(folder / "pipe"));
     EXPECT_EQ(readFile("/dev/zero").error().code, EINVAL);
     EXPECT_FALSE(readFile("/proc/self/status")->empty()) << "a file that gives no size is read to its end";
 }

@@ -143,6 +143,8 @@ base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url, NextN
     if (path.empty()) return base::failure(base::posixErrorDomain, EINVAL, "cannot write: no path of a file");
     const bool replaces = !nextName && ::stat(path.c_str(), &status) == 0;
     if (replaces && S_ISDIR(status.st_mode)) return base::failure(base::systemError(EISDIR, "cannot write " + path));
+    if (replaces && !S_ISREG(status.st_mode)) // a picture in the place of a device would take that away
+        return base::failure(base::posixErrorDomain, EINVAL, "cannot write " + path + ": it is not a regular file");
     const std::string target = replaces ? behindLinks(path) : path;
     // Hidden, and short whatever the length of the name.
     const std::string folder = base::deletingLastPathComponent(target);
