@@ -141,6 +141,14 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
+std::string_view truncated(std::string_view text, std::size_t maximumSize) {
+    if (text.size() <= maximumSize) return text;
+    std::size_t size = maximumSize;
+    while (size > 0 && (static_cast<unsigned char>(text[size]) & 0xC0) == 0x80)
+        --size;
+    return text.substr(0, size);
+}
+
 std::vector<std::string> split(std::string_view text, std::string_view separator) {
     std::vector<std::string> parts;
     std::size_t from = 0;

@@ -2,6 +2,7 @@
 // files, comparison without regard to case, and the shortest text of a number. Pure functions; texts are UTF-8.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -29,6 +30,8 @@ std::string lowercase(std::string_view text);
 std::string uppercase(std::string_view text);
 
 std::string_view trimmed(std::string_view text);
+/// At most so many bytes of a UTF-8 text, without a part of a character at the end.
+std::string_view truncated(std::string_view text, std::size_t maximumSize);
 std::vector<std::string> split(std::string_view text, std::string_view separator);
 std::string replacingAll(std::string_view text, std::string_view what, std::string_view with);
 /// Decodes the hundredth encoding of URLs (%20) and encodes all that a path of a URL may not hold.

@@ -70,6 +70,12 @@ TEST(Text, ShortestDecimalReadsBack) {
         EXPECT_EQ(doubleValue(shortestDecimal(value)), value);
 }
 
+TEST(Text, IsCutBetweenItsCharacters) {
+    for (const auto& [size, cut] : {std::pair{0, ""}, {1, "a"}, {2, "a"}, {3, "a\u00FC"}, {9, "a\u00FC"}})
+        EXPECT_EQ(truncated("a\u00FC", static_cast<std::size_t>(size)), cut) << size;
+    EXPECT_EQ(truncated("\x80\x80\x80", 2), "");
+}
+
 TEST(Geometry, TextFormsTakeNumbersInOrder) {
     const struct {
         const char* text;

@@ -1,6 +1,7 @@
 // What the reader tells the report.
 #include "internal/TemplateReader.h"
 
+#include "base/Text.h"
 #include "platform/data/FileAttributes.h"
 #include "platform/data/TextEncoding.h"
 #include "platform/data/XMLDocument.h"
@@ -45,13 +46,11 @@ const std::string& TemplateReader::file() const {
 
 std::string TemplateReader::quotable(std::string_view text) {
     constexpr std::size_t maximumLength = 200;
-    std::size_t end = std::min(text.size(), maximumLength);
-    while (end < text.size() && end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
-        --end;
-    std::string quoted(base::trimmed(text.substr(0, end)));
+    const std::string_view part = base::truncated(text, maximumLength);
+    std::string quoted(base::trimmed(part));
     std::replace_if(
         quoted.begin(), quoted.end(), [](char character) { return character >= 0 && character < ' '; }, ' ');
-    return end < text.size() ? quoted + "..." : quoted;
+    return part.size() < text.size() ? quoted + "..." : quoted;
 }
 
 TemplateReport::Place TemplateReader::placeOf(const XMLNode& node) const {

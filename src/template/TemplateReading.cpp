@@ -19,11 +19,7 @@ constexpr std::string_view unknownAttribute = "encountered unknown %@ attribute:
 std::string loggable(std::string text) {
     constexpr std::size_t maximumLength = 4096;
     if (text.size() <= maximumLength) return text;
-    std::size_t end = maximumLength;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
-        --end;
-    text.resize(end);
-    return text + "...";
+    return std::string(base::truncated(text, maximumLength)) + "...";
 }
 
 std::string loggable(const XMLNode& node) {

@@ -144,10 +144,7 @@ private:
 std::string shortText(const base::Value& value) {
     if (const auto* text = value.as<std::string>()) {
         if (text->size() <= longestText) return oneLine(*text);
-        std::size_t length = longestText;
-        while (length > 0 && (static_cast<unsigned char>((*text)[length]) & 0xC0) == 0x80)
-            --length;
-        return oneLine(std::string_view(*text).substr(0, length)) + "... (" + std::to_string(text->size()) + " bytes)";
+        return oneLine(base::truncated(*text, longestText)) + "... (" + std::to_string(text->size()) + " bytes)";
     }
     if (const auto* truth = value.as<bool>()) return std::string(base::stringForBOOL(*truth));
     if (const auto* data = value.as<base::Data>()) return "(" + std::to_string(data->size()) + " bytes)";
