@@ -1,5 +1,6 @@
 // The views on a layer's attributes that carry a default, a derivation or a rule for storing: by the table of keys
 // where it says all, by a function of their own where it does not.
+#include "internal/TemplateGrammar.h"
 #include "template/VELM_Template.h"
 
 #include "base/Text.h"
@@ -19,15 +20,9 @@ namespace {
 // Text and number of each alignment; the number is the place.
 constexpr std::array<std::string_view, 4> alignmentNames{"left", "right", "center", "justified"};
 
-bool beginsWithNumber(std::string_view text) {
-    text = base::trimmed(text);
-    if (!text.empty() && (text.front() == '+' || text.front() == '-')) text.remove_prefix(1);
-    if (!text.empty() && text.front() == '.') text.remove_prefix(1);
-    return !text.empty() && text.front() >= '0' && text.front() <= '9';
-}
-
 std::optional<double> numberOf(const Value& value) {
-    if (value.isNumber() || (value.isText() && beginsWithNumber(*value.as<std::string>()))) return value.doubleValue();
+    if (value.isNumber() || (value.isText() && grammar::isLedByNumber(*value.as<std::string>())))
+        return value.doubleValue();
     return std::nullopt;
 }
 
@@ -73,9 +68,7 @@ void VELM_Template::store(std::string_view key, Value newValue) {
     if (onlyWhenDifferent && value(key) == newValue) return;
     if (const bool* yes = newValue.as<bool>(); yes && row.kind == TemplateKey::Kind::yesNo)
         newValue = base::stringForBOOL(*yes);
-    // A failure is in the log; the layer has its colour all the same.
-    if (!row.lastUsed.empty()) (void)UserDefaults::standard().setObject(newValue, row.lastUsed);
-    put(row, std::move(newValue), row.rule != Rule::textOrCleared && row.rule != Rule::uncounted);
+    put(row, std::move(newValue), row.rule != Rule::textOrCleared && row.rule != Rule::uncounted, row.lastUsed);
 }
 
 void VELM_Template::storeOpacity(std::string_view key, const std::string& code, double opacity) {

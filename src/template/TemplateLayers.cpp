@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <limits>
 #include <string>
 
 using base::Value;
@@ -10,6 +12,7 @@ using base::Value;
 namespace {
 
 constexpr std::array<std::string_view, 1> ofChangedSelection{"layersSelected"};
+constexpr std::int64_t highestLevel = std::numeric_limits<std::int64_t>::max();
 
 // The place of the first layer that equals the given one.
 std::optional<std::size_t> placeOf(const VELM_Template& layer, const VELM_Template::Layers& layers) {
@@ -49,10 +52,11 @@ void VELM_Template::sortLayers() {
     });
     const TemplateKey& key = *templateKey(VELM_XML_Key_layers);
     const Announcement announcement(*this, key.properties());
+    setValue(key.name, base::Array(sorted.begin(), sorted.end()));
+    // The last level to be set finds the new order: whoever hears of it sees the document as it stays.
     std::int64_t level = 0;
     for (const Ref& layer : sorted)
         layer->setZLevelString(std::to_string(level += 100));
-    setValue(key.name, base::Array(sorted.begin(), sorted.end()));
 }
 
 std::vector<std::optional<std::string>> VELM_Template::zLevelStrings() {
@@ -70,7 +74,7 @@ void VELM_Template::addLayers(const Layers& layers) {
         if (!layer) continue;
         layer->setParent(shared_from_this());
         const auto level = all.empty() ? 0 : all.back()->value(VELM_XML_Key_zindex).integerValue();
-        layer->setZLevelString(std::to_string(level + 1));
+        layer->setZLevelString(std::to_string(std::min(level, highestLevel - 1) + 1));
         all.push_back(layer);
     }
     setLayers(all);

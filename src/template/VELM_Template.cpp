@@ -4,6 +4,7 @@
 #include "base/Log.h"
 #include "base/Text.h"
 #include "platform/data/KeyedArchive.h"
+#include "platform/data/UserDefaults.h"
 #include "platform/run/Queue.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 
 using base::Rect;
 using base::Value;
+using platform::data::UserDefaults;
 
 namespace {
 
@@ -129,11 +131,13 @@ std::shared_ptr<const PackageValues> VELM_Template::package() const {
 
 // --- Storing
 
-void VELM_Template::put(const TemplateKey& key, Value newValue, bool isCounted) {
+void VELM_Template::put(const TemplateKey& key, Value newValue, bool isCounted, std::string_view setting) {
     const Ref enclosing = isCounted ? parent() : nullptr; // an observer may let go of this template
     {
         const Announcement ofKey(*this, key.properties());
         const Announcement ofValues(*this, ofChangedValues);
+        // A failure is in the log; the layer has its value all the same.
+        if (!setting.empty()) (void)UserDefaults::standard().setObject(newValue, setting);
         setValue(key.name, std::move(newValue));
     }
     if (!enclosing) return;

@@ -397,7 +397,7 @@ public:
     /// A preview of a deep copy on white, fitted into `sizeThumbnail`; the reply runs on `renderingQueue`.
     void getThumbnailImage(ImageReply reply);
     /// The last thumbnail that was finished. Without one it answers null and has one made, one at a time, which is
-    /// announced under "thumbnail" on the main queue, before and after. Any thread that may wait for the main queue.
+    /// announced under "thumbnail" on the main queue, before and after. Any thread; it waits for no queue.
     platform::draw::ImageRef thumbnail();
     static base::Size sizeThumbnail() { return {192, 192}; }
 
@@ -435,8 +435,9 @@ private:
     void store(std::string_view key, base::Value value);
     /// Puts another alpha into the code that is in force, and stores it under the key.
     void storeOpacity(std::string_view key, const std::string& code, double opacity);
-    /// What all storing ends in: tells the observers and raises the parent's change count.
-    void put(const TemplateKey& key, base::Value value, bool isCounted = true);
+    /// What all storing ends in: tells the observers and raises the parent's change count. The value is kept in a
+    /// setting too when one is named.
+    void put(const TemplateKey& key, base::Value value, bool isCounted = true, std::string_view setting = {});
     void put(std::string_view key, base::Value value) { put(*templateKey(key), std::move(value)); }
     void setLastSaved(Ref lastSaved);
     /// Tells the observers of properties, before the change by its making and after it by its end.
@@ -477,7 +478,7 @@ private:
     std::atomic<bool> isRenderingPreview_ = false; // a parent writes its child's
     std::atomic<bool> isRenderingUnrotated_ = false;
     std::atomic<bool> isRenderingThumbnail_ = false;
-    platform::draw::ImageRef thumbnail_; // the main queue's
+    platform::draw::ImageRef thumbnail_; // stored on the main queue
     struct CachedImage {
         platform::draw::ImageRef image;
         std::optional<base::Error> error;

@@ -160,13 +160,6 @@ constexpr std::array childRules{
     Rule{"background", VELM_XML_Key_backgroundEnabled, storeYesNo, Form::yesNo, backgroundAttributes},
 };
 
-bool isLedByNumber(std::string_view text) {
-    text = base::trimmed(text);
-    if (!text.empty() && (text.front() == '-' || text.front() == '+')) text.remove_prefix(1);
-    if (!text.empty() && text.front() == '.') text.remove_prefix(1);
-    return !text.empty() && text.front() >= '0' && text.front() <= '9';
-}
-
 bool isClearlyNo(std::string_view text) {
     text = base::trimmed(text);
     return text.empty() || std::string_view("nNfF0").find(text.front()) != std::string_view::npos;
@@ -185,6 +178,13 @@ int numberCount(const std::string& text) {
 }
 
 } // namespace
+
+bool isLedByNumber(std::string_view text) {
+    text = base::trimmed(text);
+    if (!text.empty() && (text.front() == '-' || text.front() == '+')) text.remove_prefix(1);
+    if (!text.empty() && text.front() == '.') text.remove_prefix(1);
+    return !text.empty() && text.front() >= '0' && text.front() <= '9';
+}
 
 std::optional<std::string> faultOf(Form form, const std::string& text) {
     const auto missing = [&](int needed, std::string_view what) -> std::optional<std::string> {

@@ -28,6 +28,9 @@ enum class Form {
     rectangle,
 };
 
+/// Whether reading the text as a number finds one.
+bool isLedByNumber(std::string_view text);
+
 /// Why the text can't mean what its author had in mind, as the end of a sentence ("is an empty rectangle"); none for a
 /// sound one.
 std::optional<std::string> faultOf(Form form, const std::string& text);
