@@ -5,13 +5,13 @@
 #include "folders/DefaultsMirror.h"
 #include "folders/FolderSetClass.h"
 
-#include "base/Log.h"
 #include "base/Places.h"
 #include "platform/data/KeyedArchive.h"
 #include "platform/data/UserDefaults.h"
 #include "platform/run/Clock.h"
 #include "platform/run/Group.h"
 #include "platform/run/MainQueue.h"
+#include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
 #include <filesystem>
@@ -23,7 +23,6 @@ using namespace std::chrono_literals;
 using platform::data::UserDefaults;
 using platform::run::ManualClock;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 namespace {
@@ -73,11 +72,9 @@ protected:
         static const support::TemporaryDirectory home; // the settings live as long as the process
         base::setPlaces(base::Places::below(home.path().string()));
         platform::run::setClock(clock_);
-        previousSink_ = base::setLogSink([this](std::string_view message) { log_ += std::string(message) + "\n"; });
     }
     ~FolderSets() override {
         pass(10s);
-        base::setLogSink(previousSink_);
         platform::run::setClock(nullptr);
     }
 
@@ -105,8 +102,7 @@ protected:
 
     platform::run::RunLoop loop_;
     const std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
-    std::string log_;
-    base::LogSink previousSink_;
+    const support::LogCapture log_;
 };
 
 TEST_F(FolderSets, NumberNamesThatAreTaken) {
@@ -156,7 +152,7 @@ TEST_F(FolderSets, AreAddedRenamedAndRemovedWithNotification) {
     ofClass.removeFolderSet(newSet(ofClass, "FOO 2"));
     EXPECT_THAT(names(ofClass.folderSets()), ElementsAre("foo 1"));
     EXPECT_EQ(trace, "will0;did1;will1;did2;name2;will2;did1;");
-    EXPECT_THAT(log_, HasSubstr("+[VELM_FolderSet removeFolderSet:]:sender <Test"));
+    EXPECT_TRUE(log_.has("+[VELM_FolderSet removeFolderSet:]:sender <Test"));
     EXPECT_EQ(ofClass.loads, 1);
 }
 
@@ -202,7 +198,7 @@ TEST_F(FolderSets, TellTheirObserversOfSavedChanges) {
     EXPECT_EQ(trace, "");
     pass(100ms);
     EXPECT_EQ(trace, "a1;b;");
-    EXPECT_THAT(log_, HasSubstr("+[VELM_FolderSet updateFolderSets]_block_invoke"));
+    EXPECT_TRUE(log_.has("+[VELM_FolderSet updateFolderSets]_block_invoke"));
 
     observer.reset();
     ofClass.updateFolderSets();
@@ -238,7 +234,7 @@ TEST_F(FolderSets, ThatCannotBeReadLeaveAnEmptyList) {
         ASSERT_TRUE(UserDefaults::standard().setObject(stored, ofClass.keyForSavedFolderSets()));
         EXPECT_THAT(ofClass.folderSets(), IsEmpty());
     }
-    EXPECT_NE(log_, "");
+    EXPECT_FALSE(log_.lines().empty());
 }
 
 TEST_F(FolderSets, CompareByClassAndName) {
@@ -277,11 +273,11 @@ TEST_F(FolderSets, KeepABookmarkOfOtherVolumesOnly) {
     EXPECT_TRUE(set->bookmark());
     EXPECT_FALSE(set->copy()->bookmark());
     EXPECT_EQ(set->URL(), url(folder));
-    EXPECT_EQ(log_, "");
+    EXPECT_TRUE(log_.lines().empty());
 
     std::filesystem::remove(folder); // the volume is gone
     EXPECT_EQ(set->URL(), url(folder));
-    EXPECT_THAT(log_, HasSubstr(folder));
+    EXPECT_TRUE(log_.has(folder));
     set->setURL(url("/usr"));
     EXPECT_FALSE(set->bookmark());
 }

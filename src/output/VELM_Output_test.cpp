@@ -12,7 +12,6 @@ namespace {
 
 using namespace output_testing;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 // The tests of this module keep their settings to themselves.
 class OwnPlaces : public testing::Environment {
@@ -244,14 +243,6 @@ TEST(OutputCopy, isWhatTheArchiveGivesBackAndSharesNothing) {
     }
     EXPECT_EQ(copy->package(), package);
     EXPECT_FALSE(unarchived->package());
-}
-
-TEST(OutputDescription, namesSizeNodesAndDestinations) {
-    const std::string text = outputFrom(fullOutput)->description();
-    EXPECT_THAT(text, testing::StartsWith("VELM_Output {100, 50}\nnodes:"));
-    EXPECT_THAT(text, HasSubstr("front{{0, 0}, {5, 6}}:("));
-    EXPECT_THAT(text, HasSubstr("{{1, 2}, {3, 4}}"));
-    EXPECT_THAT(text, HasSubstr("VELM_Destination(filepath):/x"));
 }
 
 } // namespace

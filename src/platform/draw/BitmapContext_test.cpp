@@ -271,26 +271,6 @@ TEST(Shadow, StaysInBaseSpaceWhateverTheTransform) {
     }
 }
 
-TEST(Shadow, FallsFromEachThingUntilRestored) {
-    const auto canvas = makeCanvas(60, 60);
-    canvas->saveState();
-    canvas->setShadow({10, 0}, 0, Color(0, 0, 0, 0.5));
-    canvas->setFillColor(red);
-    canvas->fillRect({0, 40, 5, 5});
-    canvas->setStrokeColor(green);
-    canvas->setLineWidth(2);
-    canvas->beginPath();
-    canvas->addRect({1, 21, 6, 6});
-    canvas->strokePath();
-    canvas->restoreState();
-    canvas->fillRect({0, 0, 5, 5});
-    const Bitmap bitmap = pixelsOf(canvas);
-    EXPECT_EQ(pixel(bitmap, 12, 17), "00000080");
-    EXPECT_EQ(pixel(bitmap, 11, 32), "00000080") << "of the frame's left side";
-    EXPECT_EQ(pixel(bitmap, 14, 35), "00000000") << "and not of its inside";
-    EXPECT_EQ(pixel(bitmap, 12, 57), "00000000");
-}
-
 TEST(Shadow, BlurIsTwoStandardDeviations) {
     const auto canvas = makeCanvas(200, 60);
     canvas->setShadow({0, -1000}, 20, black); // sigma 10; the rectangle itself stands far above

@@ -3,7 +3,6 @@
 #include "internal/PictureFixtures.h"
 #include "internal/ScaledPixels.h"
 #include "platform/draw/ColorSpace.h"
-#include "platform/draw/ImageDestination.h"
 #include "platform/draw/ImageMetadata.h"
 #include "platform/draw/PictureCache.h"
 #include "support/TemporaryDirectory.h"
@@ -261,30 +260,6 @@ TEST(ImageSource, FilesAreReadAnewAndMustBeTheSame) {
 
     for (const std::string& missing : {folder / "none.jpg", folder.path().string()})
         EXPECT_FALSE(ImageSource::createWithURL(base::URL::fileURLWithPath(missing)));
-}
-
-TEST(ImageSource, ReadsBackTheMetadataOfProducts) {
-    const auto image = (*sourceOf(jpegOf(Pixels::of(20, 10, photographLike))))->imageAtIndex(0);
-    for (const std::string_view type : {"public.jpeg", "public.png", "public.tiff"}) {
-        for (const std::string comment : {"VELM comment", "Gr\u00FC\u00DFe, \u5199\u771F"}) {
-            SCOPED_TRACE(std::string(type) + " " + comment);
-            auto destination = ImageDestination::createWithData(type);
-            ASSERT_TRUE(destination);
-            const base::Dictionary exif{
-                {"UserComment", comment}, {"MakerNote", "VELM XML"}, {"DateTimeOriginal", "2026:03:15 10:11:12"}};
-            (*destination)->addImage(image, {{"Orientation", 1}, {"{Exif}", exif}});
-            ASSERT_TRUE((*destination)->finalize());
-            const auto source = sourceOf((*destination)->takeData());
-            ASSERT_TRUE(source);
-            EXPECT_EQ((*source)->typeIdentifier(), type);
-            const base::Dictionary& properties = (*source)->propertiesAtIndex(0);
-            EXPECT_EQ(base::valueForKey(properties, "Orientation"), base::Value(1));
-            const auto* read = base::valueForKey(properties, "{Exif}").as<base::Dictionary>();
-            ASSERT_TRUE(read);
-            for (const auto& [key, value] : exif)
-                EXPECT_EQ(base::valueForKey(*read, key).description(), value.description()) << key;
-        }
-    }
 }
 
 // Whether a picture's profile is applied to the reduced rows as they come, or to the whole reduced picture at once.

@@ -206,29 +206,6 @@ TEST(ScaledPixels, ADrawingAtItsOwnSizeIsUnchanged) {
     }
 }
 
-TEST(ScaledPixels, QuarterTurnsMovePixelsWhole) {
-    const Pixels pixels = Pixels::of(37, 23, [](double x, double y) { return Color{x * 6, y * 10, 100}; });
-    const ImageRef image = imageOf(pixels);
-    const auto turned = [&](const ImageRef& from, int turns, bool mirrored) {
-        const bool onSide = turns % 2 != 0;
-        Bitmap bitmap = *Bitmap::create(onSide ? from->height() : from->width(),
-                                        onSide ? from->width() : from->height(), ColorSpace::sRGB(), true);
-        const base::Rect all{0, 0, static_cast<double>(bitmap.width()), static_cast<double>(bitmap.height())};
-        EXPECT_TRUE(draw(*from, {all, turns, mirrored}, bitmap));
-        return bitmap;
-    };
-    // Clockwise: what was at the left end of the top row is at its right end.
-    EXPECT_EQ(pixel(turned(image, 1, false), 22, 0), (std::vector<int>{0, 0, 100, 255}));
-    EXPECT_EQ(pixel(turned(image, 1, true), 22, 36), (std::vector<int>{0, 0, 100, 255}));
-    const Bitmap original = *image->bitmap();
-    ImageRef current = image;
-    for (int i = 0; i < 4; ++i)
-        current = Image::fromBitmap(turned(current, 1, false));
-    EXPECT_TRUE(samePixels(*current->bitmap(), original));
-    EXPECT_TRUE(
-        samePixels(*Image::fromBitmap(turned(Image::fromBitmap(turned(image, 3, true)), 3, true))->bitmap(), original));
-}
-
 TEST(ScaledPixels, TurnedDrawingIsTheTurnedPicture) {
     const base::Data jpeg = fixtures::jpegOf(Pixels::of(240, 160, fixtures::photographLike));
     const ImageRef image = imageOf(jpeg);
