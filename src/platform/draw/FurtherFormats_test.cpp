@@ -394,26 +394,6 @@ TEST(FurtherFormats, WriteHeicOfAnySize) {
     }
 }
 
-TEST(FurtherFormats, HeicHasQualityAndProfile) {
-    JpegOptions options;
-    options.profile = profileOf({0.68, 0.32, 1}, {0.265, 0.69, 1}, {0.15, 0.06, 1});
-    const Pixels pixels = Pixels::of(200, 160, photographLike);
-    const ImageRef image = (*ImageSource::createWithData(jpegOf(pixels, options)))->imageAtIndex(0);
-    std::size_t last = 0;
-    for (const double quality : {0.0, 0.3, 0.6, 0.9, 1.0}) {
-        auto destination = ImageDestination::createWithData("public.heic");
-        (*destination)->addImage(image, {{"kCGImageDestinationLossyCompressionQuality", quality}});
-        ASSERT_TRUE((*destination)->finalize());
-        const base::Data file = (*destination)->takeData();
-        EXPECT_GT(file.size(), last) << quality;
-        last = file.size();
-        const auto source = ImageSource::createWithData(file);
-        ASSERT_TRUE(source);
-        EXPECT_EQ((*source)->imageAtIndex(0)->colorSpace(), image->colorSpace());
-        EXPECT_FALSE(image->colorSpace()->isSRGB());
-    }
-}
-
 TEST(FurtherFormats, CutOffFilesFailOrAreWhole) {
     const Workshop workshop(Pixels::of(61, 37, photographLike));
     ASSERT_TRUE(workshop.run(animatedGif));
