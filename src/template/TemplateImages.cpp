@@ -69,13 +69,13 @@ void VELM_Template::getPreviewImageUnrotated(ImageReply reply) {
 
 void VELM_Template::getUnrotated(bool unrotated, ImageReply previewImage) {
     if (!previewImage) return;
-    renderingQueue()->async([self = shared_from_this(), unrotated, reply = std::move(previewImage)] {
+    renderingQueue()->async([self = shared_from_this(), unrotated, reply = std::move(previewImage)]() mutable {
         self->isRenderingPreview_ = true;
         self->isRenderingUnrotated_ = unrotated;
         auto image = self->createProductImage();
         self->isRenderingPreview_ = false;
-        // Not waited for: the main queue may be waiting for this one.
-        folders::performAsyncOnMainQueue([reply, image = std::move(image)] { reply(image); });
+        // Not waited for: the main queue may be waiting for this one. What the reply holds must end there too.
+        folders::performAsyncOnMainQueue([reply = std::move(reply), image = std::move(image)] { reply(image); });
     });
 }
 
