@@ -52,34 +52,6 @@ class Orders(WatchTest):
         for key, value in (("velmProcessorJobsCompleted", "2\n"), ("velmProcessorJobsFailed", "1\n")):
             self.assertEqual(self.home.velmctl("defaults", "read", key).stdout, value)
 
-    def test_orders_that_waited_run_oldest_ticket_first(self):
-        first_start = Watch(self.home, "--paused")
-        self.assertEqual(first_start.stop(), 0)
-        for name, age in (("second", 200), ("third", 100), ("first", 300)):
-            order = self.home.bundle(name, folder=first_start.bundles)
-            then = time.time() - age
-            os.utime(order / "job.xml", (then, then))
-        watch = Watch(self.home, "--paused")
-        watch.wait_for_log("Lets rescan")
-        self.home.velmctl("defaults", "write", "velmProcessorIsRunning", "yes")
-        lines = watch.wait_for_lines("completed ", 3)
-        self.assertEqual([line.split()[1] for line in lines], ["first", "second", "third"])
-
-    def test_a_completed_order_that_is_dropped_again_keeps_one_stamp(self):
-        watch = Watch(self.home)
-        watch.drop(self.home.bundle("order"))
-        line = watch.wait_for_lines("completed ", 1)[0]
-        os.rename(line.split(" -> ")[1], watch.bundles / os.path.basename(line.split(" -> ")[1]))
-        line = watch.wait_for_lines("completed ", 2)[1]
-        self.assertRegex(line, rf"{self.completed}/order{STAMPED}velm_job$")
-
-    def test_an_order_without_packages_fails_visibly(self):
-        watch = Watch(self.home)
-        watch.drop(self.home.bundle("nothing", '<data type="VELM_Job" version="1.0"/>'))
-        self.assertIn("no package", watch.wait_for_lines("failed nothing ")[0])
-        watch.drop(self.home.bundle("next"))
-        watch.wait_for_lines("completed next ")
-
 
 class Tickets(WatchTest):
     def test_an_unreadable_ticket_stays_and_runs_when_it_is_whole(self):
