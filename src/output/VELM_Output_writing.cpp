@@ -1,6 +1,6 @@
 // The elements by which outputs, their nodes and their destinations stand in a ticket.
-#include "template/ElementWriting.h"
 #include "output/VELM_Output.h"
+#include "template/ElementWriting.h"
 #include "template/VELM_Template.h"
 
 using platform::data::XMLNode;
