@@ -57,6 +57,19 @@ std::size_t lineCount(const TextLayout& text) {
     return platform::draw::TextFrame(whole, {text.rect.width, roomForAll}).lines().size();
 }
 
+// What may not be cut: of a text without a border its lines alone, for a box is often made wide enough for any canvas.
+Rect essenceOf(const LayerLayout& layout) {
+    if (!layout.text || layout.text->lines.empty() || layout.layer->hasBorder()) return layout.frame;
+    const std::vector<TextLayout::Line>& lines = layout.text->lines;
+    Rect essence{lines.front().x, layout.text->rect.y, 0, lines.back().baseline - layout.text->rect.y};
+    for (const TextLayout::Line& line : lines) {
+        const double right = std::max(essence.maxX(), line.x + line.width);
+        essence.x = std::min(essence.x, line.x);
+        essence.width = right - essence.x;
+    }
+    return essence;
+}
+
 class Checker {
 public:
     Checker(VELM_Template& document, const TemplateReport& report)
@@ -71,7 +84,7 @@ private:
     void checkContainer(const LayerLayout& layout);
     void checkPicture(const LayerLayout& layout);
     void checkText(const LayerLayout& layout);
-    void checkStamp(const VELM_Template& layer);
+    void checkStamp(const LayerLayout& layout);
     void checkWords(const VELM_Template& layer);
     /// Whether the report names the word at the place of the key's value.
     bool isTold(const VELM_Template& layer, std::string_view key, std::string_view word) const;
@@ -90,8 +103,7 @@ private:
 };
 
 TemplateReport::Place Checker::placeOf(const VELM_Template& layer, std::string_view key) const {
-    const auto* origin = report_.originOf(layer, key);
-    if (origin && origin->kind != TemplateReport::Origin::Kind::node) return origin->place;
+    if (const auto* origin = report_.originOf(layer, key)) return origin->place;
     if (const auto place = report_.placeOf(layer)) return *place;
     return {.file = document_.documentURL().value_or(base::URL()).path()};
 }
@@ -152,16 +164,19 @@ void Checker::checkFrame(const LayerLayout& layout, base::Size canvas) {
     const Rect frame = layout.frame;
     if (frame.isEmpty()) {
         if (!isTold(layer, VELM_XML_Key_frame, VELM_XML_Key_frame))
-            add(layer, VELM_XML_Key_frame, "the frame %@ is empty, so the layer is not drawn",
+            add(layer, VELM_XML_Key_frame,
+                layout.text || layout.picture ? "the frame %@ is empty, so the layer takes the whole canvas"
+                                              : "the frame %@ is empty, so the layer is not drawn",
                 base::stringFromRect(frame));
         return;
     }
     if (canvas.width < 1 || canvas.height < 1) return;
     constexpr double tolerance = 0.5; // less is no pixel's worth
-    const Rect box = base::AffineTransform::rotationAbout(frame.center(), layer.rotation().doubleValue()).apply(frame);
+    const auto turn = base::AffineTransform::rotationAbout(frame.center(), layer.rotation().doubleValue());
+    const Rect box = turn.apply(essenceOf(layout));
     const double beyond =
         std::max(std::max(-box.x, -box.y), std::max(box.maxX() - canvas.width, box.maxY() - canvas.height));
-    if (box.intersection({0, 0, canvas.width, canvas.height}).isEmpty())
+    if (turn.apply(frame).intersection({0, 0, canvas.width, canvas.height}).isEmpty())
         add(layer, VELM_XML_Key_frame, "the layer lies outside the canvas of %@ and does not show",
             base::stringFromSize(canvas));
     else if (beyond > tolerance)
@@ -197,7 +212,7 @@ void Checker::checkLayer(const LayerLayout& layout) {
 void Checker::checkContainer(const LayerLayout& layout) {
     const VELM_Template& layer = *layout.layer;
     if (layer.isTypeContainer()) {
-        if (layout.omission == LayerOmission::noCanvas)
+        if (layout.omission == LayerOmission::noCanvas && !layout.frame.isEmpty())
             add(layer, VELM_XML_Key_frame, "the frame %@ makes no canvas for the node",
                 base::stringFromRect(layout.frame));
     } else if (const base::Value& path = layer.graphicPath()) {
@@ -267,7 +282,7 @@ const std::string& Checker::whyUndecodable(const std::string& file) {
 void Checker::checkText(const LayerLayout& layout) {
     const VELM_Template& layer = *layout.layer;
     if (layout.type == VELM_Template::LayerTypeStamp)
-        checkStamp(layer);
+        checkStamp(layout);
     else if (layout.omission == LayerOmission::noText && !layer.key())
         add(layer, VELM_XML_Key_type, "the textbox has neither a string nor a key");
     if (!layout.text) return;
@@ -282,7 +297,8 @@ void Checker::checkText(const LayerLayout& layout) {
             std::max(lineCount(text), text.lines.size()));
 }
 
-void Checker::checkStamp(const VELM_Template& layer) {
+void Checker::checkStamp(const LayerLayout& layout) {
+    const VELM_Template& layer = *layout.layer;
     const auto key = layer.key();
     const bool hasString = layer.stringValue().has_value();
     if (key && !isStampKey(*key))
@@ -292,6 +308,9 @@ void Checker::checkStamp(const VELM_Template& layer) {
                                                                     : "the key");
     else if (key && base::equalIgnoringCase(*key, "edittextbox") && !layer.value(VELM_XML_Key_stamp))
         add(layer, VELM_XML_Key_key, "the stamp names no stored text (stringnumber), so it is not drawn");
+    else if (key && base::equalIgnoringCase(*key, "edittextbox") && layout.omission == LayerOmission::noText)
+        add(layer, VELM_XML_Key_stamp, "there is no stored text \"%@\", so the stamp is not drawn",
+            layer.value(VELM_XML_Key_stamp));
     else if (key && base::equalIgnoringCase(*key, "date") && !hasString)
         add(layer, VELM_XML_Key_key, "the date has no format (string), so it is not drawn");
     else if (!key && !hasString)

@@ -140,11 +140,14 @@ class Check(TemplateTest):
             (layer("textbox", f"<string>x</string>{font}<textAlignment>middle</textAlignment>"), '"middle"'),
             (layer("stamp", f"<key>weather</key><string>x</string>{font}"), '"weather" is unknown'),
             (layer("stamp", f"<key>date</key>{font}"), "date has no format"),
+            (layer("edittextbox", f"<stringnumber>99</stringnumber><string>x</string>{font}"), 'stored text "99"'),
+            (layer("node", "<filepath>Date.xml</filepath>", "{{900, 0}, {400, 60}}"), "outside the canvas"),
             (layer("image", "<key>a</key><gravity>middle</gravity>"), '"middle"'),
             (layer("image", "<key>a</key>", frame="{{700, 0}, {10, 10}}"), "outside the canvas"),
             (layer("image", "<key>a</key>", frame="{{590, 0}, {20, 10}}"), "beyond the canvas.*10 pixels"),
         ]
         self.write(template(*[xml for xml, _ in faults], HOLE, TEXT,
+                            layer("textbox", f"<string>x</string>{font}", frame="{{0, 0}, {3000, 50}}"),
                             layer("stamp", f"<key>filename</key><string>x</string>{font}"),
                             layer("image", "<filepath>ImageFile</filepath>")))
         answer = self.template("check", "a.xml", status=1)
