@@ -24,12 +24,19 @@ class Usage(CommandLineTest):
         for arguments, words in (([], "required"), (["process"], "ORDER"), (["fly"], "fly"),
                                  (["watch", "--slowly"], "slowly"), (["render", "a.xml"], "output"),
                                  (["render", "a.xml", "-o", "a.bmp"], "a.bmp"),
-                                 (["render", "a.xml", "-o", "a.png", "--scale", "-1"], "scale"),
+                                 (["render", "a.xml", "-o", "a.png", "--scale", "nan"], "scale"),
+                                 (["template", "format", "a.xml", "-o", ""], "output"),
                                  (["defaults"], "required"), (["template", "check"], "FILE"), (["defaults", "write", "key"], "VALUE")):
             with self.subTest(arguments):
                 answer = self.home.velmctl(*arguments)
                 self.assertEqual((answer.returncode, answer.stdout), (2, ""))
                 self.assertIn(words, answer.stderr)
+
+    def test_results_that_cannot_be_written_are_a_failure(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            answer = subprocess.run([VELMCTL, "--home", str(self.home.path), "init"], stdout=full,
+                                    stderr=subprocess.PIPE, text=True, check=False)
+        self.assertEqual((answer.returncode, answer.stderr.count("\n")), (1, 1), answer.stderr)
 
     def test_verbose_shows_the_log_on_standard_error(self):
         order = self.home.bundle("order")

@@ -1,8 +1,10 @@
 #include "Console.h"
 
+#include "base/Error.h"
 #include "platform/run/Observation.h"
 #include "platform/run/Progress.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <unistd.h>
 #include <utility>
@@ -11,10 +13,10 @@ namespace velmctl {
 
 namespace {
 
-void writeLine(std::FILE* stream, std::string_view line) {
+bool writeLine(std::FILE* stream, std::string_view line) {
     std::fwrite(line.data(), 1, line.size(), stream);
     std::fputc('\n', stream);
-    std::fflush(stream);
+    return std::fflush(stream) == 0 && std::ferror(stream) == 0;
 }
 
 } // namespace
@@ -30,7 +32,14 @@ Console::Console() : showsProgress_(isatty(STDERR_FILENO) == 1) {}
 void Console::result(std::string_view line) {
     const std::lock_guard lock(mutex_);
     clearProgressLine();
-    writeLine(stdout, line);
+    if (writeLine(stdout, line) || resultsAreLost_) return;
+    resultsAreLost_ = true;
+    writeLine(stderr, base::systemError(errno, "FAILED: cannot write the results").localizedDescription);
+}
+
+bool Console::resultsAreLost() {
+    const std::lock_guard lock(mutex_);
+    return resultsAreLost_;
 }
 
 void Console::diagnostic(std::string_view line) {

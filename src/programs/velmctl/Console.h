@@ -17,8 +17,9 @@ class Console {
 public:
     static Console& shared();
 
-    /// A result: one line on standard output, there at once.
+    /// A result: one line on standard output, there at once. The first that can't be written is told on standard error.
     void result(std::string_view line);
+    bool resultsAreLost();
     /// One line on standard error.
     void diagnostic(std::string_view line);
     /// Shows how far the named work is, in place of what was shown before. Only on a terminal.
@@ -32,6 +33,7 @@ private:
     std::mutex mutex_;
     const bool showsProgress_;
     std::string shown_;
+    bool resultsAreLost_ = false;
 };
 
 /// Keeps the console's progress line up to date with a progress, for as long as it lives. The progress may go on

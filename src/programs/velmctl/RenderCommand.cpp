@@ -11,6 +11,7 @@
 #include "template/TemplateLayout.h"
 #include "template/VELM_Template.h"
 
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <string>
@@ -81,7 +82,10 @@ void declareRender(CLI::App& app, const Chosen& chosen) {
         ->check(CLI::ExistingFile)
         ->type_name("FILE");
     command->add_option("--scale", request->scale, "Factor on all sizes")
-        ->check(CLI::PositiveNumber)
+        ->check([](const std::string& text) {
+            const double scale = base::doubleValue(text);
+            return scale > 0 && std::isfinite(scale) ? "" : "it must be a number above 0";
+        })
         ->type_name("NUMBER");
     command->add_option("-o,--output", request->output, "The picture to write: " + writableExtensions())
         ->required()

@@ -173,6 +173,7 @@ void declareTemplate(CLI::App& app, const Chosen& chosen) {
     formatting->footer("Prints the path that was written, and on standard error what the file holds and its new form\n"
                        "does not. A file that would lose anything is not replaced without --force.\n");
     formatting->add_option("-o,--output", request->output, "The file to write, in place of FILE itself")
+        ->check([](const std::string& path) { return path.empty() ? "it names no file" : ""; })
         ->type_name("OUT");
     formatting->add_flag("--force", request->isForced, "Replace FILE even when something is lost");
 }

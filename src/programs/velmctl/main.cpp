@@ -1,5 +1,6 @@
 // velmctl: the engine without a window. Reads the command line and runs the chosen command.
 #include "Command.h"
+#include "Console.h"
 #include "Session.h"
 
 #include <filesystem>
@@ -61,5 +62,7 @@ int parseAndRun(int count, char** arguments) {
 } // namespace
 
 int main(int count, char** arguments) {
-    velmctl::Session::endProcess(parseAndRun(count, arguments));
+    const int status = parseAndRun(count, arguments);
+    const bool isLost = status == velmctl::exitSuccess && velmctl::Console::shared().resultsAreLost();
+    velmctl::Session::endProcess(isLost ? velmctl::exitFailure : status);
 }
