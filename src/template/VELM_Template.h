@@ -392,7 +392,7 @@ public:
     /// The same without the rotation of the layers.
     void getPreviewImageUnrotated(ImageReply reply);
     void getUnrotated(bool unrotated, ImageReply previewImage);
-    /// As imageUncached; the reply runs on `renderingQueue`.
+    /// As imageUncached; the reply runs on `renderingQueue` and must not wait for a template around this one.
     void getComposedImage(ImageReply reply);
     /// A preview of a deep copy on white, fitted into `sizeThumbnail`; the reply runs on `renderingQueue`.
     void getThumbnailImage(ImageReply reply);
