@@ -47,6 +47,10 @@ bool isStampKey(const std::string& key) {
                    false);
 }
 
+std::string_view pathKeyOf(const VELM_Template& layer) {
+    return layer.value(VELM_XML_Key_filepath) ? VELM_XML_Key_filepath : VELM_XML_Key_filename;
+}
+
 // How many lines the text would take with all the room that it needs.
 std::size_t lineCount(const TextLayout& text) {
     constexpr double roomForAll = 1'000'000;
@@ -218,10 +222,11 @@ void Checker::checkContainer(const LayerLayout& layout) {
     } else if (const base::Value& path = layer.graphicPath()) {
         // Reading tells why; this is for a document that was read without its files.
         const auto error = layer.renderError();
-        if (error && !isTold(layer, VELM_XML_Key_filepath, error->localizedDescription))
-            add(layer, VELM_XML_Key_filepath, "%@", *error);
-        else if (!error && !isTold(layer, VELM_XML_Key_filepath, path.textOr("")))
-            add(layer, VELM_XML_Key_filepath, "the node \"%@\" is missing", path);
+        const std::string_view key = pathKeyOf(layer);
+        if (error && !isTold(layer, key, error->localizedDescription))
+            add(layer, key, "%@", *error);
+        else if (!error && !isTold(layer, key, path.textOr("")))
+            add(layer, key, "the node \"%@\" is missing", path);
     } else {
         add(layer, VELM_XML_Key_type, "the node names no file");
     }
@@ -244,19 +249,17 @@ void Checker::checkPicture(const LayerLayout& layout) {
     case LayerOmission::missingPicture:
         // A word that stands for the order's photograph.
         if (!(isHole && base::equalIgnoringCase(path.textOr(""), "ImageFile")))
-            add(layer, layer.value(VELM_XML_Key_filepath) ? VELM_XML_Key_filepath : VELM_XML_Key_filename,
-                "the picture \"%@\" is missing", path);
+            add(layer, pathKeyOf(layer), "the picture \"%@\" is missing", path);
         break;
     case LayerOmission::unreadablePicture:
-        add(layer, layer.value(VELM_XML_Key_filepath) ? VELM_XML_Key_filepath : VELM_XML_Key_filename,
-            "the picture \"%@\" can't be read", path);
+        add(layer, pathKeyOf(layer), "the picture \"%@\" can't be read", path);
         break;
     default:
         break;
     }
     if (!layout.picture || layout.picture->file.empty()) return;
     if (const std::string& reason = whyUndecodable(layout.picture->file); !reason.empty())
-        add(layer, VELM_XML_Key_filepath, "the picture \"%@\" can't be read: %@", path, reason);
+        add(layer, pathKeyOf(layer), "the picture \"%@\" can't be read: %@", path, reason);
     else if (layout.picture->rect.isEmpty())
         add(layer, VELM_XML_Key_borderWidth, "the border of %@ leaves nothing of the picture",
             base::shortestDecimal(layer.borderWidth()));

@@ -65,6 +65,13 @@ TemplateReport::Place TemplateReader::placeOf(const XMLNode& node) const {
     return {file(), line};
 }
 
+TemplateReport::Place TemplateReader::placeOfPath(const VELM_Template& layer, const XMLNode& element) const {
+    for (const std::string_view key : {VELM_XML_Key_filepath, VELM_XML_Key_filename}) {
+        if (const auto* origin = report_ ? report_->originOf(layer, key) : nullptr) return origin->place;
+    }
+    return placeOf(element);
+}
+
 void TemplateReader::noteFault(const XMLNode& source, grammar::Form form, const std::string& text) const {
     if (!report_) return;
     const auto fault = grammar::faultOf(form, text);

@@ -248,11 +248,11 @@ VELM_Template::Ref TemplateReader::substituted(VELM_Template::Ref layer, const X
         // A missing file draws nothing; one that can never be drawn must not pass for that.
         base::log("ERROR: %@", nested.error());
         layer->loadError_ = nested.error();
-        note(element, "%@", nested.error());
+        if (report_) report_->add(placeOfPath(*layer, element), base::message("%@", nested.error()));
         return layer;
     }
     if (!*nested) {
-        noteMissing(path, true, placeOf(element));
+        noteMissing(path, true, placeOfPath(*layer, element));
         return layer;
     }
     VELM_Template& document = **nested;

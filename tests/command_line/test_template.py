@@ -177,6 +177,8 @@ class Check(TemplateTest):
         self.write(template(layer("node", "<filepath>Loop.xml</filepath>")), "loop.xml")
         self.assertIn("Loop.xml:3: template file", self.template("check", "loop.xml", status=1).stdout)
         self.template("show", "loop.xml")
+        self.write(template(layer("node", "\n<filepath>Nowhere.xml</filepath>")), "lines.xml")
+        self.assertRegex(self.template("check", "lines.xml", status=1).stdout, r'^lines.xml:4: nested file.*\n$')
         order = self.home.bundle("order")
         self.write(DATE, order / "Nodes/Own.xml")
         self.write(template(layer("node", "<filepath>Own.xml</filepath>", "{{0, 0}, {400, 60}}"),

@@ -52,6 +52,8 @@ private:
 
     const std::string& file() const;
     TemplateReport::Place placeOf(const platform::data::XMLNode& node) const;
+    /// Where the layer of the element names its file.
+    TemplateReport::Place placeOfPath(const VELM_Template& layer, const platform::data::XMLNode& element) const;
     /// A finding at a node, from a message template.
     template <class... Arguments>
     void note(const platform::data::XMLNode& node, std::string_view messageTemplate,
