@@ -8,6 +8,7 @@
 #include "platform/draw/Bitmap.h"
 #include "platform/draw/ColorSpace.h"
 #include "platform/draw/ImageDestination.h"
+#include "support/Pixel.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestPackage.h"
 #include "template/VELM_Template.h"
@@ -22,6 +23,8 @@
 
 namespace output_testing {
 
+using support::blue, support::green, support::red, support::white;
+using support::Pixel;
 using support::TestPackage;
 
 inline platform::data::XMLNodeRef elementFrom(std::string_view xml) {
@@ -46,26 +49,6 @@ inline std::shared_ptr<VELM_Template> photographTemplate(int width, int height) 
     return templateFrom("<layout size='{" + size + "}'><layer type='image' key='image1' frame='{{0, 0}, {" + size +
                         "}}'><gravity>resize</gravity></layer></layout>");
 }
-
-struct Pixel {
-    int red = 0;
-    int green = 0;
-    int blue = 0;
-
-    /// As near as JPEG brings it back.
-    friend bool operator==(const Pixel& left, const Pixel& right) {
-        const auto near = [](int a, int b) { return std::abs(a - b) <= 6; };
-        return near(left.red, right.red) && near(left.green, right.green) && near(left.blue, right.blue);
-    }
-    friend std::ostream& operator<<(std::ostream& stream, const Pixel& pixel) {
-        return stream << "(" << pixel.red << ", " << pixel.green << ", " << pixel.blue << ")";
-    }
-};
-
-inline constexpr Pixel red{255, 0, 0};
-inline constexpr Pixel blue{0, 0, 255};
-inline constexpr Pixel green{0, 255, 0};
-inline constexpr Pixel white{255, 255, 255};
 
 /// A JPEG file whose upper half is of one colour and whose lower half is of another.
 inline std::string writePicture(const std::string& path, int width, int height, Pixel upper, Pixel lower) {

@@ -9,6 +9,7 @@
 #include "platform/draw/BitmapContext.h"
 #include "platform/draw/ImageDestination.h"
 #include "support/LogCapture.h"
+#include "support/Pixel.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestPackage.h"
 #include "template/VELM_Template.h"
@@ -16,14 +17,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace template_testing {
 
+using support::blue, support::clear, support::green, support::red, support::white;
 using support::LogCapture;
+using support::Pixel;
 using support::TestPackage;
 
 inline VELM_Template::Ref templateFrom(std::string_view xml) {
@@ -40,25 +42,6 @@ inline std::string fileOf(std::string_view layers, std::string_view size = "{100
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><data type=\"VELM_Template\" version=\"1.0\"><layout size=\"" +
            std::string(size) + "\">" + std::string(layers) + "</layout></data>";
 }
-
-struct Pixel {
-    int red = 0, green = 0, blue = 0, alpha = 0;
-
-    /// As near as lossy files and filters bring it back.
-    friend bool operator==(const Pixel& left, const Pixel& right) {
-        const auto near = [](int a, int b) { return std::abs(a - b) <= 4; };
-        return near(left.red, right.red) && near(left.green, right.green) && near(left.blue, right.blue) &&
-               near(left.alpha, right.alpha);
-    }
-    friend std::ostream& operator<<(std::ostream& stream, const Pixel& pixel) {
-        return stream << "(" << pixel.red << ", " << pixel.green << ", " << pixel.blue << ", " << pixel.alpha << ")";
-    }
-};
-inline constexpr Pixel clear{};
-inline constexpr Pixel white{255, 255, 255, 255};
-inline constexpr Pixel red{255, 0, 0, 255};
-inline constexpr Pixel green{0, 255, 0, 255};
-inline constexpr Pixel blue{0, 0, 255, 255};
 
 /// Premultiplied, x and y from the top left.
 inline Pixel pixelAt(const platform::draw::ImageRef& image, int x, int y) {
