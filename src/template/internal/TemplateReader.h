@@ -48,7 +48,7 @@ private:
     /// True for an element; logs what is neither that nor a comment.
     bool isElementToRead(const platform::data::XMLNode& node) const;
 
-    // --- For the report (TemplateFindings.cpp); without one these do nothing
+    // --- For the report (TemplateReporting.cpp); without one these do nothing
 
     const std::string& file() const;
     TemplateReport::Place placeOf(const platform::data::XMLNode& node) const;
