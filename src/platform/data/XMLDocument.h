@@ -135,6 +135,7 @@ private:
 inline constexpr std::size_t maximumXMLSize = maximumTextFileSize; ///< bytes
 inline constexpr std::size_t maximumXMLNodes = 500'000;
 inline constexpr std::size_t maximumXMLDepth = 200;
+inline constexpr std::size_t maximumXMLAttributes = 1'000; ///< of one element; 20 that a document type adds
 
 class XMLDocument final : public XMLNode {
 public:

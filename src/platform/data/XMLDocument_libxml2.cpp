@@ -126,6 +126,45 @@ private:
         }
         if (isBlank(text)) return error(XML_ERR_DOCUMENT_EMPTY, "the document is empty");
         if (!isValidUTF8(text)) return error(XML_ERR_INVALID_ENCODING, "the document is not UTF-8 text");
+        return attributesRefusal(text);
+    }
+
+    /// The parser compares all attributes of an element with each other, those that the document type adds too: very
+    /// many would take it hours. They are counted by their quoted values; no value holds a "<".
+    std::optional<base::Error> attributesRefusal(std::string_view text) const {
+        std::size_t defaulted = 0;
+        std::size_t at = 0;
+        while ((at = text.find('<', at)) != std::string_view::npos) {
+            const std::size_t tag = at;
+            const std::string_view rest = text.substr(tag);
+            if (rest.starts_with("<!--")) {
+                at = text.find("-->", tag + 4);
+                continue;
+            }
+            if (rest.starts_with("<![CDATA[")) {
+                at = text.find("]]>", tag + 9);
+                continue;
+            }
+            std::size_t values = 0;
+            char quote = 0;
+            for (++at; at < text.size() && text[at] != '<' && (quote || text[at] != '>'); ++at) {
+                if (quote) {
+                    if (text[at] == quote) quote = 0;
+                } else if (text[at] == '"' || text[at] == '\'') {
+                    quote = text[at];
+                    ++values;
+                }
+            }
+            if (rest.starts_with("<!ATTLIST")) defaulted += values;
+            if (values > maximumXMLAttributes || defaulted > maximumDefaulted) {
+                const auto line = std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(tag), '\n');
+                return atLine(
+                    firstLine_ + static_cast<unsigned>(line), XML_ERR_INTERNAL_ERROR,
+                    "an element has more than " +
+                        std::to_string(defaulted > maximumDefaulted ? maximumDefaulted : maximumXMLAttributes) +
+                        " attributes");
+            }
+        }
         return std::nullopt;
     }
 
@@ -363,6 +402,8 @@ private:
         const auto line = static_cast<unsigned>(std::max(report->line, 1)) - 1 + builder.firstLine_;
         builder.problem_ = atLine(line, report->code, words);
     }
+
+    static constexpr std::size_t maximumDefaulted = 20; // for each element of a document they are compared anew
 
     const Reading reading_;
     const unsigned firstLine_;

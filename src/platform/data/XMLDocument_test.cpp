@@ -171,6 +171,9 @@ TEST(XMLDocument, HasLimitsThatItNames) {
         {repeated("<a>", 500'000), "nested deeper"},
         {"<a>" + repeated("<b/>", maximumXMLNodes) + "</a>", "nodes"},
         {"<a>" + std::string(maximumXMLSize, ' ') + "</a>", "larger than"},
+        {"<!-- \" > -->\n<a " + repeated("b='>' ", maximumXMLAttributes + 1) + "/>",
+         "Line 2: an element has more than"},
+        {"<!DOCTYPE a [" + repeated("<!ATTLIST a b CDATA ''>", 21) + "]><a/>", "more than 20 attributes"},
     };
     for (const Case& test : cases) {
         for (const auto& document : {XMLDocument::parse(test.text), XMLDocument::parseTidy(test.text)}) {
