@@ -36,10 +36,16 @@ TEST(TemplateLayers, AreSortedByLevelAndRenumbered) {
 
 TEST(TemplateLayers, AddedLayersLieInFrontAndAreSelected) {
     const auto document = VELM_Template::init();
+    std::string told;
+    const auto observation = document->observable().observe("layers", [&] { told += dump(*document) + "| "; });
     document->addLayer(layerNamed("a"));
     EXPECT_EQ(dump(*document), "[a 1] "); // a single layer is not renumbered
     document->addLayers({layerNamed("b"), nullptr, layerNamed("c")});
     EXPECT_EQ(dump(*document), "a 100 [b 200] [c 300] ");
+    EXPECT_EQ(told, "a 1 | [a 1] b 2 c 3 | a 100 b 200 c 300 | ");
+    const auto topmost = templateFrom("<layout><layer key='top' zindex='9223372036854775807'/></layout>");
+    topmost->addLayer(layerNamed("a"));
+    EXPECT_EQ(dump(*topmost), "top 100 [a 200] ");
     EXPECT_EQ(document->layers()[2]->parent(), document);
 }
 
