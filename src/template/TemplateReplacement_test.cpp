@@ -149,6 +149,7 @@ TEST(TemplateStamps, StoredTexts) {
     const Value kept = platform::data::UserDefaults::standard().objectForKey(VELM_EditableText::defaultsKey);
     EXPECT_EQ(base::valueForKey(*kept.as<Dictionary>(), "3"), Value("three"));
     VELM_EditableText::setEditableText(std::nullopt, "text 99");
+    VELM_EditableText("3").setValue("Editable Text #3");
     EXPECT_EQ(stampOf("<stringnumber>99</stringnumber>"), std::nullopt);
 }
 
