@@ -137,13 +137,14 @@ private:
         while ((at = text.find('<', at)) != std::string_view::npos) {
             const std::size_t tag = at;
             const std::string_view rest = text.substr(tag);
-            if (rest.starts_with("<!--")) {
-                at = text.find("-->", tag + 4);
-                continue;
-            }
-            if (rest.starts_with("<![CDATA[")) {
-                at = text.find("]]>", tag + 9);
-                continue;
+            const bool isComment = rest.starts_with("<!--");
+            if (isComment || rest.starts_with("<![CDATA[")) {
+                const std::size_t end = isComment ? text.find("-->", tag + 4) : text.find("]]>", tag + 9);
+                // Recovering, the parser reads on in the middle of one that it finds too long.
+                if (end - tag < XML_MAX_TEXT_LENGTH) {
+                    at = end;
+                    continue;
+                }
             }
             std::size_t values = 0;
             char quote = 0;
