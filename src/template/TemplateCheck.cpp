@@ -77,7 +77,10 @@ Rect essenceOf(const LayerLayout& layout) {
 class Checker {
 public:
     Checker(VELM_Template& document, const TemplateReport& report)
-        : document_(document), report_(report), findings_(report.findings()) {}
+        : document_(document), report_(report), findings_(report.findings()) {
+        for (const Finding& finding : report.findings())
+            told_.emplace(finding.place, finding.message);
+    }
 
     std::vector<Finding> findings();
 
@@ -103,6 +106,7 @@ private:
     VELM_Template& document_;
     const TemplateReport& report_;
     std::vector<Finding> findings_;
+    std::multimap<TemplateReport::Place, std::string_view> told_; // what the report names, by its place
     std::map<std::string, std::string> undecodable_; // the reason for each file; empty for one that is whole
 };
 
@@ -119,10 +123,8 @@ void Checker::add(const VELM_Template& layer, std::string_view key, std::string_
 }
 
 bool Checker::isTold(const VELM_Template& layer, std::string_view key, std::string_view word) const {
-    const TemplateReport::Place place = placeOf(layer, key);
-    return std::any_of(report_.findings().begin(), report_.findings().end(), [&](const Finding& told) {
-        return told.place == place && told.message.find(word) != std::string::npos;
-    });
+    const auto [first, last] = told_.equal_range(placeOf(layer, key));
+    return std::any_of(first, last, [&](const auto& told) { return told.second.find(word) != std::string_view::npos; });
 }
 
 std::vector<Finding> Checker::findings() {

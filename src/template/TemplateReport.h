@@ -5,6 +5,7 @@
 
 #include "base/Error.h"
 
+#include <compare>
 #include <map>
 #include <memory>
 #include <optional>
@@ -21,7 +22,7 @@ public:
     struct Place {
         std::string file;
         int line = 0;
-        friend bool operator==(const Place&, const Place&) = default;
+        friend auto operator<=>(const Place&, const Place&) = default;
     };
     struct Finding {
         Place place;
