@@ -119,7 +119,10 @@ std::vector<Finding> Comparison::losses(const std::optional<base::URL>& jobConta
     const base::Data written = document_.xmlForSaving()->xmlData(platform::data::XMLFormat::prettyPrinted);
     TemplateReport reportAfter;
     const auto after = VELM_Template::templateWithPath(written, false, jobContainer, &reportAfter);
-    if (!after) return {};
+    if (!after) {
+        add(document_, VELM_XML_Key_layers, "what is written can't be read back, so all of it is lost");
+        return std::move(losses_);
+    }
     compareReports(reportAfter);
     const auto layersBefore = document_.layers();
     const auto layersAfter = after->layers();
