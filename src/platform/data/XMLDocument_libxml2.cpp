@@ -132,19 +132,34 @@ private:
     /// The parser compares all attributes of an element with each other, those that the document type adds too: very
     /// many would take it hours. They are counted by their quoted values; no value holds a "<".
     std::optional<base::Error> attributesRefusal(std::string_view text) const {
+        constexpr int maximumEndless = 20;
+        int endless = 0;
         std::size_t defaulted = 0;
+        // Where the next one ends. Looked for once: a text may be full of comments that begin and don't end.
+        std::size_t commentEnd = 0;
+        std::size_t cdataEnd = 0;
+        const auto endBehind = [&](std::size_t start, std::string_view mark, std::size_t& known) {
+            if (known < start) known = text.find(mark, start);
+            return known;
+        };
         std::size_t at = 0;
         while ((at = text.find('<', at)) != std::string_view::npos) {
             const std::size_t tag = at;
             const std::string_view rest = text.substr(tag);
             const bool isComment = rest.starts_with("<!--");
             if (isComment || rest.starts_with("<![CDATA[")) {
-                const std::size_t end = isComment ? text.find("-->", tag + 4) : text.find("]]>", tag + 9);
+                const std::size_t end =
+                    isComment ? endBehind(tag + 4, "-->", commentEnd) : endBehind(tag + 9, "]]>", cdataEnd);
                 // Recovering, the parser reads on in the middle of one that it finds too long.
                 if (end - tag < XML_MAX_TEXT_LENGTH) {
                     at = end;
                     continue;
                 }
+                // At each it looks for the end anew.
+                if (++endless > maximumEndless)
+                    return error(XML_ERR_INTERNAL_ERROR, "the document has more than " +
+                                                             std::to_string(maximumEndless) +
+                                                             " comments or sections that don't end");
             }
             std::size_t values = 0;
             char quote = 0;
@@ -238,9 +253,9 @@ private:
     unsigned lineOfOpenTag() const {
         if (!parser_->input) return currentLine();
         const auto* begin = reinterpret_cast<const char*>(parser_->input->base);
-        const auto* end = reinterpret_cast<const char*>(parser_->input->cur);
-        const auto* tag = static_cast<const char*>(memrchr(begin, '<', static_cast<std::size_t>(end - begin)));
-        return lineBefore(tag ? std::string_view(tag, static_cast<std::size_t>(end - tag)) : std::string_view());
+        const std::string_view read(begin, static_cast<std::size_t>(parser_->input->cur - parser_->input->base));
+        const std::size_t tag = read.rfind('<');
+        return lineBefore(tag == std::string_view::npos ? std::string_view() : read.substr(tag));
     }
 
     unsigned lineBefore(std::string_view content) const {
