@@ -111,8 +111,7 @@ private:
 };
 
 TemplateReport::Place Checker::placeOf(const VELM_Template& layer, std::string_view key) const {
-    if (const auto* origin = report_.originOf(layer, key)) return origin->place;
-    if (const auto place = report_.placeOf(layer)) return *place;
+    if (const auto place = report_.placeOf(layer, key)) return *place;
     return {.file = document_.documentURL().value_or(base::URL()).path()};
 }
 

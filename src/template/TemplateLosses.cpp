@@ -51,13 +51,7 @@ private:
 };
 
 void Comparison::add(const VELM_Template& layer, std::string_view key, std::string sentence) {
-    Finding finding;
-    finding.message = std::move(sentence);
-    if (const auto* origin = report_.originOf(layer, key))
-        finding.place = origin->place;
-    else if (const auto place = report_.placeOf(layer))
-        finding.place = *place;
-    losses_.push_back(std::move(finding));
+    losses_.push_back({report_.placeOf(layer, key).value_or(TemplateReport::Place()), std::move(sentence)});
 }
 
 // What reading finds fault with in the written file too is in it still.

@@ -14,6 +14,11 @@ std::optional<TemplateReport::Place> TemplateReport::placeOf(const VELM_Template
     return known == layers_.end() ? std::nullopt : std::optional(known->second.place);
 }
 
+std::optional<TemplateReport::Place> TemplateReport::placeOf(const VELM_Template& layer, std::string_view key) const {
+    const Origin* origin = originOf(layer, key);
+    return origin ? origin->place : placeOf(layer);
+}
+
 void TemplateReport::add(Place place, std::string message) {
     findings_.push_back({std::move(place), std::move(message)});
 }

@@ -47,6 +47,8 @@ public:
     const Origin* originOf(const VELM_Template& layer, std::string_view key) const;
     /// The element from which it was read; for a nested file's document its body.
     std::optional<Place> placeOf(const VELM_Template& layer) const;
+    /// Where the value under a key came from, or else the layer.
+    std::optional<Place> placeOf(const VELM_Template& layer, std::string_view key) const;
 
     // --- For the reader
 
