@@ -75,7 +75,7 @@ void VELM_Template::getUnrotated(bool unrotated, ImageReply previewImage) {
         auto image = self->createProductImage();
         self->isRenderingPreview_ = false;
         // Not waited for: the main queue may be waiting for this one. What the reply holds must end there too.
-        folders::performAsyncOnMainQueue([reply = std::move(reply), image = std::move(image)] { reply(image); });
+        folders::performAsyncOnMainQueue([self, reply = std::move(reply), image = std::move(image)] { reply(image); });
     });
 }
 

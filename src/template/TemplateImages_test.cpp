@@ -56,7 +56,7 @@ TEST(TemplateImages, AreDrawnUnderTheirFlagsAndRepliedOnTheirQueues) {
             isUnrotated = asked->isRenderingUnrotated();
             isDone = true;
         });
-        document.reset(); // it lives until it is drawn
+        document.reset(); // it lives until it has replied
         ASSERT_TRUE(loop.runUntil([&] { return isDone.load() && made.expired(); }, 20s));
         if (test.label.empty())
             EXPECT_TRUE(isMain);
