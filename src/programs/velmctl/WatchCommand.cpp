@@ -1,8 +1,8 @@
 // velmctl watch: the hot-folder engine until it is interrupted.
 #include "Command.h"
 #include "Console.h"
-#include "InstanceLock.h"
 #include "Session.h"
+#include "app/SingleInstance.h"
 #include "app/VELM.h"
 #include "base/Places.h"
 #include "folders/DefaultsKeys.h"
@@ -120,7 +120,7 @@ private:
 int watch(const Options& options, bool paused) {
     Interruption interruption;
     Session session(options);
-    const base::Result<InstanceLock> lock = InstanceLock::take("watch");
+    const base::Result<app::SingleInstance> lock = app::SingleInstance::take();
     if (!lock) {
         Console::shared().diagnostic(lock.error().localizedDescription);
         return exitFailure;
