@@ -20,6 +20,11 @@ inline constexpr std::string_view key_velmProcessorIsRunning = "velmProcessorIsR
 inline constexpr std::string_view key_velmProcessorJobsCompleted = "velmProcessorJobsCompleted"; ///< integer
 inline constexpr std::string_view key_velmProcessorJobsFailed = "velmProcessorJobsFailed";       ///< integer
 
+// The looking at folders where events don't come; read when a stream is made.
+inline constexpr std::string_view key_velmPollInterval = "velmPollInterval"; ///< seconds between two looks; absent: 2
+/// Boolean: look, don't listen, for volumes whose events can't be trusted.
+inline constexpr std::string_view key_velmAlwaysPoll = "velmAlwaysPoll";
+
 // Confirmations: booleans.
 inline constexpr std::string_view key_velmConfirmBeforeSavingTemplate = "velmConfirmBeforeSavingTemplate";
 inline constexpr std::string_view key_velmConfirmBeforeDeletingOrderPending = "velmConfirmBeforeDeletingOrderPending";

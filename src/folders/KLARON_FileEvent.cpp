@@ -1,9 +1,11 @@
 #include "folders/KLARON_FileEvent.h"
 
+#include "folders/DefaultsKeys.h"
 #include "folders/QueueHelpers.h"
 
 #include "base/Log.h"
 #include "base/Path.h"
+#include "platform/data/UserDefaults.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -26,6 +28,21 @@ bool isFile(const std::string& path) {
     return std::filesystem::exists(status) && !std::filesystem::is_directory(status);
 }
 
+std::chrono::nanoseconds nanoseconds(double seconds) {
+    constexpr double longest = 1e9;
+    return std::chrono::nanoseconds(seconds > 0 ? static_cast<std::int64_t>(std::min(seconds, longest) * 1e9) : 0);
+}
+
+FileEventStream::Options optionsOfSettings() {
+    constexpr double shortestInterval = 0.05; // seconds
+    const auto& defaults = platform::data::UserDefaults::standard();
+    FileEventStream::Options options;
+    if (const double interval = defaults.doubleForKey(key_velmPollInterval); interval > 0)
+        options.pollInterval = nanoseconds(std::max(interval, shortestInterval));
+    options.alwaysPoll = defaults.boolForKey(key_velmAlwaysPoll);
+    return options;
+}
+
 } // namespace
 
 KLARON_FileEvent::Ref KLARON_FileEvent::initWithObservedPath(std::string path) {
@@ -34,8 +51,8 @@ KLARON_FileEvent::Ref KLARON_FileEvent::initWithObservedPath(std::string path) {
 
 KLARON_FileEvent::Ref KLARON_FileEvent::initWithObservedPaths(Paths paths, double latency) {
     const Ref event(new KLARON_FileEvent(std::move(paths)));
-    FileEventStream::Options options;
-    options.latency = std::chrono::nanoseconds(static_cast<std::int64_t>(std::max(latency, 0.0) * 1e9));
+    FileEventStream::Options options = optionsOfSettings();
+    options.latency = nanoseconds(latency);
     options.fileEvents = event->watchesFiles_;
     event->eventStream_ = std::make_unique<FileEventStream>(
         event->observedPaths_, options, [weak = event->weak_from_this()](const Paths& changed, const Flags& flags) {

@@ -6,6 +6,9 @@
 // taken as a document that is a folder (a job bundle), and the observed folder's own path is delivered along with it: a
 // bundle that was scanned before all of it was there is thereby looked at again.
 //
+// The settings "velmPollInterval" and "velmAlwaysPoll" (folders/DefaultsKeys.h) say how often, and whether in any case,
+// the paths are looked at instead of listened to.
+//
 // Shared; lives as long as its owner keeps it, and its end ends the stream. Any thread may call it; events arrive on
 // `eventQueue`.
 #pragma once
