@@ -15,7 +15,7 @@ Value nonEmptyCrop(const std::optional<std::string>& text) {
 
 } // namespace
 
-void VELM_Template::replaceKeyValues() {
+void VELM_Template::replaceKeyValues(const HoleTemplate& handOver) {
     const auto runningPackage = package();
     const auto job = runningPackage ? runningPackage->job() : nullptr;
     fillError_.reset();
@@ -23,7 +23,7 @@ void VELM_Template::replaceKeyValues() {
         if (layer->isTypeContainer()) {
             layer->setPackage(runningPackage);
             layer->setFilepathCustomImage(filepathCustomImage());
-            layer->replaceKeyValues();
+            layer->replaceKeyValues(handOver);
             continue;
         }
         const auto key = layer->keyPlaceholder();
@@ -36,7 +36,7 @@ void VELM_Template::replaceKeyValues() {
         switch (layer->layerType()) {
         case LayerTypeImage:
         case LayerTypeGraphic:
-            replaceImageLayer(*layer, *key, jobValue);
+            replaceImageLayer(*layer, *key, jobValue, handOver);
             break;
         case LayerTypeTextbox:
             if (jobValue) layer->setValue(VELM_XML_Key_string, *jobValue);
@@ -48,7 +48,7 @@ void VELM_Template::replaceKeyValues() {
 }
 
 void VELM_Template::replaceImageLayer(VELM_Template& layer, const std::string& key,
-                                      const std::optional<std::string>& jobValue) {
+                                      const std::optional<std::string>& jobValue, const HoleTemplate& handOver) {
     const auto runningPackage = package();
     const auto job = runningPackage ? runningPackage->job() : nullptr;
     // The value above is looked up by the product code; template, crop and rotation by the name alone.
@@ -61,7 +61,10 @@ void VELM_Template::replaceImageLayer(VELM_Template& layer, const std::string& k
         // A whole template is drawn into the hole. It knows no package, so that its own keys, which are those of the
         // outer template as a rule, don't ask for this template again.
         const Ref nested = templateWithPath(*path, runningPackage->urlJobContainer());
-        if (!nested) return;
+        if (!nested) {
+            if (handOver) handOver(layer.shared_from_this(), *path, nullptr);
+            return;
+        }
         base::Dictionary preprocess;
         preprocess.emplace(VELM_XML_Key_filepath, picture);
         if (crop) preprocess.emplace(VELM_XML_Key_croprect, crop);
@@ -69,6 +72,7 @@ void VELM_Template::replaceImageLayer(VELM_Template& layer, const std::string& k
         nested->setValue(VELM_XML_Key_preprocess, preprocess);
         nested->outerJobContainer_ = job->urlJobContainer();
         nested->replaceKeyValues();
+        if (handOver) return handOver(layer.shared_from_this(), *path, nested);
         const auto drawn = nested->imageUncached();
         auto error = nested->renderError();
         if (!drawn && !error)

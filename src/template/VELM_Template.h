@@ -363,7 +363,11 @@ public:
     // --- Filling in the job's values (TemplateReplacement.cpp, TemplateStamps.cpp)
 
     /// Puts the values of the package's job into the layers that have a key, in place and for good.
-    void replaceKeyValues();
+    void replaceKeyValues() { replaceKeyValues({}); }
+    /// The same without drawing: a hole that a whole template is drawn into stays as it is, and is handed over with
+    /// that template's path and the template itself, filled; null when it is nowhere.
+    using HoleTemplate = std::function<void(const Ref& hole, const std::string& path, const Ref& filled)>;
+    void replaceKeyValues(const HoleTemplate& handOver);
     /// Puts the first picture (a list of URLs) and the first crop (a list of texts) into all image layers, then
     /// replaces the key values.
     void replaceImages(const base::Array& urls, const base::Array& cropRects);
@@ -461,7 +465,8 @@ private:
     std::string cacheKey() const;
     platform::draw::ImageRef cachedImage() const;
     platform::draw::ImageRef composedImage();
-    void replaceImageLayer(VELM_Template& layer, const std::string& key, const std::optional<std::string>& jobValue);
+    void replaceImageLayer(VELM_Template& layer, const std::string& key, const std::optional<std::string>& jobValue,
+                           const HoleTemplate& handOver);
 
     std::weak_ptr<VELM_Template> parent_;
     std::weak_ptr<const PackageValues> package_;
