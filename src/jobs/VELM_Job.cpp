@@ -4,6 +4,7 @@
 #include "base/Text.h"
 #include "imaging/KLARON_Image.h"
 #include "internal/FolderEnumeration.h"
+#include "jobs/OrderReport.h"
 #include "platform/data/Dates.h"
 #include "platform/data/FileAttributes.h"
 #include "platform/data/FileTypes.h"
@@ -86,22 +87,24 @@ VELM_Job::Ref VELM_Job::initWithXML(std::string_view xml) {
     return make(xml).value_or(nullptr);
 }
 
-base::Result<VELM_Job::Ref> VELM_Job::jobWithSource(const base::Result<Source>& source, const base::Value& given) {
+base::Result<VELM_Job::Ref> VELM_Job::jobWithSource(const base::Result<Source>& source, const base::Value& given,
+                                                    OrderReport* report) {
     if (!source) return base::failure(source.error());
     auto job = make(source->text);
     if (!job) return job;
     (*job)->documentURL_ = source->document;
     (*job)->urlJobContainer_ = source->container;
 
+    if (report) report->setFile(source->document.path());
     std::optional<base::Error> error;
-    (*job)->parseXML([&error](const std::optional<base::Error>& parsingError) { error = parsingError; });
+    (*job)->parseXML([&error](const std::optional<base::Error>& parsingError) { error = parsingError; }, report);
     if (!error) return job;
     base::log("Error %@ parsing job %@", *error, source->container ? base::Value(*source->container) : given);
     return base::failure(*error);
 }
 
-base::Result<VELM_Job::Ref> VELM_Job::jobWithContentsOfURL(const base::URL& url) {
-    return jobWithSource(sourceAtURL(url), url);
+base::Result<VELM_Job::Ref> VELM_Job::jobWithContentsOfURL(const base::URL& url, OrderReport* report) {
+    return jobWithSource(sourceAtURL(url), url, report);
 }
 
 VELM_Job::Ref VELM_Job::instanceWithXMLObject(const base::URL& url) {

@@ -26,6 +26,7 @@
 #include <vector>
 
 class KLARON_Image;
+class OrderReport;
 class VELM_Package;
 class VELM_Template;
 
@@ -50,13 +51,13 @@ public:
     static Ref instanceWithXMLObject(std::string_view path);
     static Ref instanceWithXMLObject(const base::URL& url);
     static Ref instanceWithXMLObject(const base::Data& data);
-    /// The same reading, with the reason where there is no job.
-    static base::Result<Ref> jobWithContentsOfURL(const base::URL& url);
+    /// The same reading, with the reason where there is no job. A report takes what is dropped or passed over.
+    static base::Result<Ref> jobWithContentsOfURL(const base::URL& url, OrderReport* report = nullptr);
     /// From the text of a ticket; parseXML must follow. Null, logged, when the text is no XML.
     static Ref initWithXML(std::string_view xml);
     /// Chooses the parser by the root's attributes. The completion gets the error that leaves no job, or none.
     using ParseCompletion = std::function<void(const std::optional<base::Error>& error)>;
-    void parseXML(const ParseCompletion& completion);
+    void parseXML(const ParseCompletion& completion, OrderReport* report = nullptr);
 
     // Values -----------------------------------------------------------------------------------------------------
 
@@ -168,7 +169,8 @@ private:
 
     VELM_Job();
     static base::Result<Ref> make(std::string_view xml);
-    static base::Result<Ref> jobWithSource(const base::Result<Source>& source, const base::Value& given);
+    static base::Result<Ref> jobWithSource(const base::Result<Source>& source, const base::Value& given,
+                                           OrderReport* report = nullptr);
     static base::Result<Source> sourceAtURL(const base::URL& url);
 
     void parseXML_velmVersion1(const ParseCompletion& completion);

@@ -31,7 +31,7 @@ base::Dictionary& tableIn(base::Dictionary& target, std::string_view table) {
 
 } // namespace
 
-void VELM_Job::parseXML(const ParseCompletion& completion) {
+void VELM_Job::parseXML(const ParseCompletion& completion, OrderReport*) {
     const auto parsing = platform::run::Progress::child(1, progress_, 10);
     const XMLNodeRef root = xmlDoc_ ? xmlDoc_->rootElement() : nullptr;
     if (root) {

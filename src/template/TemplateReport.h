@@ -4,8 +4,8 @@
 #pragma once
 
 #include "base/Error.h"
+#include "platform/data/Finding.h"
 
-#include <compare>
 #include <map>
 #include <memory>
 #include <optional>
@@ -17,17 +17,9 @@ class VELM_Template;
 
 class TemplateReport {
 public:
-    /// `file` is the path of a file, the nested one's for what stands in that; `line` counts from 1, 0 where there is
-    /// none.
-    struct Place {
-        std::string file;
-        int line = 0;
-        friend auto operator<=>(const Place&, const Place&) = default;
-    };
-    struct Finding {
-        Place place;
-        std::string message;
-    };
+    /// The file is the nested one for what stands in that.
+    using Place = platform::data::Place;
+    using Finding = platform::data::Finding;
     struct Origin {
         enum class Kind {
             attribute, ///< Of the element `element`.
