@@ -8,9 +8,8 @@
 #include "template/VELM_Template.h"
 
 #include <string>
-#include <sys/mman.h>
-#include <unistd.h>
 
+using fuzzing::NamelessFile;
 using fuzzing::require;
 
 namespace {
@@ -18,22 +17,10 @@ namespace {
 // Larger ones would cost time and find nothing more.
 constexpr double mostPixelsDrawn = 512 * 512;
 
-// A file that stands nowhere and leaves nothing behind.
-class NamelessFile {
-public:
-    NamelessFile() : descriptor_(memfd_create("template", 0)) { require(descriptor_ >= 0, "there is a file to write"); }
-
-    VELM_Template::Ref read(std::string_view content, TemplateReport* report = nullptr) const {
-        require(ftruncate(descriptor_, 0) == 0 &&
-                    pwrite(descriptor_, content.data(), content.size(), 0) == static_cast<ssize_t>(content.size()),
-                "the file is written");
-        const std::string path = "/proc/self/fd/" + std::to_string(descriptor_);
-        return VELM_Template::templateWithPath(path, false, std::nullopt, report);
-    }
-
-private:
-    int descriptor_;
-};
+VELM_Template::Ref read(const NamelessFile& file, std::string_view content, TemplateReport* report = nullptr) {
+    file.write(content);
+    return VELM_Template::templateWithPath(file.path(), false, std::nullopt, report);
+}
 
 std::string written(VELM_Template& document) {
     return std::string(document.xmlForSaving()->xmlData(platform::data::XMLFormat::prettyPrinted).asText());
@@ -41,7 +28,7 @@ std::string written(VELM_Template& document) {
 
 VELM_Template::Ref readAgain(const NamelessFile& file, const std::string& text) {
     TemplateReport report;
-    auto document = file.read(text, &report);
+    auto document = read(file, text, &report);
     require(document != nullptr, "what was written is read");
     return document;
 }
@@ -55,7 +42,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
         return NamelessFile();
     }();
     TemplateReport report;
-    const auto document = file.read({reinterpret_cast<const char*>(bytes), size}, &report);
+    const auto document = read(file, {reinterpret_cast<const char*>(bytes), size}, &report);
     if (!document) return 0;
     for (const TemplateReport::Finding& finding : report.findings())
         require(!finding.message.empty() && !finding.place.file.empty() && finding.place.line >= 0,
