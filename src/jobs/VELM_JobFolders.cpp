@@ -25,10 +25,20 @@ constexpr double streamLatency = 1.0; // seconds
 constexpr std::string_view key_jobs = "jobs";
 constexpr const char* debugCopyPath = "/tmp/test.velm_job";
 
+/// Receipts lie next to tickets and are no orders.
+bool isReceipt(const base::URL& item) {
+    return base::lowercase(item.lastPathComponent()).starts_with("receipt") && !conformsToType(item, kUTType_VELM_Job);
+}
+
 /// Makes a job of an item of a watched folder.
 base::ObjectRef jobForItem(const base::URL& item) {
-    const VELM_Job::Ref job = VELM_Job::instanceWithXMLObject(item);
-    if (job && base::lowercase(job->jobType().value_or("")).find("sorrel") != std::string::npos) {
+    const base::Result<VELM_Job::Ref> made = VELM_Job::jobWithContentsOfURL(item);
+    if (!made) {
+        if (!isReceipt(item)) JobFoldersClass::shared().tellOfUnreadableItem(item, made.error());
+        return nullptr;
+    }
+    const VELM_Job::Ref job = *made;
+    if (base::lowercase(job->jobType().value_or("")).find("sorrel") != std::string::npos) {
         // A native copy of the last foreign ticket, to look at.
         job->writeToURL(base::URL::fileURLWithPath(debugCopyPath),
                         [](bool success, const std::optional<base::Error>& error) {
@@ -91,6 +101,22 @@ void VELM_JobFolders::stopStartingJobs() {
 
 platform::run::Observation VELM_JobFolders::observeFinishedJobs(FinishedCallback callback) {
     return JobFoldersClass::shared().observeFinishedJobs(std::move(callback));
+}
+
+platform::run::Observation VELM_JobFolders::observeUnreadableItems(UnreadableCallback callback) {
+    return JobFoldersClass::shared().observeUnreadableItems(std::move(callback));
+}
+
+platform::run::Observation VELM_JobFolders::observeSettlingJobs(SettlingCallback callback) {
+    return JobFoldersClass::shared().observeSettlingJobs(std::move(callback));
+}
+
+bool VELM_JobFolders::isSettling(const VELM_Job::Ref& job) {
+    return JobFoldersClass::shared().isSettling(job);
+}
+
+void VELM_JobFolders::keepStill() {
+    JobFoldersClass::keepStill();
 }
 
 void VELM_JobFolders::startOver() {
@@ -157,6 +183,18 @@ void VELM_JobFolders::setJobFileUTType(std::string_view type) {
     if (property("jobFileUTType") != base::Value(type)) storeAndSave("jobFileUTType", type);
 }
 
+double VELM_JobFolders::settleSeconds() const {
+    constexpr double aYear = 366.0 * 24 * 60 * 60;
+    const base::Value seconds = property("settleSeconds");
+    if (!seconds.isNumber() || seconds.as<bool>() || !(seconds.doubleValue() > 0)) return 0;
+    return std::min(seconds.doubleValue(), aYear);
+}
+
+void VELM_JobFolders::setSettleSeconds(double seconds) {
+    storeAndSave("settleSeconds", seconds);
+    processNextJob(); // those that wait may have waited long enough
+}
+
 void VELM_JobFolders::setURL(const base::URL& url) {
     VELM_FolderSet::setURL(url);
     configureJobsFolder();
@@ -178,9 +216,31 @@ std::string VELM_JobFolders::description() const {
 VELM_JobFolders::Jobs VELM_JobFolders::jobs() const {
     Jobs jobs;
     if (const auto container = dictJobs())
-        for (auto& [path, object] : container->items())
+        for (const base::ObjectRef& object : container->objects())
             jobs.push_back(std::static_pointer_cast<VELM_Job>(object));
     return jobs;
+}
+
+VELM_JobFolders::FolderListing VELM_JobFolders::listing() const {
+    FolderListing listing;
+    Jobs jobs;
+    jobs::enumerateFolder(
+        urlOfJobs().standardized().path(), jobs::Depth::oneLevel,
+        [&, type = jobFileUTType()](const jobs::FolderItem& item) {
+            const base::URL url = base::URL::fileURLWithPath(item.path);
+            if (!jobs::itemConformsToType(item, type) || isReceipt(url)) return true;
+            if (auto job = VELM_Job::jobWithContentsOfURL(url))
+                jobs.push_back(std::move(*job));
+            else
+                listing.unreadable.emplace_back(url, job.error());
+            return true;
+        },
+        [&](const std::string& path, const base::Error& error) {
+            listing.unreadable.emplace_back(base::URL::fileURLWithPath(path), error);
+            return true;
+        });
+    listing.jobs = jobs::oldestFirst(jobs);
+    return listing;
 }
 
 std::shared_ptr<FolderContainer> VELM_JobFolders::dictJobs() const {
@@ -199,7 +259,7 @@ void VELM_JobFolders::setFileEvent(KLARON_FileEvent::Ref fileEvent) {
 }
 
 void VELM_JobFolders::configureJobsFolder() {
-    if (!enabled()) {
+    if (!enabled() || JobFoldersClass::isKeptStill()) {
         setFileEvent(nullptr);
         return;
     }
@@ -253,38 +313,38 @@ void VELM_JobFolders::configureFolder(const base::URL& url, const std::shared_pt
     stream->setRun(true);
 }
 
-void VELM_JobFolders::scan(const Watch& watch, const KLARON_FileEvent::Paths& paths) {
-    const bool concernsFolder = std::any_of(paths.begin(), paths.end(), [&watch](const std::string& path) {
+void VELM_JobFolders::scan(const Watch& watch, const KLARON_FileEvent::Paths& changed) {
+    const bool concernsFolder = std::any_of(changed.begin(), changed.end(), [&watch](const std::string& path) {
         return base::standardizingPath(path) == watch.url.path() || watch.container->holds(path);
     });
     if (!concernsFolder) return;
 
-    const auto stream = watch.stream.lock();
-    const std::string folderPath = stream ? stream->observedPaths().front() : std::string();
-    FolderContainer::Items removals = watch.container->items();
-    FolderContainer::Items additions;
+    std::vector<std::string> paths;
     jobs::enumerateFolder(
         watch.url.path(), jobs::Depth::oneLevel,
         [&](const jobs::FolderItem& item) {
-            const base::URL url = base::URL::fileURLWithPath(item.path);
-            if (!conformsToType(url, watch.utType)) return true;
-            const auto held = removals.find(item.path);
-            if (held != removals.end() && !(watch.isSpent && watch.isSpent(*held->second))) {
-                removals.erase(held);
-                return true;
-            }
-            // What is still being copied in is left until it is whole: the stream tells of it once it is quiet.
-            if (stream && stream->isSettling(base::appendingPathComponent(folderPath, url.lastPathComponent())))
-                return true;
-            if (base::ObjectRef object = watch.objectInit(url)) additions.emplace(item.path, std::move(object));
+            if (jobs::itemConformsToType(item, watch.utType)) paths.push_back(item.path);
             return true;
         },
         [](const std::string& path, const base::Error& error) {
             base::log("%@:%@", base::URL::fileURLWithPath(path), error);
             return true;
         });
-    for (const auto& [path, object] : additions)
-        removals.erase(path); // of a spent object, which the new one replaces
+    auto [removals, come] = watch.container->differenceTo(
+        paths, [&watch](const base::Object& object) { return watch.isSpent && watch.isSpent(object); });
+
+    FolderContainer::Items additions;
+    const auto stream = watch.stream.lock();
+    const std::string folderPath = stream ? stream->observedPaths().front() : std::string();
+    for (const std::string& path : come) {
+        // What is still being copied in is left until it is whole: the stream tells of it once it is quiet.
+        if (stream && stream->isSettling(base::appendingPathComponent(folderPath, base::lastPathComponent(path))))
+            continue;
+        if (base::ObjectRef object = watch.objectInit(base::URL::fileURLWithPath(path))) {
+            additions.emplace(path, std::move(object));
+            removals.erase(path); // of a spent object, which the new one replaces
+        }
+    }
     if (removals.empty() && additions.empty()) return;
 
     folders::performSyncOnMainQueue([&] {

@@ -3,6 +3,10 @@
 // to the Completed or the Failed folder. The move changes the watched folder, and that change starts the next job:
 // there is no other loop.
 //
+// A folder may ask that a job's files be still for some seconds before it is started (settleSeconds), for bundles that
+// come in slowly. Such a job is listed and keeps its place by its date, but the oldest job that has settled goes first;
+// it starts by itself once it has settled. Where no folder asks for it the oldest job goes first.
+//
 // The engine is state of the class. It starts with the first use of the class and lives as long as the process; the
 // folders are loaded from the user defaults then. dictJobs, jobsPending, currentJob and isProcessing change on the
 // main queue only, so something must serve that (platform/run/MainQueue.h); all may be read on any thread. Folders are
@@ -21,6 +25,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 class VELM_JobFolders final : public VELM_FolderSet, public std::enable_shared_from_this<VELM_JobFolders> {
@@ -44,10 +49,11 @@ public:
     static std::vector<Ref> enabledFolders();
     /// The first enabled folder that takes job bundles; null when there is none.
     static Ref defaultJobFolder();
-    /// Starts the oldest job, some time later, when the run flag is set.
+    /// Starts the oldest job that has settled, some time later, when the run flag is set.
     static void processNextJob();
-    /// Runs the job in its turn whatever the run flag says, and returns when it has ended. Returns at once for the job
-    /// that was started last; gives up when the job's file goes or it is pending no longer.
+    /// Runs the job in its turn, whatever the run flag says and whether or not it has settled: somebody asks for it
+    /// now. Returns when it has ended; at once for the job that was started last; gives up when the job's file goes or
+    /// it is pending no longer.
     static void processJob(const VELM_Job::Ref& job);
     /// Moves files into the default job folder; what can't be moved is logged.
     static void addJobFiles(const std::vector<base::URL>& urls);
@@ -66,6 +72,22 @@ public:
     using FinishedCallback = std::function<void(const FinishedJob& finished)>;
     /// Called after each job's file was moved, or could not be, on the thread of the job.
     [[nodiscard]] static platform::run::Observation observeFinishedJobs(FinishedCallback callback);
+
+    /// Called with an item of a watched folder that looks like an order but can't be read, at each try: it stays where
+    /// it is and is tried again at each look at the folder. On the queue of the folder's stream.
+    using UnreadableCallback = std::function<void(const base::URL& item, const base::Error& error)>;
+    [[nodiscard]] static platform::run::Observation observeUnreadableItems(UnreadableCallback callback);
+    /// Called when a job's turn has come but its files have not settled, once for each job. On a global queue.
+    using SettlingCallback = std::function<void(const VELM_Job::Ref& job, double seconds)>;
+    [[nodiscard]] static platform::run::Observation observeSettlingJobs(SettlingCallback callback);
+
+    /// Whether the job's folder asks for stillness and its files changed within that time. Looks at the files. For a
+    /// job that this process does not watch the dates of its files decide.
+    static bool isSettling(const VELM_Job::Ref& job);
+
+    /// For a program that only looks at the folders or changes their list, before its first use of the class: nothing
+    /// is watched and no job is started in this process.
+    static void keepStill();
 
     /// For tests: a class as at the start of the process, with the folders that the user defaults hold when it is used
     /// next. Streams, observations and the list are dropped; no job may be running.
@@ -90,12 +112,26 @@ public:
     void setAddJobsPendingPathComponents(bool add);
     std::string jobFileUTType() const;
     void setJobFileUTType(std::string_view type);
+    /// How long a job's files must have been still before it is started: those of its bundle, at any depth, with the
+    /// folders that hold them, or its single ticket. Coming into the folder counts as a change. 0 for not at all, which
+    /// is also what anything but a positive number in the settings means.
+    double settleSeconds() const;
+    void setSettleSeconds(double seconds);
     void setURL(const base::URL& url) override;
     /// The folder that is watched: `URL`, and "Jobs/Pending" in it when that is asked for.
     base::URL urlOfJobs() const;
 
     /// In no order.
     Jobs jobs() const;
+    /// What the folder holds at this moment.
+    struct FolderListing {
+        Jobs jobs; ///< Oldest first.
+        /// What looks like an order but can't be read, and why; the folder itself when it can't be.
+        std::vector<std::pair<base::URL, base::Error>> unreadable;
+    };
+    /// Reads the folder and its tickets on the calling thread. Watches nothing and changes nothing; the jobs are others
+    /// than those of `jobs`.
+    FolderListing listing() const;
     KLARON_FileEvent::Ref fileEvent() const;
     /// Forgets the folder's jobs and starts its stream anew; the stream's first event makes the first scan.
     void configureJobsFolder();
@@ -120,7 +156,7 @@ public:
 
 private:
     struct Watch;
-    static void scan(const Watch& watch, const KLARON_FileEvent::Paths& paths);
+    static void scan(const Watch& watch, const KLARON_FileEvent::Paths& changed);
 
     std::shared_ptr<jobs::FolderContainer> dictJobs() const;
     void setFileEvent(KLARON_FileEvent::Ref fileEvent);

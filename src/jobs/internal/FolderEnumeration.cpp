@@ -1,6 +1,7 @@
 #include "FolderEnumeration.h"
 
 #include "base/Path.h"
+#include "platform/data/FileTypes.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -23,10 +24,12 @@ struct Walk {
         fs::directory_iterator iterator(path, error);
         while (!error && iterator != fs::directory_iterator()) {
             const fs::directory_entry& entry = *iterator;
-            std::error_code gone; // an item that vanished meanwhile is neither folder nor file
-            const fs::file_type type = entry.symlink_status(gone).type();
+            // Known from the reading of the folder, where its file system tells; an item that vanished meanwhile is
+            // neither folder nor file.
+            std::error_code gone;
+            const bool isLink = entry.is_symlink(gone);
             items.push_back({base::appendingPathComponent(path, entry.path().filename().string()),
-                             type == fs::file_type::directory, type == fs::file_type::regular});
+                             !isLink && entry.is_directory(gone), !isLink && entry.is_regular_file(gone)});
             iterator.increment(error);
         }
         if (error && !onError(path, base::systemError(error.value(), "cannot read the folder " + path))) return false;
@@ -39,6 +42,15 @@ struct Walk {
 };
 
 } // namespace
+
+bool itemConformsToType(const FolderItem& item, std::string_view type) {
+    using namespace platform::data;
+    if (!item.isFolder && !item.isRegularFile) return conformsToType(base::URL::fileURLWithPath(item.path), type);
+    const auto known = typeForExtension(base::pathExtension(item.path));
+    if (item.isFolder)
+        return typeConforms(known && typeConforms(*known, kUTTypePackage) ? *known : kUTTypeFolder, type);
+    return typeConforms(known ? *known : kUTTypeData, type);
+}
 
 void enumerateFolder(const std::string& folder, Depth depth, const FolderVisitor& visit,
                      const FolderErrorHandler& onError) {

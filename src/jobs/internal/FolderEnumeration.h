@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace jobs {
 
@@ -14,6 +15,9 @@ struct FolderItem {
     bool isFolder = false;
     bool isRegularFile = false;
 };
+
+/// What platform::data::conformsToType answers for the item, from what is known of it.
+bool itemConformsToType(const FolderItem& item, std::string_view type);
 
 enum class Depth { oneLevel, deep };
 

@@ -28,6 +28,7 @@ constexpr std::chrono::nanoseconds delayOfWatching(1'000'000);
 
 std::mutex sharedMutex;
 JobFoldersClass* sharedClass = nullptr;
+std::atomic<bool> standsStill = false;
 
 VELM_JobFolders::Ref asJobFolder(const FolderSetClass::FolderSetRef& folderSet) {
     return std::dynamic_pointer_cast<VELM_JobFolders>(folderSet);
@@ -50,18 +51,25 @@ void makeProcessorFolder(VELM_JobFolders& folder) {
 
 } // namespace
 
-struct JobFoldersClass::FinishedObservers {
-    std::mutex mutex;
-    std::uint64_t lastNumber = 0;
-    std::map<std::uint64_t, VELM_JobFolders::FinishedCallback> callbacks;
-};
+VELM_JobFolders::Jobs oldestFirst(const VELM_JobFolders::Jobs& jobs) {
+    std::vector<std::pair<base::Date, VELM_Job::Ref>> byDate;
+    byDate.reserve(jobs.size());
+    for (const VELM_Job::Ref& job : jobs)
+        byDate.emplace_back(job->dateStarted(), job);
+    std::stable_sort(byDate.begin(), byDate.end(),
+                     [](const auto& left, const auto& right) { return left.first < right.first; });
+    VELM_JobFolders::Jobs sorted;
+    sorted.reserve(jobs.size());
+    for (auto& [date, job] : byDate)
+        sorted.push_back(std::move(job));
+    return sorted;
+}
 
 // The one object -------------------------------------------------------------------------------------------------
 
 JobFoldersClass::JobFoldersClass()
     : FolderSetClass("VELM_JobFolders",
-                     [](const base::Dictionary& archived) { return std::make_shared<VELM_JobFolders>(archived); }),
-      finishedObservers_(std::make_shared<FinishedObservers>()) {}
+                     [](const base::Dictionary& archived) { return std::make_shared<VELM_JobFolders>(archived); }) {}
 
 JobFoldersClass& JobFoldersClass::shared() {
     JobFoldersClass* object;
@@ -72,6 +80,14 @@ JobFoldersClass& JobFoldersClass::shared() {
     }
     std::call_once(object->started_, [object] { object->start(); });
     return *object;
+}
+
+void JobFoldersClass::keepStill() {
+    standsStill = true;
+}
+
+bool JobFoldersClass::isKeptStill() {
+    return standsStill;
 }
 
 void JobFoldersClass::replaceShared() {
@@ -100,6 +116,7 @@ void JobFoldersClass::retire() {
 }
 
 void JobFoldersClass::start() {
+    if (standsStill) return;
     platform::run::clock()->after(delayOfScanning, folders::dispatchQueueGlobal(), [this] { scanFolders(); });
     addObserver(selfAsObserver_, [this](const FolderSets&) { scanFolders(); });
 }
@@ -133,6 +150,7 @@ FolderSetClass::FolderSets JobFoldersClass::loadFolderSets() {
 
 void JobFoldersClass::didLoadFolderSets() {
     isLoaded_ = true;
+    if (standsStill) return;
     KeyPathObservation running =
         UserDefaults::standard().observe(key_velmProcessorIsRunning, [this](const base::Value&) { processNextJob(); });
     {
@@ -178,16 +196,12 @@ void JobFoldersClass::jobsDidChange(const FolderRef& folder) {
     base::log("change to jobs in %@", folder);
     base::log("Lets rescan %@", folder);
     folders::performSyncOnMainQueue([this] {
-        std::vector<std::pair<base::Date, VELM_Job::Ref>> byDate;
+        Jobs jobs;
         for (const FolderRef& enabled : enabledFolders())
-            for (const VELM_Job::Ref& job : enabled->jobs())
-                byDate.emplace_back(job->dateStarted(), job);
-        std::stable_sort(byDate.begin(), byDate.end(),
-                         [](const auto& left, const auto& right) { return left.first < right.first; });
-        Jobs pending;
-        pending.reserve(byDate.size());
-        for (auto& [date, job] : byDate)
-            pending.push_back(std::move(job));
+            for (VELM_Job::Ref& job : enabled->jobs())
+                jobs.push_back(std::move(job));
+        Jobs pending = oldestFirst(jobs);
+        settling_.forgetAllBut(pending);
         observable().change(VELM_JobFolders::key_jobsPending, [&] {
             std::lock_guard lock(mutex_);
             jobsPending_.swap(pending);
@@ -228,14 +242,18 @@ void JobFoldersClass::setIsProcessing(bool isProcessing) {
 }
 
 void JobFoldersClass::processNextJob() {
-    if (isRetired_ || !UserDefaults::standard().boolForKey(key_velmProcessorIsRunning)) return;
+    if (isRetired_ || standsStill || !UserDefaults::standard().boolForKey(key_velmProcessorIsRunning)) return;
     VELM_Job::Ref oldest;
     {
         std::lock_guard lock(mutex_);
         if (jobsPending_.empty()) return;
         oldest = jobsPending_.front();
     }
-    folders::performAsyncGlobal([this, oldest] { processJob(oldest); });
+    folders::performAsyncGlobal([this, oldest] {
+        const StillnessByFolder folders = foldersWithStillness();
+        const VELM_Job::Ref job = folders.empty() ? oldest : oldestSettledJob(folders);
+        if (job) runJob(job, Start::inTurn);
+    });
 }
 
 JobFoldersClass::Claim JobFoldersClass::claimSlot(const VELM_Job::Ref& job, platform::run::GroupRef& running) {
@@ -260,35 +278,52 @@ JobFoldersClass::Claim JobFoldersClass::claimSlot(const VELM_Job::Ref& job, plat
 }
 
 void JobFoldersClass::processJob(const VELM_Job::Ref& job) {
+    runJob(job, Start::byHand);
+}
+
+void JobFoldersClass::runJob(const VELM_Job::Ref& job, Start start) {
     base::log("%s%@", "+[VELM_JobFolders processJob:]", job);
     // Also what keeps a job that has ended, but could not be moved away, from running again.
     if (!job || job == currentJob()) return;
     while (!job->isDisposedOf() && conformsToType(job->documentURL(), kUTTypeXML) && isPending(*job) && startsJobs_ &&
            !isRetired_) {
+        if (start == Start::inTurn && timeToSettle(job, foldersWithStillness()) > std::chrono::nanoseconds(0)) {
+            processNextJob(); // it was touched while it waited for its turn: another one may have settled
+            return;
+        }
         platform::run::GroupRef running;
         if (claimSlot(job, running) == Claim::claimed) {
             job->processJob([this, &job](bool, const std::optional<base::Error>& error) { jobDidEnd(job, error); });
             return;
         }
+        if (isAwaited(job, start)) return;
         if (running)
             running->wait();
         else
             waitForChange(); // another thread has run this very job: it is pending until its file is seen to be gone
+        awaitedNoMore(job, start);
     }
+}
+
+/// Of the threads that the engine itself sends for a job while another runs, one is enough: it looks at everything
+/// anew once the slot is free.
+bool JobFoldersClass::isAwaited(const VELM_Job::Ref& job, Start start) {
+    if (start == Start::byHand) return false;
+    std::lock_guard lock(mutex_);
+    return !awaited_.insert(job).second;
+}
+
+void JobFoldersClass::awaitedNoMore(const VELM_Job::Ref& job, Start start) {
+    if (start == Start::byHand) return;
+    std::lock_guard lock(mutex_);
+    awaited_.erase(job);
 }
 
 void JobFoldersClass::jobDidEnd(const VELM_Job::Ref& job, const std::optional<base::Error>& error) {
     if (error) base::log("%@", *error);
     const VELM_JobFolders::FinishedJob finished = disposeOfJob(job, error);
     if (job->isDisposedOf() && platform::data::typeIdentifierOfFile(job->documentURL())) rescanFolderOfJob(job);
-    std::vector<VELM_JobFolders::FinishedCallback> callbacks;
-    {
-        std::lock_guard lock(finishedObservers_->mutex);
-        for (const auto& [number, callback] : finishedObservers_->callbacks)
-            callbacks.push_back(callback);
-    }
-    for (const auto& callback : callbacks)
-        callback(finished);
+    finishedObservers_.tell(finished);
     folders::performSyncOnMainQueue([&] {
         base::log("%s%@", "+[VELM_JobFolders processJob:]_block_invoke_2", job);
         platform::run::GroupRef group;
@@ -327,16 +362,6 @@ void JobFoldersClass::waitForChange() {
     const platform::run::BlockingScope blocking;
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, lookAgain, [this, seen = changes_] { return changes_ != seen; });
-}
-
-platform::run::Observation JobFoldersClass::observeFinishedJobs(VELM_JobFolders::FinishedCallback callback) {
-    std::lock_guard lock(finishedObservers_->mutex);
-    const std::uint64_t number = ++finishedObservers_->lastNumber;
-    finishedObservers_->callbacks.emplace(number, std::move(callback));
-    return platform::run::Observation([observers = finishedObservers_, number] {
-        std::lock_guard endLock(observers->mutex);
-        observers->callbacks.erase(number);
-    });
 }
 
 } // namespace jobs

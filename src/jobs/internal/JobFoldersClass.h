@@ -3,20 +3,28 @@
 // test has put another in its place.
 #pragma once
 
+#include "CallbackList.h"
+#include "JobSettling.h"
 #include "folders/FolderSetClass.h"
 #include "folders/KeyPathObservation.h"
 #include "jobs/VELM_JobFolders.h"
 #include "platform/run/Group.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace jobs {
+
+/// By the dates of their tickets, which are asked of the file system.
+VELM_JobFolders::Jobs oldestFirst(const VELM_JobFolders::Jobs& jobs);
 
 class JobFoldersClass final : public FolderSetClass {
 public:
@@ -26,6 +34,9 @@ public:
     /// The class in force, started.
     static JobFoldersClass& shared();
     static void replaceShared();
+    /// From now on the class in force, which is not made yet, neither watches nor starts anything.
+    static void keepStill();
+    static bool isKeptStill();
 
     std::string keyForSavedFolderSets() const override;
 
@@ -36,7 +47,20 @@ public:
     void processNextJob();
     void processJob(const VELM_Job::Ref& job);
     void stopStartingJobs() { startsJobs_ = false; }
-    platform::run::Observation observeFinishedJobs(VELM_JobFolders::FinishedCallback callback);
+    bool isSettling(const VELM_Job::Ref& job);
+
+    platform::run::Observation observeFinishedJobs(VELM_JobFolders::FinishedCallback callback) {
+        return finishedObservers_.observe(std::move(callback));
+    }
+    platform::run::Observation observeUnreadableItems(VELM_JobFolders::UnreadableCallback callback) {
+        return unreadableObservers_.observe(std::move(callback));
+    }
+    platform::run::Observation observeSettlingJobs(VELM_JobFolders::SettlingCallback callback) {
+        return settlingObservers_.observe(std::move(callback));
+    }
+    void tellOfUnreadableItem(const base::URL& item, const base::Error& error) const {
+        unreadableObservers_.tell(item, error);
+    }
 
 protected:
     FolderSets loadFolderSets() override;
@@ -50,6 +74,18 @@ private:
     void scanFolders();
     void jobsDidChange(const FolderRef& folder);
     bool isPending(const VELM_Job& job) const;
+
+    enum class Start { byHand, inTurn };
+    void runJob(const VELM_Job::Ref& job, Start start);
+    bool isAwaited(const VELM_Job::Ref& job, Start start);
+    void awaitedNoMore(const VELM_Job::Ref& job, Start start);
+
+    // Of the jobs whose folders ask for stillness.
+    using StillnessByFolder = std::map<std::string, double>; // seconds, by the path of the watched folder
+    StillnessByFolder foldersWithStillness();
+    std::chrono::nanoseconds timeToSettle(const VELM_Job::Ref& job, const StillnessByFolder& folders);
+    VELM_Job::Ref oldestSettledJob(const StillnessByFolder& folders);
+    void wakeAfter(std::chrono::nanoseconds delay);
 
     enum class Claim { claimed, slotTaken, alreadyCurrent };
     Claim claimSlot(const VELM_Job::Ref& job, platform::run::GroupRef& running);
@@ -74,9 +110,13 @@ private:
     platform::run::GroupRef group_;
     std::map<std::string, KeyPathObservation> observers_; // by the uuid of the folder
     KeyPathObservation observationIsRunning_;
+    std::set<VELM_Job::Ref> awaited_;                 // a thread waits for the slot to run them
+    std::optional<std::chrono::nanoseconds> wakesAt_; // by the clock in force
 
-    struct FinishedObservers;
-    const std::shared_ptr<FinishedObservers> finishedObservers_;
+    JobSettling settling_;
+    CallbackList<const VELM_JobFolders::FinishedJob&> finishedObservers_;
+    CallbackList<const base::URL&, const base::Error&> unreadableObservers_;
+    CallbackList<const VELM_Job::Ref&, double> settlingObservers_;
 };
 
 } // namespace jobs
