@@ -1,7 +1,6 @@
 #include "jobs/VELM_Package.h"
 
 #include "base/Log.h"
-#include "base/Text.h"
 #include "internal/LogicalProcessors.h"
 #include "internal/XMLReading.h"
 #include "jobs/VELM_Job.h"
@@ -9,36 +8,10 @@
 #include "platform/run/Group.h"
 #include "template/VELM_Template.h"
 
-#include <algorithm>
-#include <array>
 #include <mutex>
 
-using base::equalIgnoringCase;
-using platform::data::XMLDocument;
-using platform::data::XMLNode;
-using platform::data::XMLNodeRef;
 using platform::run::Queue;
 using platform::run::QueueRef;
-
-namespace {
-
-constexpr int wrongTypeErrorCode = -2;
-constexpr std::array<std::string_view, 4> textElements = {"plucode", "productid", "name", "icon"};
-constexpr std::array<std::string_view, 4> inlineTemplateElements = {"layout", "portrait", "landscape", "square"};
-
-template <class Names>
-bool isOneOf(const Names& names, std::string_view name) {
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-/// Prices have no effect; only what is wrong with them is told.
-void checkPrice(const XMLNode& element) {
-    for (const XMLNodeRef& child : element.children())
-        if (!child->isElement() || !child->nameIs("quantity"))
-            base::log("error! bad element kind %lu for element %@", child->kindNumber(), child);
-}
-
-} // namespace
 
 // Making ---------------------------------------------------------------------------------------------------------
 
@@ -46,13 +19,6 @@ VELM_Package::Ref VELM_Package::init() {
     auto package = std::make_shared<VELM_Package>();
     package->setValue("name", "inlinePkg");
     package->setValue("type", "inline");
-    return package;
-}
-
-VELM_Package::Ref VELM_Package::initWithNode(const XMLNodeRef& element, const std::shared_ptr<VELM_Job>& job) {
-    auto package = std::make_shared<VELM_Package>();
-    package->setJob(job);
-    package->parseXMLNode(*element);
     return package;
 }
 
@@ -115,97 +81,6 @@ void VELM_Package::addTemplate(const std::string& name, const std::shared_ptr<VE
 void VELM_Package::addTemplates(const std::vector<std::shared_ptr<VELM_Template>>& templates) {
     for (const auto& newTemplate : templates)
         addTemplate(newTemplate->name().value_or("booger"), newTemplate);
-}
-
-// Reading --------------------------------------------------------------------------------------------------------
-
-XMLNodeRef VELM_Package::rootForFirstLook() {
-    if (xmlString())
-        if (auto root = XMLDocument::parseRootStartTag(*xmlString())) return *root;
-    const auto& document = xmlDoc();
-    return document ? document->rootElement() : nullptr;
-}
-
-/// Answers whether the reading goes on.
-bool VELM_Package::parseRootAttributes(const Look& look) {
-    const auto endWith = [&](const base::Error& error) {
-        bool stop = true;
-        if (look) look(*this, error, stop);
-        return false;
-    };
-    const XMLNodeRef root = rootForFirstLook();
-    if (!root) return true;
-    for (const XMLNodeRef& attribute : root->attributes()) {
-        const std::string text = attribute->stringValue();
-        if (attribute->nameIs("type")) {
-            setValue("type", className());
-            if (!equalIgnoringCase(text, className()))
-                return endWith(
-                    {std::string(base::posixErrorDomain), wrongTypeErrorCode,
-                     base::message("encountered incorrect file type %@ when parsing %@", text, className())});
-        } else if (attribute->nameIs("version")) {
-            setValue("version", text);
-            if (const auto error = jobs::versionError(base::doubleValue(text), text, type().value_or(""))) {
-                if (!look) base::log("%@", *error);
-                return endWith(*error);
-            }
-        } else if (attribute->nameIs("name")) {
-            setValue("name", text);
-        } else if (attribute->nameIs("plucode")) {
-            setValue("plucode", text);
-        } else {
-            jobs::logUnexpectedAttribute(*attribute);
-        }
-    }
-    return true;
-}
-
-void VELM_Package::parseXML(const Look& look) {
-    if (!parseRootAttributes(look)) return;
-    bool stop = false;
-    if (look) look(*this, std::nullopt, stop);
-    if (stop) return;
-    const auto& document = xmlDoc();
-    if (const XMLNodeRef root = document ? document->rootElement() : nullptr) parseXMLNode(*root);
-    stop = false;
-    if (look) look(*this, std::nullopt, stop);
-}
-
-void VELM_Package::parseXMLNode(const XMLNode& element) {
-    setValue("output", base::Value());
-    base::Array outputs;
-    for (const XMLNodeRef& child : element.children()) {
-        if (!jobs::isElementToRead(*child)) continue;
-        const std::string name = base::lowercase(child->name());
-        if (isOneOf(textElements, name)) {
-            setValue(name, child->stringValue());
-        } else if (name == "price") {
-            checkPrice(*child);
-        } else if (name == "template") {
-            parseTemplateReference(*child);
-        } else if (name == "output") {
-            const auto output = VELM_Output::initWithNode(*child);
-            output->setPackage(weak_from_this());
-            outputs.emplace_back(output);
-        } else if (isOneOf(inlineTemplateElements, name)) {
-            const auto inlineTemplate = VELM_Template::initWithNode(*child, urlJobContainer());
-            if (inlineTemplate) addTemplate(inlineTemplate->name().value_or(""), inlineTemplate);
-        }
-    }
-    if (!outputs.empty()) setValue("output", std::move(outputs));
-}
-
-void VELM_Package::parseTemplateReference(const XMLNode& element) {
-    std::string slot;
-    for (const XMLNodeRef& attribute : element.attributes())
-        if (attribute->nameIs("name") || attribute->nameIs("id") || attribute->nameIs("key"))
-            slot = attribute->stringValue();
-    for (const XMLNodeRef& child : element.children()) {
-        if (!jobs::isElementToRead(*child)) continue;
-        if (!child->nameIs("filepath") && !child->nameIs("filename")) continue;
-        if (const auto found = VELM_Template::templateWithPath(child->stringValue(), urlJobContainer()))
-            addTemplate(slot, found);
-    }
 }
 
 // Running --------------------------------------------------------------------------------------------------------

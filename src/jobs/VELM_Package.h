@@ -6,6 +6,7 @@
 #include "base/Error.h"
 #include "base/Value.h"
 #include "output/VELM_Output.h"
+#include "platform/data/Finding.h"
 #include "platform/data/XMLDocument.h"
 #include "platform/run/Observation.h"
 #include "platform/run/Queue.h"
@@ -40,7 +41,9 @@ public:
     /// An empty inline package.
     static Ref init();
     /// From an element inside a ticket; its children are read, its attributes are not.
-    static Ref initWithNode(const platform::data::XMLNodeRef& element, const std::shared_ptr<VELM_Job>& job);
+    /// A report takes down what is dropped or passed over, as in all reading below; what is logged stays the same.
+    static Ref initWithNode(const platform::data::XMLNodeRef& element, const std::shared_ptr<VELM_Job>& job,
+                            platform::data::Findings* report = nullptr);
     /// A package file, not parsed yet. Null when it can't be read.
     static Ref instanceWithXMLObject(const base::URL& url);
 
@@ -52,9 +55,9 @@ public:
 
     /// Reads the file: first its root attributes, then `look` (the cheap look, which can end it), then the children,
     /// then `look` again. Without a look errors are logged or dropped.
-    void parseXML(const Look& look);
+    void parseXML(const Look& look, platform::data::Findings* report = nullptr);
     /// Fills the entries from an element's children.
-    void parseXMLNode(const platform::data::XMLNode& element);
+    void parseXMLNode(const platform::data::XMLNode& element, platform::data::Findings* report = nullptr);
 
     /// Runs all outputs on the pool and waits for them; `completion` is called on the calling thread. A failing output
     /// does not stop the others; the last of several errors wins.
@@ -88,10 +91,17 @@ public:
 
 private:
     void addTemplate(const std::string& name, const std::shared_ptr<VELM_Template>& newTemplate);
-    void parseTemplateReference(const platform::data::XMLNode& element);
+    /// Where the element stands that is read.
+    enum class Surroundings { packageFile, ticket };
+    void parseChildren(const platform::data::XMLNode& element, Surroundings surroundings,
+                       platform::data::Findings* report);
+    void parseTemplateReference(const platform::data::XMLNode& element, platform::data::Findings* report);
+    std::shared_ptr<VELM_Template> templateAt(const platform::data::XMLNode& element, platform::data::Findings* report);
+    void noteReplaced(const std::string& slot, const platform::data::XMLNode& element,
+                      platform::data::Findings* report) const;
     /// The root with at least its attributes: the cheap look reads no further.
     platform::data::XMLNodeRef rootForFirstLook();
-    bool parseRootAttributes(const Look& look);
+    bool parseRootAttributes(const Look& look, platform::data::Findings* report);
 
     std::weak_ptr<VELM_Job> job_;
     platform::run::Observable observable_; // "outputs"

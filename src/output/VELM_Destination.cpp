@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 
+using platform::data::Findings;
 using platform::data::XMLNode;
 
 namespace {
@@ -36,22 +37,31 @@ const char* VELM_Destination::textOfKind(Kind kind) {
     return "unknown";
 }
 
-std::shared_ptr<VELM_Destination> VELM_Destination::initWithNode(const XMLNode& element) {
+std::shared_ptr<VELM_Destination> VELM_Destination::initWithNode(const XMLNode& element, Findings* report) {
     auto destination = std::make_shared<VELM_Destination>();
-    output::forEachAttribute(element, [&](const std::string& name, const std::string& text) {
+    output::forEachAttribute(element, report, [&](const std::string& name, const std::string& text) {
         if (name == "type") {
             if (text == textOfKind(Kind::file)) destination->kind_ = Kind::file;
             if (text == textOfKind(Kind::printer)) destination->kind_ = Kind::printer;
+        } else if (name == "name") {
+            destination->setValue("queue", text);
+        } else {
+            return false;
         }
-        if (name == "name") destination->setValue("queue", text);
+        return true;
     });
-    output::forEachChildElement(element, [&](const XMLNode& child) {
+    if (destination->kind_ == Kind::unknown)
+        output::note(report, element, "the type of <%@> is neither filepath nor printer: nothing is delivered to it",
+                     element.name());
+    output::forEachChildElement(element, report, [&](const XMLNode& child) {
         const auto key = std::ranges::find_if(
             valueKeys, [&](std::string_view candidate) { return base::equalIgnoringCase(candidate, child.name()); });
-        if (key != valueKeys.end())
-            destination->setValue(*key, child.stringValue());
-        else
+        if (key == valueKeys.end()) {
             base::log("Found unexpected XML element \"%@\" while parsing %@", child.name(), element.name());
+            return false;
+        }
+        destination->setValue(*key, child.stringValue());
+        return true;
     });
     return destination;
 }

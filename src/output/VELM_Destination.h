@@ -15,6 +15,7 @@
 #include <vector>
 
 namespace platform::data {
+class Findings;
 class XMLNode;
 using XMLNodeRef = std::shared_ptr<XMLNode>;
 } // namespace platform::data
@@ -25,7 +26,8 @@ public:
 
     VELM_Destination() = default;
     /// Reads a `destination` element. What isn't understood is logged and skipped; reading never fails.
-    static std::shared_ptr<VELM_Destination> initWithNode(const platform::data::XMLNode& element);
+    static std::shared_ptr<VELM_Destination> initWithNode(const platform::data::XMLNode& element,
+                                                          platform::data::Findings* report = nullptr);
     static std::shared_ptr<VELM_Destination> initWithFilepath(std::string_view filepath);
     static std::shared_ptr<VELM_Destination> initWithPrinterModel(std::string_view model);
     /// From the archived form.

@@ -7,6 +7,7 @@
 
 #include <array>
 
+using platform::data::Findings;
 using platform::data::XMLNode;
 
 namespace {
@@ -16,9 +17,9 @@ constexpr std::array<std::string_view, 4> typeNames = {"aztec", "qrcode", "code1
 
 } // namespace
 
-VELM_OuputBarcode VELM_OuputBarcode::initWithNode(const XMLNode& element) {
+VELM_OuputBarcode VELM_OuputBarcode::initWithNode(const XMLNode& element, Findings* report) {
     VELM_OuputBarcode barcode;
-    output::forEachAttribute(element, [&](const std::string& name, const std::string& text) {
+    output::forEachAttribute(element, report, [&](const std::string& name, const std::string& text) {
         if (name == "type") {
             for (std::size_t number = 0; number < typeNames.size(); ++number)
                 if (text == typeNames[number]) barcode.type_ = static_cast<Type>(number);
@@ -28,24 +29,35 @@ VELM_OuputBarcode VELM_OuputBarcode::initWithNode(const XMLNode& element) {
         } else if (name == "scale") {
             barcode.scale_ = base::doubleValue(text);
             barcode.setValue(klaron_2dCodeKey_scale, barcode.scale_);
+        } else {
+            return false;
         }
+        return true;
     });
-    output::forEachChildElement(element, [&](const XMLNode& child) {
-        if (child.nameIs("message"))
+    output::forEachChildElement(element, report, [&](const XMLNode& child) {
+        if (child.nameIs("message")) {
             barcode.setValue(klaron_2dCodeKey_message, child.stringValue());
-        else if (child.nameIs("origin"))
-            barcode.readOrigin(child);
-        else
+        } else if (child.nameIs("origin")) {
+            barcode.readOrigin(child, report);
+        } else {
             base::log("Found unexpected XML element \"%@\" while parsing %@", child.name(), element.name());
+            return false;
+        }
+        return true;
     });
     return barcode;
 }
 
-void VELM_OuputBarcode::readOrigin(const XMLNode& element) {
+void VELM_OuputBarcode::readOrigin(const XMLNode& element, Findings* report) {
     origin_ = base::pointFromString(element.stringValue());
-    output::forEachAttribute(element, [&](const std::string& name, const std::string& text) {
-        if (name == "xflip") setValue(klaron_2dCodeKey_isFlippedX, base::boolValue(text));
-        if (name == "yflip") setValue(klaron_2dCodeKey_isFlippedY, base::boolValue(text));
+    output::forEachAttribute(element, report, [&](const std::string& name, const std::string& text) {
+        if (name == "xflip")
+            setValue(klaron_2dCodeKey_isFlippedX, base::boolValue(text));
+        else if (name == "yflip")
+            setValue(klaron_2dCodeKey_isFlippedY, base::boolValue(text));
+        else
+            return false;
+        return true;
     });
 }
 

@@ -10,15 +10,17 @@
 #include <string_view>
 
 namespace platform::data {
+class Findings;
 class XMLNode;
-}
+} // namespace platform::data
 
 class VELM_OuputBarcode {
 public:
     enum class Type : int { aztec = 0, qrcode = 1, code128 = 2, pdf417 = 3 };
 
     /// Reads a `barcode` element. Reading never fails.
-    static VELM_OuputBarcode initWithNode(const platform::data::XMLNode& element);
+    static VELM_OuputBarcode initWithNode(const platform::data::XMLNode& element,
+                                          platform::data::Findings* report = nullptr);
 
     Type type() const { return type_; }
     /// Units for each module of the code.
@@ -32,7 +34,7 @@ public:
 
 private:
     void setValue(std::string_view key, base::Value value);
-    void readOrigin(const platform::data::XMLNode& element);
+    void readOrigin(const platform::data::XMLNode& element, platform::data::Findings* report);
 
     Type type_ = Type::aztec;
     double scale_ = 0;

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 
+using platform::data::Findings;
 using platform::data::XMLNode;
 
 namespace {
@@ -53,37 +54,51 @@ namespace {
 
 } // namespace
 
-std::shared_ptr<VELM_Output> VELM_Output::initWithNode(const XMLNode& element) {
+std::shared_ptr<VELM_Output> VELM_Output::initWithNode(const XMLNode& element, Findings* report) {
     auto output = std::make_shared<VELM_Output>();
-    output->readAttributes(element);
-    output::forEachChildElement(element, [&](const XMLNode& child) { output->readChild(child); });
+    output->readAttributes(element, report);
+    output::forEachChildElement(element, report,
+                                [&](const XMLNode& child) { return output->readChild(child, report); });
     return output;
 }
 
-void VELM_Output::readAttributes(const XMLNode& element) {
-    output::forEachAttribute(element, [&](const std::string& name, const std::string& text) {
-        if (name == "name") valuesDict_.insert_or_assign("name", text);
-        if (name == "size") setSize(base::sizeFromString(text));
-        if (name == "width") width_ = base::doubleValue(text);
-        if (name == "height") height_ = base::doubleValue(text);
+void VELM_Output::readAttributes(const XMLNode& element, Findings* report) {
+    output::forEachAttribute(element, report, [&](const std::string& name, const std::string& text) {
+        if (name == "name")
+            valuesDict_.insert_or_assign("name", text);
+        else if (name == "size")
+            setSize(base::sizeFromString(text));
+        else if (name == "width")
+            width_ = base::doubleValue(text);
+        else if (name == "height")
+            height_ = base::doubleValue(text);
+        else
+            return false;
+        return true;
     });
 }
 
-void VELM_Output::readChild(const XMLNode& child) {
+bool VELM_Output::readChild(const XMLNode& child, Findings* report) {
     if (child.nameIs("destination")) {
-        destinations_m_.push_back(VELM_Destination::initWithNode(child));
+        destinations_m_.push_back(VELM_Destination::initWithNode(child, report));
     } else if (child.nameIs("allimages")) {
         if (child.children().empty() || base::boolValue(child.stringValue()))
             valuesDict_.insert_or_assign("allimages", true);
     } else if (child.nameIs("whattoprint")) {
-        if (base::equalIgnoringCase(child.stringValue(), "all")) valuesDict_.insert_or_assign("allimages", true);
+        if (base::equalIgnoringCase(child.stringValue(), "all"))
+            valuesDict_.insert_or_assign("allimages", true);
+        else
+            output::note(report, child, "<%@> is not \"all\" and has no effect", child.name());
     } else if (child.nameIs("barcode")) {
-        VELM_OuputBarcode barcode = VELM_OuputBarcode::initWithNode(child);
+        VELM_OuputBarcode barcode = VELM_OuputBarcode::initWithNode(child, report);
         barcode.setOrigin(KLARON_Image::normalizedPoint(barcode.origin(), size()));
         barcodes_m_.push_back(barcode.valuesDict());
     } else if (child.attributeValue("type") == "node") {
-        outputNodes_m_.push_back(VELM_Output_node::initWithNode(child));
+        outputNodes_m_.push_back(VELM_Output_node::initWithNode(child, report));
+    } else {
+        return false;
     }
+    return true;
 }
 
 void VELM_Output::setSize(base::Size size) {
@@ -115,6 +130,10 @@ bool VELM_Output::isSimpleOutlet() const {
 
 bool VELM_Output::ignoresTemplates() const {
     return std::ranges::all_of(destinations_m_, [](const auto& destination) { return destination->saveOriginal(); });
+}
+
+bool VELM_Output::drawsOnlyTemplate() const {
+    return outputNodes_m_.empty() && templates_.size() == 1 && templates_.begin()->second;
 }
 
 int VELM_Output::imageScalingForGravity(const std::optional<std::string>& gravity) {

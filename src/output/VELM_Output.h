@@ -27,6 +27,7 @@ class VELM_PrintToFileSet;
 class VELM_Template;
 
 namespace platform::data {
+class Findings;
 class XMLNode;
 using XMLNodeRef = std::shared_ptr<XMLNode>;
 } // namespace platform::data
@@ -40,8 +41,10 @@ public:
     using Reply = std::function<void(bool success, const std::optional<base::Error>& error)>;
 
     VELM_Output() = default;
-    /// Reads an `output` element. What isn't understood is logged or skipped; reading never fails.
-    static std::shared_ptr<VELM_Output> initWithNode(const platform::data::XMLNode& element);
+    /// Reads an `output` element. What isn't understood is logged or skipped, and told to the report when there is one;
+    /// reading never fails.
+    static std::shared_ptr<VELM_Output> initWithNode(const platform::data::XMLNode& element,
+                                                     platform::data::Findings* report = nullptr);
     /// From the archived form.
     static base::Result<base::ObjectRef> initWithCoder(const base::Dictionary& values);
     /// A deep copy, as the archived form gives it back: nodes, destinations, barcodes and templates are the copy's own.
@@ -82,6 +85,8 @@ public:
     bool isSimpleOutlet() const;
     /// Whether no destination wants a rendered product.
     bool ignoresTemplates() const;
+    /// Whether the product is the picture of the package's only template, which no node names.
+    bool drawsOnlyTemplate() const;
     /// The picture of this run, or else the job's first picture in this package.
     std::optional<std::string> originalFilePath() const;
     /// The file of that picture: at its path, or in the job container's Images folder (then not tested to exist).
@@ -95,14 +100,35 @@ public:
     /// Copies the original picture to a file destination that asks for it; does nothing for any other destination.
     void processSaveOriginalDestination(const VELM_Destination& destination, const Reply& reply) const;
 
-    /// The name, without extension, that a product gets at this destination now. The time in it is unlike that of any
-    /// other name that this process gave in the same millisecond.
-    std::string outputFilenameForDestination(const VELM_Destination& destination) const;
+    /// The text that stands for the time in a name.
+    using TimeStamp = std::function<std::string()>;
+    /// The present time, unlike that of any other name that this process gave in the same millisecond.
+    static std::string uniqueTimeStamp();
+    /// The name, without extension, that a product gets at this destination.
+    std::string outputFilenameForDestination(const VELM_Destination& destination,
+                                             const TimeStamp& time = uniqueTimeStamp) const;
     /// The path at a destination that names no print-to-file set. The writer still puts the file type's own extension
     /// in place.
-    std::string outputPathForDestination(const VELM_Destination& destination) const;
+    std::string outputPathForDestination(const VELM_Destination& destination,
+                                         const TimeStamp& time = uniqueTimeStamp) const;
     /// The path in a print-to-file set; none without a set.
-    std::optional<std::string> outputPathForPTFS(const VELM_PrintToFileSet* set) const;
+    std::optional<std::string> outputPathForPTFS(const VELM_PrintToFileSet* set,
+                                                 const TimeStamp& time = uniqueTimeStamp) const;
+    /// How a file destination is written: by the set that it names, or else by its own settings.
+    struct FileSettings {
+        std::optional<std::string> path; ///< As named; see `writtenPath`.
+        std::optional<std::string> site; ///< Goes into the EXIF comment.
+        std::string type;                ///< A type identifier.
+        bool isCopy = false;             ///< Of the original picture, in place of the product.
+        bool downsample = false;
+        std::optional<double> maximum; ///< Pixels of the longer side.
+        bool overwrite = false;        ///< Else a name that is taken is numbered.
+        std::shared_ptr<VELM_PrintToFileSet> set;
+
+        /// The path with the extension that its file gets.
+        std::optional<std::string> writtenPath() const;
+    };
+    FileSettings fileSettings(const VELM_Destination& destination, const TimeStamp& time = uniqueTimeStamp) const;
     /// The text that travels as EXIF comment: a property list of "OriginalPath" and "f"; none without "f".
     static std::optional<std::string> exifCommentForDictionary(const base::Dictionary& dictionary);
 
@@ -122,8 +148,8 @@ public:
     std::optional<base::Dictionary> encoded() override;
 
 private:
-    void readAttributes(const platform::data::XMLNode& element);
-    void readChild(const platform::data::XMLNode& child);
+    void readAttributes(const platform::data::XMLNode& element, platform::data::Findings* report);
+    bool readChild(const platform::data::XMLNode& child, platform::data::Findings* report);
 
     base::Dictionary valuesDict_;
     std::vector<std::shared_ptr<VELM_Output_node>> outputNodes_m_;

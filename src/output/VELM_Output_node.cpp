@@ -6,20 +6,26 @@
 #include "platform/data/XMLDocument.h"
 #include "template/VELM_Template.h"
 
+using platform::data::Findings;
 using platform::data::XMLNode;
 
-std::shared_ptr<VELM_Output_node> VELM_Output_node::initWithNode(const XMLNode& element) {
+std::shared_ptr<VELM_Output_node> VELM_Output_node::initWithNode(const XMLNode& element, Findings* report) {
     auto node = std::make_shared<VELM_Output_node>();
     node->name_ = element.name();
-    output::forEachAttribute(element, [&](const std::string& name, const std::string& text) {
-        if (name == "frame") node->addOutputFrameString(text);
-        if (name == "croprect") node->cropRectString_ = text;
+    output::forEachAttribute(element, report, [&](const std::string& name, const std::string& text) {
+        if (name == "frame")
+            node->addOutputFrameString(text);
+        else if (name == "croprect")
+            node->cropRectString_ = text;
+        else
+            return name == "type";
+        return true;
     });
-    output::forEachChildElement(element, [&](const XMLNode& child) { node->readChild(child); });
+    output::forEachChildElement(element, report, [&](const XMLNode& child) { return node->readChild(child, report); });
     return node;
 }
 
-void VELM_Output_node::readChild(const XMLNode& child) {
+bool VELM_Output_node::readChild(const XMLNode& child, Findings* report) {
     const std::string name = base::lowercase(child.name());
     const std::string text = child.stringValue();
     if (name == "frame") {
@@ -35,15 +41,21 @@ void VELM_Output_node::readChild(const XMLNode& child) {
         tiffOrientation_ = base::integerValue(text);
     } else if (name == "shadowcolor") {
         shadowColor_ = text;
-        output::forEachAttribute(child, [&](const std::string& attribute, const std::string& value) {
-            if (attribute == "blur")
+        output::forEachAttribute(child, report, [&](const std::string& attribute, const std::string& value) {
+            if (attribute == "blur") {
                 shadowBlur_ = value;
-            else if (attribute == "offset")
+            } else if (attribute == "offset") {
                 offsetPointString_ = value;
-            else
+            } else {
                 base::log("encountered unknown %@ attribute: %@", child.name(), attribute);
+                return false;
+            }
+            return true;
         });
+    } else {
+        return false;
     }
+    return true;
 }
 
 void VELM_Output_node::addOutputFrame(const base::Rect& frame) {

@@ -17,6 +17,7 @@
 #include <vector>
 
 namespace platform::data {
+class Findings;
 class XMLNode;
 using XMLNodeRef = std::shared_ptr<XMLNode>;
 } // namespace platform::data
@@ -25,7 +26,8 @@ class VELM_Output_node : public base::Object {
 public:
     VELM_Output_node() = default;
     /// Reads an element with `type="node"`; the element's name becomes the node's. Reading never fails.
-    static std::shared_ptr<VELM_Output_node> initWithNode(const platform::data::XMLNode& element);
+    static std::shared_ptr<VELM_Output_node> initWithNode(const platform::data::XMLNode& element,
+                                                          platform::data::Findings* report = nullptr);
     /// From the archived form.
     static base::Result<base::ObjectRef> initWithCoder(const base::Dictionary& values);
 
@@ -70,7 +72,7 @@ public:
     std::optional<base::Dictionary> encoded() override;
 
 private:
-    void readChild(const platform::data::XMLNode& child);
+    bool readChild(const platform::data::XMLNode& child, platform::data::Findings* report);
 
     std::string name_;
     std::vector<std::string> frames_;

@@ -2,32 +2,37 @@
 
 #include "base/Log.h"
 #include "base/Text.h"
-#include "platform/data/XMLDocument.h"
 
+using platform::data::Findings;
 using platform::data::XMLNode;
 using platform::data::XMLNodeKind;
 using platform::data::XMLNodeRef;
 
 namespace output {
 
-void forEachAttribute(const XMLNode& element,
-                      const std::function<void(const std::string& name, const std::string& text)>& callback) {
+void forEachAttribute(const XMLNode& element, Findings* report, const AttributeReader& callback) {
     for (const XMLNodeRef& attribute : element.attributes()) {
-        if (attribute->kind() == XMLNodeKind::attribute) {
-            callback(base::lowercase(attribute->name()), attribute->stringValue());
-        } else {
+        if (attribute->kind() != XMLNodeKind::attribute) {
             base::log("unexpected xml parsing attributes for %@ (L%lu,I%lu)", element.name(), element.level(),
                       element.index());
+        } else if (!callback(base::lowercase(attribute->name()), attribute->stringValue())) {
+            note(report, element, "attribute %@ of <%@> is not known and is not read", attribute->name(),
+                 element.name());
         }
     }
 }
 
-void forEachChildElement(const XMLNode& element, const std::function<void(const XMLNode& child)>& callback) {
+void forEachChildElement(const XMLNode& element, Findings* report, const ElementReader& callback) {
     for (const XMLNodeRef& child : element.children()) {
-        if (child->isElement())
-            callback(*child);
-        else if (!child->isComment())
+        if (child->isElement()) {
+            if (!callback(*child))
+                note(report, *child, "element <%@> in <%@> is not known and is not read", child->name(),
+                     element.name());
+        } else if (!child->isComment()) {
             base::log("Found unexpected XML element kind:\n%lu", child->kindNumber());
+            note(report, *child, "<%@> holds %s, which is not read", element.name(),
+                 child->kind() == XMLNodeKind::text ? "text" : "something other than elements");
+        }
     }
 }
 
