@@ -6,14 +6,18 @@
 // Paths are reported as they were given, followed by the entry's name: links are not resolved.
 //
 // An observed path need not exist: its appearance is reported, as are its removal and its return. Where the system
-// brings no events (network volumes) or has no watches left, the folder is polled. When events were lost, the observed
-// paths themselves are reported with `mustScanSubDirs`.
+// brings no events (network volumes), or can't watch, the folder is polled, which the log tells once. Each subfolder
+// takes a watch, and so does each folder inside it; when the system or `mostWatches` grants no more, those are given
+// back and what is inside the subfolders is polled, while the entries of the folder itself are still told by events.
+// Watching is tried again every minute. When events were lost, and when it changes whether a path is polled, the
+// observed paths themselves are reported with `mustScanSubDirs`.
 #pragma once
 
 #include "platform/run/Clock.h"
 #include "platform/run/Queue.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -51,6 +55,8 @@ public:
         std::chrono::nanoseconds pollInterval{std::chrono::seconds(2)};
         /// Poll every observed path, whatever its volume.
         bool alwaysPoll = false;
+        /// How many folders the stream may watch at the most: the kernel keeps about a kilobyte for each.
+        std::size_t mostWatches = 50'000;
         /// Null: the clock in force when the stream is made.
         ClockRef clock;
     };

@@ -5,6 +5,7 @@
 #include "internal/FolderEntries.h"
 #include "internal/FolderSnapshot.h"
 #include "internal/InotifyWatches.h"
+#include "internal/PathStanding.h"
 
 #include "base/Log.h"
 #include "base/Path.h"
@@ -14,10 +15,7 @@
 #include <cstring>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <sys/inotify.h>
-#include <sys/stat.h>
-#include <sys/vfs.h>
 #include <utility>
 
 namespace platform::run {
@@ -36,38 +34,10 @@ constexpr std::uint32_t selfMask = IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr std::uint32_t arrivalMask = IN_CREATE | IN_MOVED_TO;
 constexpr std::uint32_t placeMask = arrivalMask | IN_DELETE | IN_MOVED_FROM;
 
-// What stands at a path.
-struct Standing {
-    enum class Kind { missing, file, folder } kind = Kind::missing;
-    dev_t device = 0;
-    ino_t number = 0;
-    friend bool operator==(const Standing&, const Standing&) = default;
-
-    static Standing at(const std::string& path) {
-        struct stat status {};
-        if (stat(path.c_str(), &status) != 0) return {};
-        return {S_ISDIR(status.st_mode) ? Kind::folder : Kind::file, status.st_dev, status.st_ino};
-    }
-    bool isMissing() const { return kind == Kind::missing; }
-    bool isFolder() const { return kind == Kind::folder; }
-};
-
-std::string deepestExistingFolder(std::string path) {
-    while (!Standing::at(path).isFolder() && path != "/")
-        path = base::deletingLastPathComponent(path);
-    return path;
-}
-
-// Whether the volume changes behind the kernel's back: other machines write to it, or programs that do not tell.
-bool isRemoteVolume(const std::string& path) {
-    constexpr std::int64_t types[] = {0x6969 /* NFS */,       0x517B /* SMB */,      0xFF534D42 /* CIFS */,
-                                      0xFE534D42 /* SMB 2 */, 0x65735546 /* FUSE */, 0x01021997 /* 9P */,
-                                      0x5346414F /* AFS */,   0x00C36400 /* Ceph */, 0x786F4256 /* shared folders */};
-    struct statfs status {};
-    if (statfs(deepestExistingFolder(path).c_str(), &status) != 0) return false;
-    const auto type = static_cast<std::int64_t>(static_cast<std::uint32_t>(status.f_type));
-    return std::find(std::begin(types), std::end(types), type) != std::end(types);
-}
+// What the system says when it has no more watches to give.
+constexpr int noWatchLeft = ENOSPC;
+// How long after a folder could not be watched that is tried again.
+constexpr nanoseconds retryInterval = std::chrono::minutes(1);
 
 } // namespace
 
@@ -119,7 +89,7 @@ public:
         std::lock_guard lock(mutex_);
         if (!isRunning_) return;
         const bool isSame = std::all_of(roots_.begin(), roots_.end(),
-                                        [](const Root& root) { return Standing::at(root.path) == root.standing; });
+                                        [](const Root& root) { return PathStanding::at(root.path) == root.standing; });
         if (isSame) return;
         changes_.clear();
         rebuildAndReport();
@@ -129,10 +99,13 @@ public:
 private:
     struct Root {
         std::string path;
-        Standing standing;
+        PathStanding standing;
         std::string anchor; // while nothing stands at the path, or a file: the folder in which the next change shows
         bool isPolled = false;
-        FolderSnapshot snapshot; // while polled
+        bool isWarnedOf = false;            // it was told that the path can't be watched
+        std::optional<FolderSnapshot> seen; // while polled: what the last look found
+        nanoseconds pollDelay{0};           // from one look to the end of the next
+        std::optional<nanoseconds> retryAt; // when watching is tried again; none where events never come
     };
 
     static std::string withoutTrailingSlashes(std::string path) {
@@ -154,41 +127,50 @@ private:
         ++generation_;
         closeWatches();
         auto watches = std::make_unique<InotifyWatches>();
-        if (watches->descriptor() >= 0) {
+        int lack = watches->descriptor() < 0 ? EMFILE : 0;
+        if (lack == 0) {
             watches_ = std::move(watches);
-            FileWatcherThread::shared().add(watches_->descriptor(), weak_from_this());
+            if (!FileWatcherThread::shared().add(watches_->descriptor(), weak_from_this())) {
+                lack = EMFILE;
+                closeWatches();
+            }
         }
-        for (std::size_t index = 0; index < roots_.size(); ++index)
-            attach(index);
+        for (Root& root : roots_)
+            attach(root, lack);
+        beginPolling();
     }
 
-    void attach(std::size_t index) {
-        Root& root = roots_[index];
-        root.isPolled = options_.alwaysPoll || !watches_ || isRemoteVolume(root.path);
+    void attach(Root& root, int lack) {
+        root.seen.reset();
+        root.retryAt.reset();
+        root.isPolled = options_.alwaysPoll;
+        if (!root.isPolled && isOnSilentVolume(root.path)) pollInstead(root, 0);
+        if (!root.isPolled && lack != 0) pollInstead(root, lack);
         // What stands there may change while the watches are set; they see what comes after them.
         constexpr int attempts = 8;
         for (int attempt = 0; attempt < attempts; ++attempt) {
-            root.standing = Standing::at(root.path);
+            root.standing = PathStanding::at(root.path);
             root.anchor = root.standing.isFolder() ? root.path : deepestExistingFolder(root.path);
             if (!root.isPolled) watch(root);
-            if (Standing::at(root.path) == root.standing &&
+            if (PathStanding::at(root.path) == root.standing &&
                 (root.standing.isFolder() || deepestExistingFolder(root.path) == root.anchor))
                 break;
         }
-        if (root.isPolled) {
-            root.snapshot = FolderSnapshot::of(root.path, options_.fileEvents);
-            schedulePoll(index, options_.pollInterval);
-        }
+        if (root.isPolled || !root.isWarnedOf) return;
+        root.isWarnedOf = false;
+        base::log("watching %@ again", root.path);
     }
 
     void watch(Root& root) {
         if (root.standing.isFolder()) {
-            check(root, watches_->add(root.path, entryMask | selfMask));
+            if (const int error = watches_->add(root.path, entryMask | selfMask); !isOfVanishing(error))
+                pollInstead(root, error);
             for (const FolderEntry& entry : folderEntries(root.path))
                 if (entry.isFolder) watchSubfolder(root, pathOfEntry(root.path, entry.name));
         } else {
-            const bool isFile = root.standing.kind == Standing::Kind::file;
-            check(root, watches_->add(root.anchor, (isFile ? entryMask : placeMask) | selfMask));
+            const bool isFile = root.standing.kind == PathStanding::Kind::file;
+            const int error = watches_->add(root.anchor, (isFile ? entryMask : placeMask) | selfMask);
+            if (!isOfVanishing(error)) pollInstead(root, error);
         }
         // A folder that is moved takes its contents along silently, so the ancestors are watched for that alone.
         for (std::string path = root.anchor; path != "/";) {
@@ -206,16 +188,49 @@ private:
     }
 
     void watchInside(Root& root, const std::string& path) {
-        check(root, watches_->add(path, (options_.fileEvents ? entryMask : insideMask) | IN_DONT_FOLLOW));
+        if (root.isPolled) return;
+        const bool isRoom = watches_->count() < options_.mostWatches || watches_->isWatching(path);
+        const int error =
+            isRoom ? watches_->add(path, (options_.fileEvents ? entryMask : insideMask) | IN_DONT_FOLLOW) : noWatchLeft;
+        // What can't be entered is watched when its rights have changed.
+        if (!isOfVanishing(error) && error != EACCES) pollInstead(root, error);
     }
 
-    void check(Root& root, int error) {
-        if (error == 0 || error == ENOENT || error == ENOTDIR || error == ELOOP) return; // gone: its parent tells
-        if (root.isPolled) return;
+    // None, or that the folder has gone: its parent tells that.
+    static bool isOfVanishing(int error) { return error == 0 || error == ENOENT || error == ENOTDIR || error == ELOOP; }
+
+    // `error`: why the root can't be watched; 0 where the volume tells nothing.
+    void pollInstead(Root& root, int error) {
         root.isPolled = true;
-        needsRebuild_ = true; // for the watches to come; while they are being set it is seen by attach()
-        base::log("WARNING: cannot watch %@ (%s); looking at it every %g seconds", root.path, std::strerror(error),
+        if (error != 0) {
+            root.retryAt = options_.clock->now() + retryInterval;
+            if (watches_) giveBackWatches(root);
+        }
+        if (std::exchange(root.isWarnedOf, true)) return;
+        const char* reason = error == 0             ? "its volume tells of no changes"
+                             : error == noWatchLeft ? "there are no watches left for what is inside"
+                                                    : std::strerror(error);
+        base::log("WARNING: cannot watch %@ (%s); looking at it every %g seconds", root.path, reason,
                   std::chrono::duration<double>(options_.pollInterval).count());
+    }
+
+    // Other folders and programs need watches too. Its own is kept: what comes and goes in it is told still.
+    void giveBackWatches(const Root& root) {
+        watches_->removeBelow(root.path);
+        for (Root& other : roots_)
+            if (other.path != root.path && isSameOrAbove(root.path, other.path)) other.isPolled = true;
+    }
+
+    // The first look at what is polled from now on.
+    void beginPolling() {
+        for (std::size_t index = 0; index < roots_.size(); ++index) {
+            Root& root = roots_[index];
+            if (!root.isPolled || root.seen) continue;
+            const auto begin = std::chrono::steady_clock::now();
+            root.seen = FolderSnapshot::of(root.path, options_.fileEvents);
+            root.pollDelay = delayOfPolling(std::chrono::steady_clock::now() - begin);
+            schedulePoll(index, root.pollDelay);
+        }
     }
 
     // Handling -------------------------------------------------------------------------------------------------------
@@ -225,8 +240,25 @@ private:
         changes_.clear();
         needsRebuild_ = false;
         watches_->read([this](const InotifyWatches::Record& record) { handle(record); });
-        if (needsRebuild_) rebuildAndReport();
+        const bool isNewlyPolled =
+            std::any_of(roots_.begin(), roots_.end(), [](const Root& root) { return root.isPolled && !root.seen; });
+        if (needsRebuild_) {
+            rebuildAndReport();
+        } else if (isNewlyPolled) {
+            beginPolling();
+            for (const Root& root : roots_)
+                if (root.isPolled) report(root.path, fileEventFlags::mustScanSubDirs);
+        }
         collector_->add(changes_);
+        if (!isNewlyPolled) return;
+        // What is being made there tells no more of itself before the next looks.
+        for (const Root& root : roots_)
+            if (root.isPolled) collector_->prolongQuiet(quietTimeIn(root));
+    }
+
+    // How long there must be no sign of a change inside a subfolder.
+    nanoseconds quietTimeIn(const Root& root) const {
+        return root.isPolled ? root.pollDelay + options_.latency : options_.latency;
     }
 
     void report(std::string path, std::uint32_t flags = fileEventFlags::none, bool isSettling = false) {
@@ -239,7 +271,7 @@ private:
 
     // Whatever was lost with the old watches is covered: each path is reported as a whole.
     void rebuildAndReport() {
-        std::vector<Standing> before;
+        std::vector<PathStanding> before;
         for (const Root& root : roots_)
             before.push_back(root.standing);
         rebuild();
@@ -264,7 +296,7 @@ private:
                 subfolderDidChange(root, record);
             } else if (!options_.fileEvents && isEntryOf(root.path, base::deletingLastPathComponent(record.folder))) {
                 if (!record.name.empty())
-                    reportInside(base::deletingLastPathComponent(record.folder), options_.latency);
+                    reportInside(base::deletingLastPathComponent(record.folder), quietTimeIn(root));
             } else if (record.folder == base::deletingLastPathComponent(root.path)) {
                 parentDidChange(root, record);
             }
@@ -282,13 +314,15 @@ private:
         const bool isSettling = record.mask & IN_CREATE;
         report(options_.fileEvents ? entry : root.path, fileEventFlags::none, isSettling);
         if (!(record.mask & IN_ISDIR)) return;
+        const bool wasClosed = (record.mask & IN_ATTRIB) && !root.isPolled && !watches_->isWatching(entry);
         if (record.mask & IN_MOVED_FROM) {
-            watches_->removeTree(entry); // the watches would follow it to its new place
-        } else if (isArrival) {
+            watches_->remove(entry); // the watches would follow it to its new place
+            watches_->removeBelow(entry);
+        } else if (isArrival || wasClosed) {
             watchSubfolder(root, entry);
             // What was put into it before it was watched.
-            if (!options_.fileEvents && isSettling)
-                reportInside(entry, options_.latency);
+            if (!options_.fileEvents && (isSettling || wasClosed))
+                reportInside(entry, quietTimeIn(root));
             else if (!options_.fileEvents)
                 report(entry);
             else
@@ -304,7 +338,7 @@ private:
             report(entry, fileEventFlags::none, true);
             return;
         }
-        reportInside(record.folder, options_.latency);
+        reportInside(record.folder, quietTimeIn(root));
         if (!(record.mask & IN_ISDIR)) return;
         if (record.mask & IN_MOVED_FROM)
             watches_->remove(entry);
@@ -316,7 +350,7 @@ private:
     void anchorDidChange(const Root& root, const InotifyWatches::Record& record) {
         const std::string entry = pathOfEntry(record.folder, std::string(record.name));
         if (record.name.empty() || !isSameOrAbove(entry, root.path)) return;
-        if (entry == root.path && root.standing.kind == Standing::Kind::file)
+        if (entry == root.path && root.standing.kind == PathStanding::Kind::file)
             report(root.path, fileEventFlags::none, record.mask & IN_CREATE);
         if (record.mask & placeMask) needsRebuild_ = true;
     }
@@ -353,7 +387,7 @@ private:
         // Without the lock: a volume that answers slowly, or not at all, must not hold up the others.
         const auto begin = std::chrono::steady_clock::now();
         const std::string path = roots_[index].path;
-        const Standing standing = Standing::at(path);
+        const PathStanding standing = PathStanding::at(path);
         FolderSnapshot snapshot = FolderSnapshot::of(path, options_.fileEvents);
         const nanoseconds duration = std::chrono::steady_clock::now() - begin;
 
@@ -361,19 +395,26 @@ private:
         if (generation != generation_) return;
         Root& root = roots_[index];
         changes_.clear();
-        constexpr int rarity = 10; // a look never takes more than a tenth of the time
-        const nanoseconds delay = std::max<nanoseconds>(options_.pollInterval, duration * rarity);
+        root.pollDelay = delayOfPolling(duration);
         if (standing != root.standing) report(path, fileEventFlags::rootChanged);
-        for (std::string& changed : root.snapshot.changesTo(snapshot)) {
+        for (std::string& changed : root.seen->changesTo(snapshot)) {
             if (changed == path || options_.fileEvents)
                 report(std::move(changed));
             else // until the next look finds it as it is
-                reportInside(std::move(changed), delay + duration + options_.latency);
+                reportInside(std::move(changed), quietTimeIn(root));
         }
         root.standing = standing;
-        root.snapshot = std::move(snapshot);
+        root.seen = std::move(snapshot);
+        if (root.retryAt && options_.clock->now() >= *root.retryAt)
+            rebuildAndReport();
+        else
+            schedulePoll(index, root.pollDelay);
         collector_->add(changes_);
-        schedulePoll(index, delay);
+    }
+
+    nanoseconds delayOfPolling(nanoseconds duration) const {
+        constexpr int rarity = 10; // a look never takes more than a tenth of the time
+        return std::max<nanoseconds>(options_.pollInterval, duration * rarity) + duration;
     }
 
     Options options_;

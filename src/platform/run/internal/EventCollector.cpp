@@ -28,6 +28,7 @@ void EventCollector::stop() {
     paths_.clear();
     flags_.clear();
     indexes_.clear();
+    byQuietMoment_.clear();
     quietAt_.clear();
     lastDelivery_.reset();
     firstSettling_.reset();
@@ -49,9 +50,26 @@ bool EventCollector::isSettling(const std::string& path) {
     return quietAt_.contains(path);
 }
 
+void EventCollector::prolongQuiet(Nanoseconds quietTime) {
+    std::lock_guard lock(mutex_);
+    const Nanoseconds earliest = clock_->now() + quietTime;
+    std::vector<std::string> early;
+    for (const auto& [moment, path] : byQuietMoment_)
+        if (moment < earliest) early.emplace_back(path);
+    for (const std::string& path : early)
+        setQuietAtLocked(path, earliest);
+}
+
+void EventCollector::setQuietAtLocked(const std::string& path, Nanoseconds moment) {
+    const auto [place, isNew] = quietAt_.try_emplace(path, moment);
+    if (!isNew) byQuietMoment_.erase({place->second, place->first});
+    place->second = moment;
+    byQuietMoment_.emplace(moment, place->first);
+}
+
 void EventCollector::addLocked(const CollectedChange& change, Nanoseconds now) {
     if (change.quietTime > Nanoseconds(0)) {
-        quietAt_[change.path] = now + change.quietTime;
+        setQuietAtLocked(change.path, now + change.quietTime);
         return;
     }
     const auto [place, isNew] = indexes_.try_emplace(change.path, paths_.size());
@@ -74,12 +92,10 @@ void EventCollector::addLocked(const CollectedChange& change, Nanoseconds now) {
 }
 
 std::optional<EventCollector::Nanoseconds> EventCollector::nextDueLocked() const {
-    std::optional<Nanoseconds> next = due_;
-    for (const auto& [path, quietAt] : quietAt_) {
-        const Nanoseconds wanted = lastDelivery_ ? std::max(quietAt, *lastDelivery_ + latency_) : quietAt;
-        next = next ? std::min(*next, wanted) : wanted;
-    }
-    return next;
+    if (byQuietMoment_.empty()) return due_;
+    const Nanoseconds quietAt = byQuietMoment_.begin()->first;
+    const Nanoseconds wanted = lastDelivery_ ? std::max(quietAt, *lastDelivery_ + latency_) : quietAt;
+    return due_ ? std::min(*due_, wanted) : wanted;
 }
 
 void EventCollector::scheduleLocked(Nanoseconds now) {
@@ -98,6 +114,7 @@ void EventCollector::scheduleLocked(Nanoseconds now) {
 void EventCollector::deliverIfDue(std::uint64_t run) {
     std::vector<std::string> paths;
     std::vector<std::uint32_t> flags;
+    std::unordered_map<std::string, std::size_t> indexes;
     {
         std::lock_guard lock(mutex_);
         if (run != run_) return;
@@ -113,21 +130,19 @@ void EventCollector::deliverIfDue(std::uint64_t run) {
         if (due_ && now >= *due_) {
             paths.swap(paths_);
             flags.swap(flags_);
-            indexes_.clear();
+            indexes.swap(indexes_);
             firstSettling_.reset();
             due_.reset();
             isDueForGood_ = false;
         }
-        for (auto place = quietAt_.begin(); place != quietAt_.end();) {
-            if (place->second > now) {
-                ++place;
-                continue;
-            }
-            if (std::find(paths.begin(), paths.end(), place->first) == paths.end()) {
+        while (!byQuietMoment_.empty() && byQuietMoment_.begin()->first <= now) {
+            const auto place = quietAt_.find(std::string(byQuietMoment_.begin()->second));
+            if (!indexes.contains(place->first)) {
                 paths.push_back(place->first);
                 flags.push_back(fileEventFlags::none);
             }
-            place = quietAt_.erase(place);
+            byQuietMoment_.erase(byQuietMoment_.begin());
+            quietAt_.erase(place);
         }
         lastDelivery_ = now;
         scheduleLocked(now);

@@ -10,8 +10,11 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace platform::run {
@@ -36,11 +39,14 @@ public:
     void add(const std::vector<CollectedChange>& changes);
     /// Whether a change inside the folder waits for it to be quiet there.
     bool isSettling(const std::string& path);
+    /// All folders in which something changes are waited for this long at least, from now.
+    void prolongQuiet(std::chrono::nanoseconds quietTime);
 
 private:
     using Nanoseconds = std::chrono::nanoseconds;
 
     void addLocked(const CollectedChange& change, Nanoseconds now);
+    void setQuietAtLocked(const std::string& path, Nanoseconds moment);
     std::optional<Nanoseconds> nextDueLocked() const;
     void scheduleLocked(Nanoseconds now);
     void deliverIfDue(std::uint64_t run);
@@ -58,7 +64,8 @@ private:
     std::vector<std::string> paths_; // in the order of their first change
     std::vector<std::uint32_t> flags_;
     std::unordered_map<std::string, std::size_t> indexes_;
-    std::map<std::string, Nanoseconds> quietAt_; // folders inside which something changes
+    std::map<std::string, Nanoseconds> quietAt_;                       // folders inside which something changes
+    std::set<std::pair<Nanoseconds, std::string_view>> byQuietMoment_; // the same, the earliest first
     std::optional<Nanoseconds> lastDelivery_;
     std::optional<Nanoseconds> firstSettling_;
     std::optional<Nanoseconds> due_;      // when all that is collected is delivered

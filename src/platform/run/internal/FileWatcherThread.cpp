@@ -13,11 +13,11 @@ namespace platform::run {
 
 namespace {
 
-void pollFor(int poll, int descriptor, std::uint32_t events) {
+bool pollFor(int poll, int descriptor, std::uint32_t events) {
     epoll_event event{};
     event.events = events;
     event.data.fd = descriptor;
-    epoll_ctl(poll, EPOLL_CTL_ADD, descriptor, &event);
+    return epoll_ctl(poll, EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
 } // namespace
@@ -34,10 +34,10 @@ FileWatcherThread::FileWatcherThread()
     std::thread([this] { run(); }).detach();
 }
 
-void FileWatcherThread::add(int descriptor, std::weak_ptr<Client> client) {
+bool FileWatcherThread::add(int descriptor, std::weak_ptr<Client> client) {
     std::lock_guard lock(mutex_);
     clients_[descriptor] = std::move(client);
-    pollFor(poll_, descriptor, EPOLLIN);
+    return pollFor(poll_, descriptor, EPOLLIN);
 }
 
 void FileWatcherThread::remove(int descriptor) {
@@ -50,7 +50,7 @@ void FileWatcherThread::run() {
     std::array<epoll_event, 16> events{};
     for (;;) {
         const int count = epoll_wait(poll_, events.data(), static_cast<int>(events.size()), -1);
-        if (count < 0 && errno != EINTR) return; // no descriptors could be had at all: streams then stay silent
+        if (count < 0 && errno != EINTR) return; // no descriptors could be had at all, which add() tells
         for (int i = 0; i < count; ++i)
             handle(events[static_cast<std::size_t>(i)].data.fd);
     }

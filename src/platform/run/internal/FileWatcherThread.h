@@ -22,8 +22,8 @@ public:
     static FileWatcherThread& shared();
 
     /// The client is told on the thread as long as it lives. The descriptor stays the client's own; it must be removed
-    /// before it is closed.
-    void add(int descriptor, std::weak_ptr<Client> client);
+    /// before it is closed. False when the system can't wait for it.
+    bool add(int descriptor, std::weak_ptr<Client> client);
     void remove(int descriptor);
 
 private:

@@ -2,6 +2,7 @@
 
 #include "FolderEntries.h"
 
+#include <ctime>
 #include <sys/stat.h>
 
 namespace platform::run {
@@ -18,8 +19,12 @@ std::uint64_t digestOf(const struct stat& status) {
     // A folder's time and size say what happened inside it, which is told of the folder itself.
     if (!S_ISDIR(status.st_mode)) {
         mix(digest, static_cast<std::uint64_t>(status.st_size));
-        mix(digest, static_cast<std::uint64_t>(status.st_mtim.tv_sec));
-        mix(digest, static_cast<std::uint64_t>(status.st_mtim.tv_nsec));
+        // The time of change tells of another file under the name that has the size and time of the one before. Not
+        // the number of the file: some volumes give another one at each look.
+        for (const timespec& time : {status.st_mtim, status.st_ctim}) {
+            mix(digest, static_cast<std::uint64_t>(time.tv_sec));
+            mix(digest, static_cast<std::uint64_t>(time.tv_nsec));
+        }
     }
     return digest;
 }

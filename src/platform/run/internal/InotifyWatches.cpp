@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace platform::run {
@@ -41,8 +42,7 @@ void InotifyWatches::remove(const std::string& folder) {
     inotify_rm_watch(descriptor_, watch);
 }
 
-void InotifyWatches::removeTree(const std::string& folder) {
-    remove(folder);
+void InotifyWatches::removeBelow(const std::string& folder) {
     const std::string start = folder + "/";
     std::vector<std::string> below;
     for (auto place = watches_.lower_bound(start); place != watches_.end() && place->first.starts_with(start); ++place)
@@ -53,10 +53,13 @@ void InotifyWatches::removeTree(const std::string& folder) {
 
 void InotifyWatches::read(const std::function<void(const Record&)>& handle) {
     alignas(inotify_event) std::array<char, 65536> buffer;
-    for (;;) {
+    int waiting = 0;
+    if (ioctl(descriptor_, FIONREAD, &waiting) != 0) return;
+    while (waiting > 0) {
         const ssize_t size = ::read(descriptor_, buffer.data(), buffer.size());
         if (size < 0 && errno == EINTR) continue;
         if (size <= 0) return;
+        waiting -= static_cast<int>(size);
         parse({buffer.data(), static_cast<std::size_t>(size)}, handle);
     }
 }

@@ -32,10 +32,13 @@ public:
     /// Watches a folder, besides what it is watched for already. Answers 0 or errno's value.
     int add(const std::string& folder, std::uint32_t mask);
     void remove(const std::string& folder);
-    /// The folder and all that are watched below it.
-    void removeTree(const std::string& folder);
+    /// All that are watched below the folder.
+    void removeBelow(const std::string& folder);
+    bool isWatching(const std::string& folder) const { return watches_.contains(folder); }
+    std::size_t count() const { return watches_.size(); }
 
-    /// Hands on all records that are waiting, without waiting for more.
+    /// Hands on the records that are waiting when it begins, and not those that come meanwhile: it ends, however fast
+    /// they come.
     void read(const std::function<void(const Record&)>& handle);
     /// The same for records in memory.
     void parse(std::string_view records, const std::function<void(const Record&)>& handle);
