@@ -8,6 +8,7 @@
 #include "platform/data/Dates.h"
 #include "platform/data/FileAttributes.h"
 #include "platform/data/FileTypes.h"
+#include "platform/data/TextEncoding.h"
 
 #include <algorithm>
 #include <functional>
@@ -29,6 +30,18 @@ base::Error notAnOrder(const base::URL& url, std::string_view why) {
 std::optional<base::URL> fileURLForPath(const std::string& path) {
     if (path.empty()) return std::nullopt;
     return base::URL::fileURLWithPath(path);
+}
+
+/// "FILE: Line 12: words", as an error of the XML parser is told, taken apart.
+OrderReport::Finding refusalFromError(const base::Error& error, const std::string& file, unsigned line) {
+    std::string_view words = error.localizedDescription;
+    if (words.starts_with(file + ": ")) words.remove_prefix(file.size() + 2);
+    constexpr std::string_view prefix = "Line ";
+    if (const std::size_t end = words.find(": "); words.starts_with(prefix) && end != std::string_view::npos) {
+        line = static_cast<unsigned>(base::integerValue(words.substr(prefix.size())));
+        words.remove_prefix(end + 2);
+    }
+    return {{file, static_cast<int>(line)}, std::string(words)};
 }
 
 } // namespace
@@ -72,35 +85,43 @@ base::Result<VELM_Job::Source> VELM_Job::sourceAtURL(const base::URL& url) {
     return source;
 }
 
-base::Result<VELM_Job::Ref> VELM_Job::make(std::string_view xml) {
+/// The error names the file, when the text comes from one.
+base::Result<VELM_Job::Ref> VELM_Job::make(std::string_view xml, const std::string& file) {
     Ref job(new VELM_Job);
     auto document = platform::data::XMLDocument::parse(xml);
     if (!document) {
-        base::log("%@", document.error());
-        return base::failure(document.error());
+        base::Error error = document.error();
+        if (!file.empty()) error.localizedDescription.insert(0, file + ": ");
+        base::log("%@", error);
+        return base::failure(std::move(error));
     }
     job->xmlDoc_ = std::move(*document);
     return job;
 }
 
 VELM_Job::Ref VELM_Job::initWithXML(std::string_view xml) {
-    return make(xml).value_or(nullptr);
+    return make(xml, {}).value_or(nullptr);
 }
 
 base::Result<VELM_Job::Ref> VELM_Job::jobWithSource(const base::Result<Source>& source, const base::Value& given,
                                                     OrderReport* report) {
-    if (!source) return base::failure(source.error());
-    auto job = make(source->text);
-    if (!job) return job;
+    const std::string file = source && source->document.isFileURL() ? source->document.path() : std::string();
+    if (report) report->setFile(file);
+    const auto refuse = [&](const base::Error& error, unsigned line) {
+        if (report) report->setRefusal(refusalFromError(error, file, line));
+        return base::failure(error);
+    };
+    if (!source) return refuse(source.error(), 0);
+    auto job = make(source->text, file);
+    if (!job) return refuse(job.error(), 0);
     (*job)->documentURL_ = source->document;
     (*job)->urlJobContainer_ = source->container;
 
-    if (report) report->setFile(source->document.path());
     std::optional<base::Error> error;
     (*job)->parseXML([&error](const std::optional<base::Error>& parsingError) { error = parsingError; }, report);
     if (!error) return job;
     base::log("Error %@ parsing job %@", *error, source->container ? base::Value(*source->container) : given);
-    return base::failure(*error);
+    return refuse(*error, (*job)->xmlDoc_->rootElement()->line());
 }
 
 base::Result<VELM_Job::Ref> VELM_Job::jobWithContentsOfURL(const base::URL& url, OrderReport* report) {
@@ -116,6 +137,7 @@ VELM_Job::Ref VELM_Job::instanceWithXMLObject(std::string_view path) {
 }
 
 VELM_Job::Ref VELM_Job::instanceWithXMLObject(const base::Data& data) {
+    if (!platform::data::isValidUTF8(data.asText())) return nullptr;
     return jobWithSource(Source{{}, {}, std::string(data.asText())}, data).value_or(nullptr);
 }
 

@@ -30,6 +30,10 @@ class OrderReport;
 class VELM_Package;
 class VELM_Template;
 
+namespace jobs {
+struct TicketReading;
+}
+
 class VELM_Job final : public base::Object,
                        public JobValues,
                        public platform::run::Observable,
@@ -168,17 +172,24 @@ private:
     struct Source;
 
     VELM_Job();
-    static base::Result<Ref> make(std::string_view xml);
+    static base::Result<Ref> make(std::string_view xml, const std::string& file);
     static base::Result<Ref> jobWithSource(const base::Result<Source>& source, const base::Value& given,
                                            OrderReport* report = nullptr);
     static base::Result<Source> sourceAtURL(const base::URL& url);
 
-    void parseXML_velmVersion1(const ParseCompletion& completion);
-    void parseXML_sorrelVersion1(const ParseCompletion& completion);
+    void parseXML_velmVersion1(const ParseCompletion& completion, OrderReport* report);
+    void parseXML_sorrelVersion1(const ParseCompletion& completion, OrderReport* report);
     std::optional<base::Error> translateForeignValues();
-    static void buildDictionary(base::Dictionary& target, const platform::data::XMLNode& element);
-    void parseAllImages(const platform::data::XMLNode& element);
-    void parsePackage(const platform::data::XMLNodeRef& element, base::Array& references);
+    std::vector<platform::data::XMLNodeRef> rootChildren() const;
+    void parseElement(const platform::data::XMLNode& element, OrderReport* report);
+    void parseAllImages(const platform::data::XMLNode& element, const jobs::TicketReading& reading);
+    void parsePackage(const platform::data::XMLNodeRef& element, base::Array& references, OrderReport* report);
+    static void buildDictionary(base::Dictionary& target, const platform::data::XMLNode& element,
+                                const jobs::TicketReading& reading);
+    static void buildShortSlot(base::Dictionary& target, const platform::data::XMLNode& element,
+                               const jobs::TicketReading& reading);
+    static void buildSlotValue(base::Dictionary& target, const std::string& slot, const platform::data::XMLNode& child,
+                               const jobs::TicketReading& reading);
     void makePreviewItems();
 
     const base::Value& valueForKeyInDict(std::string_view key) const { return base::valueForKey(valuesDict_, key); }

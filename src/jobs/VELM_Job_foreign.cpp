@@ -4,13 +4,14 @@
 
 #include "base/MessageTemplate.h"
 #include "base/Text.h"
-#include "internal/XMLReading.h"
+#include "internal/TicketReading.h"
 #include "platform/data/UserDefaults.h"
 
 #include <algorithm>
 #include <array>
 
 using base::equalIgnoringCase;
+using platform::data::XMLNode;
 using platform::data::XMLNodeRef;
 
 namespace {
@@ -29,20 +30,31 @@ base::Error missingElement(std::string_view name) {
     return {std::string(base::posixErrorDomain), jobs::jobErrorCode, base::message("Error parsing job; no %@", name)};
 }
 
+void noteOtherQuantity(const XMLNode& element, OrderReport* report) {
+    if (report && base::integerValue(element.stringValue()) != 1)
+        jobs::note(report, element, "<%@> is \"%@\", but an order makes each product once", element.name(),
+                   jobs::quotable(element.stringValue()));
+}
+
 } // namespace
 
-void VELM_Job::parseXML_sorrelVersion1(const ParseCompletion& completion) {
-    for (const XMLNodeRef& child : xmlDoc_->rootElement()->children()) {
-        if (!jobs::isElementToRead(*child)) continue;
+void VELM_Job::parseXML_sorrelVersion1(const ParseCompletion& completion, OrderReport* report) {
+    const jobs::TicketReading reading{report, {}};
+    for (const XMLNodeRef& child : rootChildren()) {
+        if (!jobs::isElementToRead(*child, report)) continue;
         const std::string name = base::lowercase(child->name());
-        if (std::find(plainElements.begin(), plainElements.end(), name) != plainElements.end())
-            setObject(child->stringValue(), name);
-        else if (name == "allimages")
-            parseAllImages(*child);
-        else
-            buildDictionary(valuesDict_, *child);
+        if (std::find(plainElements.begin(), plainElements.end(), name) == plainElements.end()) {
+            parseElement(*child, report);
+            continue;
+        }
+        reading.noteElement(*child, name);
+        reading.noteAttributes(*child);
+        if (name == "quantity") noteOtherQuantity(*child, report);
+        setObject(child->stringValue(), name);
     }
     const auto error = translateForeignValues();
+    if (!error && report)
+        if (const auto place = report->placeOf(std::nullopt, "plucode")) report->setPlace(0, *place);
     if (completion) completion(error);
 }
 

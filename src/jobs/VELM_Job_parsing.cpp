@@ -3,10 +3,13 @@
 
 #include "base/Log.h"
 #include "base/Text.h"
-#include "internal/XMLReading.h"
+#include "internal/TicketReading.h"
 #include "jobs/VELM_Package.h"
 
+#include <algorithm>
+
 using base::equalIgnoringCase;
+using jobs::TicketReading;
 using platform::data::XMLNode;
 using platform::data::XMLNodeRef;
 
@@ -29,19 +32,26 @@ base::Dictionary& tableIn(base::Dictionary& target, std::string_view table) {
     return *entry.as<base::Dictionary>();
 }
 
+/// What an inline package reads of its element.
+bool isPackageElement(std::string_view name) {
+    constexpr std::string_view known[] = {"plucode", "productid", "name",     "icon",      "price", "template",
+                                          "output",  "layout",    "portrait", "landscape", "square"};
+    return std::any_of(std::begin(known), std::end(known),
+                       [name](std::string_view each) { return equalIgnoringCase(each, name); });
+}
+
 } // namespace
 
-void VELM_Job::parseXML(const ParseCompletion& completion, OrderReport*) {
+void VELM_Job::parseXML(const ParseCompletion& completion, OrderReport* report) {
     const auto parsing = platform::run::Progress::child(1, progress_, 10);
-    const XMLNodeRef root = xmlDoc_ ? xmlDoc_->rootElement() : nullptr;
-    if (root) {
+    if (const XMLNodeRef root = xmlDoc_ ? xmlDoc_->rootElement() : nullptr) {
         for (const XMLNodeRef& attribute : root->attributes()) {
-            if (equalIgnoringCase(attribute->name(), "type"))
+            if (attribute->nameIs("type"))
                 setObject(attribute->stringValue(), "type");
-            else if (equalIgnoringCase(attribute->name(), "version"))
+            else if (attribute->nameIs("version"))
                 setObject(attribute->stringValue(), "version");
             else
-                jobs::logUnexpectedAttribute(*attribute);
+                jobs::logUnexpectedAttribute(*attribute, report);
         }
     }
     if (equalIgnoringCase(jobType().value_or(""), className())) {
@@ -53,80 +63,140 @@ void VELM_Job::parseXML(const ParseCompletion& completion, OrderReport*) {
                 base::log("%@", *error);
             return;
         }
-        parseXML_velmVersion1(completion);
+        parseXML_velmVersion1(completion, report);
     } else {
-        parseXML_sorrelVersion1(completion);
+        parseXML_sorrelVersion1(completion, report);
     }
     makePreviewItems();
     parsing->setCompletedUnitCount(1);
 }
 
-void VELM_Job::parseXML_velmVersion1(const ParseCompletion& completion) {
+std::vector<XMLNodeRef> VELM_Job::rootChildren() const {
+    const XMLNodeRef root = xmlDoc_ ? xmlDoc_->rootElement() : nullptr;
+    return root ? root->children() : std::vector<XMLNodeRef>();
+}
+
+void VELM_Job::parseXML_velmVersion1(const ParseCompletion& completion, OrderReport* report) {
     base::Array references;
-    for (const XMLNodeRef& child : xmlDoc_->rootElement()->children()) {
-        if (!jobs::isElementToRead(*child)) continue;
-        if (equalIgnoringCase(child->name(), "package"))
-            parsePackage(child, references);
-        else if (equalIgnoringCase(child->name(), "allimages"))
-            parseAllImages(*child);
+    for (const XMLNodeRef& child : rootChildren()) {
+        if (!jobs::isElementToRead(*child, report)) continue;
+        if (child->nameIs("package"))
+            parsePackage(child, references, report);
         else
-            buildDictionary(valuesDict_, *child);
+            parseElement(*child, report);
     }
     if (!references.empty()) setObject(std::move(references), "package");
     if (completion) completion(std::nullopt);
 }
 
-void VELM_Job::parseAllImages(const XMLNode& element) {
+void VELM_Job::parseElement(const XMLNode& element, OrderReport* report) {
+    if (element.nameIs("allimages"))
+        parseAllImages(element, {report, {}});
+    else
+        buildDictionary(valuesDict_, element, {report, {}});
+}
+
+void VELM_Job::parseAllImages(const XMLNode& element, const TicketReading& reading) {
+    reading.noteElement(element, "allimages");
+    reading.noteAttributes(element);
     base::Array paths;
-    for (const XMLNodeRef& child : element.children())
-        if (jobs::isElementToRead(*child)) paths.emplace_back(child->stringValue());
+    for (const XMLNodeRef& child : element.children()) {
+        if (!jobs::isElementToRead(*child, reading.report)) continue;
+        reading.noteAttributes(*child);
+        paths.emplace_back(child->stringValue());
+    }
     setObject(std::move(paths), "allimages");
 }
 
-void VELM_Job::parsePackage(const XMLNodeRef& element, base::Array& references) {
+void VELM_Job::parsePackage(const XMLNodeRef& element, base::Array& references, OrderReport* report) {
     base::Dictionary reference;
     bool isInline = false;
     for (const XMLNodeRef& attribute : element->attributes()) {
         const std::string name = base::lowercase(attribute->name());
-        if (name == "name" || name == "id" || name == "key")
-            reference["name"] = attribute->stringValue();
-        else if (name == "plucode")
-            reference["plucode"] = attribute->stringValue();
-        else if (name == "type")
-            isInline = equalIgnoringCase(attribute->stringValue(), "inline");
-        else
-            base::log("Found unexpected XML attribute \"%@=%@\" while parsing package", attribute->name(),
-                      attribute->stringValue());
+        const std::string text = attribute->stringValue();
+        if (name == "name" || name == "id" || name == "key") {
+            if (const auto before = base::textForKey(reference, "name"))
+                jobs::note(report, *attribute, "attribute %@=\"%@\" replaces the name \"%@\"", attribute->name(),
+                           jobs::quotable(text), jobs::quotable(*before));
+            reference["name"] = text;
+        } else if (name == "plucode") {
+            reference["plucode"] = text;
+        } else if (name == "type") {
+            isInline = equalIgnoringCase(text, "inline");
+            if (!isInline)
+                jobs::note(report, *attribute, "the type \"%@\" of a package is not \"inline\" and has no effect",
+                           jobs::quotable(text));
+        } else {
+            base::log("Found unexpected XML attribute \"%@=%@\" while parsing package", attribute->name(), text);
+            jobs::note(report, *attribute, "attribute %@ of <%@> is not known and is not read", attribute->name(),
+                       element->name());
+        }
     }
+    const TicketReading reading{report, references.size()};
     if (isInline) {
-        const VELM_Package::Ref package = VELM_Package::initWithNode(element, shared_from_this());
+        const VELM_Package::Ref package = VELM_Package::initWithNode(element, shared_from_this(), report);
         package->setValue("name", base::textForKey(reference, "name").value_or("inline"));
         reference["package"] = package;
     }
-    for (const XMLNodeRef& child : element->children())
-        if (jobs::isElementToRead(*child)) buildDictionary(reference, *child);
-    if (reference.empty()) return;
+    for (const XMLNodeRef& child : element->children()) {
+        // What an inline package reads goes through the form of slots too, where it means nothing.
+        const bool isOfPackage = isInline && isPackageElement(child->name());
+        const bool isOfBoth = isInline && !child->isElement();
+        if (jobs::isElementToRead(*child, isOfBoth ? nullptr : report))
+            buildDictionary(reference, *child, isOfPackage ? TicketReading{} : reading);
+    }
+    if (reference.empty()) {
+        jobs::note(report, *element, "<%@> is empty and is dropped", element->name());
+        return;
+    }
     if (urlJobContainer_) reference["job"] = *urlJobContainer_;
+    if (report) report->setPlace(references.size(), jobs::placeOf(*element, *report));
     references.emplace_back(std::move(reference));
 }
 
-void VELM_Job::buildDictionary(base::Dictionary& target, const XMLNode& element) {
+void VELM_Job::buildDictionary(base::Dictionary& target, const XMLNode& element, const TicketReading& reading) {
     const std::string& slot = element.name();
     const auto& children = element.children();
     tableIn(target, "key"); // there after any slot, if only empty
+    reading.noteElement(element, slot);
     if (children.empty()) {
         base::log("unrecognized element %@ : %@", slot, element.stringValue());
+        jobs::note(reading.report, element, "<%@> is empty and is not read", slot);
     } else if (children.size() == 1) {
-        for (const XMLNodeRef& attribute : element.attributes())
-            if (equalIgnoringCase(attribute->name(), "croprect"))
-                tableIn(target, "croprect")[slot] = attribute->stringValue();
-        tableIn(target, "key")[slot] = element.stringValue();
+        buildShortSlot(target, element, reading);
     } else {
-        for (const XMLNodeRef& child : children) {
-            if (!jobs::isElementToRead(*child)) continue;
-            for (const auto& entry : slotChildren)
-                if (equalIgnoringCase(child->name(), entry.child))
-                    tableIn(target, entry.table)[slot] = child->stringValue();
-        }
+        reading.noteAttributes(element);
+        for (const XMLNodeRef& child : children)
+            if (jobs::isElementToRead(*child, reading.report)) buildSlotValue(target, slot, *child, reading);
     }
+}
+
+void VELM_Job::buildShortSlot(base::Dictionary& target, const XMLNode& element, const TicketReading& reading) {
+    const std::string& slot = element.name();
+    for (const XMLNodeRef& attribute : element.attributes()) {
+        if (attribute->nameIs("croprect"))
+            tableIn(target, "croprect")[slot] = attribute->stringValue();
+        else
+            jobs::note(reading.report, *attribute, "attribute %@ of <%@> is not read", attribute->name(), slot);
+    }
+    tableIn(target, "key")[slot] = element.stringValue();
+
+    const XMLNode& child = *element.children().front();
+    if (child.isElement() && !child.nameIs("filepath"))
+        jobs::note(reading.report, child, "<%@> is all that <%@> holds, so its text is read as the <filepath>",
+                   child.name(), slot);
+    else if (!child.isElement() && child.kind() != platform::data::XMLNodeKind::text)
+        jobs::note(reading.report, element, "<%@> holds no text, so its value is empty", slot);
+}
+
+void VELM_Job::buildSlotValue(base::Dictionary& target, const std::string& slot, const XMLNode& child,
+                              const TicketReading& reading) {
+    const auto* entry = std::find_if(std::begin(slotChildren), std::end(slotChildren),
+                                     [&child](const auto& known) { return child.nameIs(known.child); });
+    if (entry == std::end(slotChildren)) {
+        jobs::note(reading.report, child, "<%@> in <%@> is not known and is not read", child.name(), slot);
+        return;
+    }
+    reading.noteAttributes(child);
+    tableIn(target, entry->table)[slot] = child.stringValue();
 }
