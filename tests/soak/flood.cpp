@@ -46,11 +46,11 @@ struct Crowd {
     fs::path folder;
 };
 
-/// The time of a number's ticket: scattered, so that neither names nor the disk give the order away.
+/// The time of a number's ticket: scattered, so that neither names nor the disk give the order away, and even.
 std::time_t dateOf(int number, int total) {
     constexpr std::int64_t stride = 1'000'003; // a prime above any count
     constexpr std::time_t begin = 1'600'000'000;
-    return begin + static_cast<std::time_t>((number * stride) % total);
+    return begin + 2 * static_cast<std::time_t>((number * stride) % total);
 }
 
 /// An order that makes nothing; each reading of its ticket leaves a line in the log.
@@ -293,7 +293,7 @@ int main(int count, char** arguments) {
         for (int number = crowd.first; number < crowd.first + crowd.count; ++number)
             makeOrder(home, crowd, number, dateOf(number, total));
         judge.flood(crowd, static_cast<unsigned char>(index), total);
-        judge.addOne(crowd, total + static_cast<int>(index), dateOf(crowd.first + crowd.count / 2, total) + total);
+        judge.addOne(crowd, total + static_cast<int>(index), dateOf(crowd.first + crowd.count / 2, total) + 1);
     }
     judge.run(crowds.front(), orders, total + 2);
     soak::Engine::endProcess(judge.conclude());
