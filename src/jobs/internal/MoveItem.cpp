@@ -27,27 +27,40 @@ int renameWithoutReplacing(const std::string& from, const std::string& to) {
     return renamed ? 0 : renamed.error().code;
 }
 
+/// A hidden name beside the path. Not made of the path's own name, which may be as long as names can be.
 std::string asideOf(const std::string& path) {
     static std::atomic<unsigned> counter{0};
     return base::appendingPathComponent(base::deletingLastPathComponent(path),
-                                        "." + base::lastPathComponent(path) + "." + std::to_string(getpid()) + "-" +
-                                            std::to_string(counter++) + ".moving");
+                                        "." + std::to_string(getpid()) + "-" + std::to_string(counter++) + ".moving");
 }
 
-/// The item is copied beside the target first, so that it appears there whole or not at all.
+void copyDates(const std::string& from, const std::string& to) {
+    struct stat status {};
+    if (lstat(from.c_str(), &status) != 0) return;
+    const timespec times[2] = {status.st_atim, status.st_mtim};
+    utimensat(AT_FDCWD, to.c_str(), times, AT_SYMLINK_NOFOLLOW);
+}
+
+/// With the dates, which tell the age of an order.
+std::error_code copyTree(const std::string& from, const std::string& to) {
+    std::error_code error;
+    fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks, error);
+    if (error) return error;
+    std::error_code ignored;
+    for (fs::recursive_directory_iterator item(from, ignored), end; !ignored && item != end; item.increment(ignored))
+        copyDates(item->path(), base::appendingPathComponent(to, item->path().string().substr(from.size())));
+    copyDates(from, to);
+    return error;
+}
+
+/// The item is copied beside the target first, so that it appears there whole or not at all. A process that is ended in
+/// the middle leaves the item where it was; only between the last two steps it stands in both places.
 base::Result<void> moveToOtherVolume(const std::string& from, const std::string& to) {
     const std::string aside = asideOf(to);
-    std::error_code error;
-    fs::copy(from, aside, fs::copy_options::recursive | fs::copy_options::copy_symlinks, error);
     std::error_code ignored;
-    if (error) {
+    if (const std::error_code error = copyTree(from, aside)) {
         fs::remove_all(aside, ignored);
         return base::failure(base::systemError(error.value(), "cannot copy " + from + " to " + to));
-    }
-    struct stat status {};
-    if (lstat(from.c_str(), &status) == 0) {
-        const timespec times[2] = {status.st_atim, status.st_mtim};
-        utimensat(AT_FDCWD, aside.c_str(), times, AT_SYMLINK_NOFOLLOW);
     }
     if (const int number = renameWithoutReplacing(aside, to); number != 0) {
         fs::remove_all(aside, ignored);
