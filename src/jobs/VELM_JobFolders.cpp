@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 
 using jobs::FolderContainer;
@@ -34,7 +35,7 @@ bool isReceipt(const base::URL& item) {
 base::ObjectRef jobForItem(const base::URL& item) {
     const base::Result<VELM_Job::Ref> made = VELM_Job::jobWithContentsOfURL(item);
     if (!made) {
-        if (!isReceipt(item)) JobFoldersClass::shared().tellOfUnreadableItem(item, made.error());
+        if (!isReceipt(item)) JobFoldersClass::unstarted().tellOfUnreadableItem(item, made.error());
         return nullptr;
     }
     const VELM_Job::Ref job = *made;
@@ -100,15 +101,15 @@ void VELM_JobFolders::stopStartingJobs() {
 }
 
 platform::run::Observation VELM_JobFolders::observeFinishedJobs(FinishedCallback callback) {
-    return JobFoldersClass::shared().observeFinishedJobs(std::move(callback));
+    return JobFoldersClass::unstarted().observeFinishedJobs(std::move(callback));
 }
 
 platform::run::Observation VELM_JobFolders::observeUnreadableItems(UnreadableCallback callback) {
-    return JobFoldersClass::shared().observeUnreadableItems(std::move(callback));
+    return JobFoldersClass::unstarted().observeUnreadableItems(std::move(callback));
 }
 
 platform::run::Observation VELM_JobFolders::observeSettlingJobs(SettlingCallback callback) {
-    return JobFoldersClass::shared().observeSettlingJobs(std::move(callback));
+    return JobFoldersClass::unstarted().observeSettlingJobs(std::move(callback));
 }
 
 bool VELM_JobFolders::isSettling(const VELM_Job::Ref& job) {
@@ -256,6 +257,17 @@ KLARON_FileEvent::Ref VELM_JobFolders::fileEvent() const {
 void VELM_JobFolders::setFileEvent(KLARON_FileEvent::Ref fileEvent) {
     std::lock_guard lock(watchMutex_);
     fileEvent_.swap(fileEvent); // the old stream ends after the lock
+}
+
+VELM_JobFolders::FolderListing VELM_JobFolders::listingOfEnabledFolders() {
+    FolderListing all;
+    for (const Ref& folder : enabledFolders()) {
+        FolderListing listing = folder->listing();
+        std::move(listing.jobs.begin(), listing.jobs.end(), std::back_inserter(all.jobs));
+        std::move(listing.unreadable.begin(), listing.unreadable.end(), std::back_inserter(all.unreadable));
+    }
+    all.jobs = jobs::oldestFirst(all.jobs);
+    return all;
 }
 
 void VELM_JobFolders::configureJobsFolder() {

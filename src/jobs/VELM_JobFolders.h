@@ -70,7 +70,8 @@ public:
         std::optional<base::Error> moveError; ///< The file stands where it was, and no other job starts before it goes.
     };
     using FinishedCallback = std::function<void(const FinishedJob& finished)>;
-    /// Called after each job's file was moved, or could not be, on the thread of the job.
+    /// Called after each job's file was moved, or could not be, on the thread of the job. Like the two observations
+    /// below it can be made before the engine starts, and does not start it.
     [[nodiscard]] static platform::run::Observation observeFinishedJobs(FinishedCallback callback);
 
     /// Called with an item of a watched folder that looks like an order but can't be read, at each try: it stays where
@@ -132,6 +133,8 @@ public:
     /// Reads the folder and its tickets on the calling thread. Watches nothing and changes nothing; the jobs are others
     /// than those of `jobs`.
     FolderListing listing() const;
+    /// The same of all enabled folders together.
+    static FolderListing listingOfEnabledFolders();
     KLARON_FileEvent::Ref fileEvent() const;
     /// Forgets the folder's jobs and starts its stream anew; the stream's first event makes the first scan.
     void configureJobsFolder();

@@ -71,15 +71,16 @@ JobFoldersClass::JobFoldersClass()
     : FolderSetClass("VELM_JobFolders",
                      [](const base::Dictionary& archived) { return std::make_shared<VELM_JobFolders>(archived); }) {}
 
+JobFoldersClass& JobFoldersClass::unstarted() {
+    std::lock_guard lock(sharedMutex);
+    if (!sharedClass) sharedClass = new JobFoldersClass;
+    return *sharedClass;
+}
+
 JobFoldersClass& JobFoldersClass::shared() {
-    JobFoldersClass* object;
-    {
-        std::lock_guard lock(sharedMutex);
-        if (!sharedClass) sharedClass = new JobFoldersClass;
-        object = sharedClass;
-    }
-    std::call_once(object->started_, [object] { object->start(); });
-    return *object;
+    JobFoldersClass& object = unstarted();
+    std::call_once(object.started_, [&object] { object.start(); });
+    return object;
 }
 
 void JobFoldersClass::keepStill() {

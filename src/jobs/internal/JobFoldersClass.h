@@ -33,6 +33,8 @@ public:
 
     /// The class in force, started.
     static JobFoldersClass& shared();
+    /// The same object, which this does not start.
+    static JobFoldersClass& unstarted();
     static void replaceShared();
     /// From now on the class in force, which is not made yet, neither watches nor starts anything.
     static void keepStill();
