@@ -52,20 +52,25 @@ std::optional<base::URL> VELM_Output::urlOriginalImage() const {
     return container->appendingPathComponent("Images").appendingPathComponent(path);
 }
 
-std::string VELM_Output::outputFilenameForDestination(const VELM_Destination& destination) const {
+std::string VELM_Output::uniqueTimeStamp() {
+    return output::uniqueTimeStamp();
+}
+
+std::string VELM_Output::outputFilenameForDestination(const VELM_Destination& destination,
+                                                      const TimeStamp& time) const {
     std::string base = "image";
     if (base::equalIgnoringCase(destination.filename().value_or(""), "originalimagename"))
         base = originalFilePath().value_or("");
-    return nameWithoutExtension(base) + "_" + output::uniqueTimeStamp();
+    return nameWithoutExtension(base) + "_" + time();
 }
 
-std::string VELM_Output::outputPathForDestination(const VELM_Destination& destination) const {
+std::string VELM_Output::outputPathForDestination(const VELM_Destination& destination, const TimeStamp& time) const {
     // An element without text names no place either.
     const std::string filepath = destination.filepath().value_or("");
     const std::string path = filepath.empty() ? fallbackOutputPath() : filepath;
     const std::string extension = base::pathExtension(path);
-    const std::string filename =
-        base::appendingPathExtension(outputFilenameForDestination(destination), extension.empty() ? "jpg" : extension);
+    const std::string filename = base::appendingPathExtension(outputFilenameForDestination(destination, time),
+                                                              extension.empty() ? "jpg" : extension);
     bool isFile = !extension.empty();
     if (!isFile && !filepath.empty()) {
         const base::URL url = base::URL::fileURLWithPath(filepath);
@@ -74,13 +79,13 @@ std::string VELM_Output::outputPathForDestination(const VELM_Destination& destin
     return base::appendingPathComponent(isFile ? base::deletingLastPathComponent(path) : path, filename);
 }
 
-std::optional<std::string> VELM_Output::outputPathForPTFS(const VELM_PrintToFileSet* set) const {
+std::optional<std::string> VELM_Output::outputPathForPTFS(const VELM_PrintToFileSet* set, const TimeStamp& time) const {
     if (!set) return std::nullopt;
     const std::string original = base::lastPathComponent(originalFilePath().value_or(""));
     const std::string path = set->URL().appendingPathComponent(original.empty() ? "image" : original).path();
     const std::string stem = base::deletingPathExtension(path) + "_";
     const std::string format = set->nameFormat();
-    if (format == "Image + Date_Time") return stem + output::uniqueTimeStamp();
+    if (format == "Image + Date_Time") return stem + time();
     if (format == "Image + Template") {
         const auto found = outputNodes_m_.empty() ? templates_.end() : templates_.find(outputNodes_m_.front()->name());
         const bool isThere = found != templates_.end() && found->second && found->second->documentURL();
@@ -94,6 +99,36 @@ std::optional<std::string> VELM_Output::outputPathForPTFS(const VELM_PrintToFile
         return stem + (slots ? nameWithoutExtension(base::textForKey(*slots, "image1").value_or("")) : "ckTemplate");
     }
     return path;
+}
+
+VELM_Output::FileSettings VELM_Output::fileSettings(const VELM_Destination& destination, const TimeStamp& time) const {
+    FileSettings settings{.type = std::string(data::kUTTypeJPEG), .isCopy = destination.saveOriginal()};
+    if (const auto name = destination.printToFileSetPathIndex()) {
+        settings.set = VELM_PrintToFileSet::folderSetWithName(*name);
+        base::log("Destination has specified PrintToFileSet %@:%@", *name, settings.set);
+    }
+    if (const auto& set = settings.set) {
+        settings.path = outputPathForPTFS(set.get(), time);
+        settings.site = set->uploadFolder();
+        settings.type = set->fileFormat();
+        settings.downsample = set->webUploadHasMaxPixels();
+        settings.maximum = set->webUploadMaxPixels();
+        settings.overwrite = set->overwriteExisting();
+        return settings;
+    }
+    settings.path = outputPathForDestination(destination, time);
+    settings.site = destination.uploadSite();
+    settings.downsample = destination.resize();
+    if (base::valueForKey(destination.valuesDict(), "limitsize"))
+        settings.maximum = static_cast<double>(destination.limitSize());
+    settings.overwrite = settings.isCopy;
+    return settings;
+}
+
+std::optional<std::string> VELM_Output::FileSettings::writtenPath() const {
+    if (!path || isCopy) return path;
+    const base::URL named = base::URL::fileURLWithPath(*path);
+    return data::appendingPathExtensionForType(named.deletingPathExtension(), type).path();
 }
 
 std::optional<std::string> VELM_Output::exifCommentForDictionary(const base::Dictionary& dictionary) {

@@ -7,7 +7,6 @@
 #include "imaging/KLARON_Image.h"
 #include "internal/WrittenFiles.h"
 #include "output/PrinterDestinationHandler.h"
-#include "output/VELM_PrintToFileSet.h"
 #include "platform/data/FileTypes.h"
 #include "template/VELM_Template.h"
 
@@ -69,7 +68,7 @@ private:
 
 base::Result<ImageRef> ProductMaker::make() {
     const auto& templates = output_.templates();
-    if (output_.outputNodes().empty() && templates.size() == 1 && templates.begin()->second) {
+    if (output_.drawsOnlyTemplate()) {
         return render(*templates.begin()->second, output_).map([](RenderedTemplate rendered) {
             return rendered.image;
         });
@@ -146,43 +145,10 @@ void ProductMaker::drawOnCanvas(const VELM_Output_node& node, const ImageRef& im
     });
 }
 
-// The print-to-file set that a destination names; null when it names none or there is no such set.
-std::shared_ptr<VELM_PrintToFileSet> printToFileSet(const VELM_Destination& destination) {
-    const auto name = destination.printToFileSetPathIndex();
-    if (!name) return nullptr;
-    auto set = VELM_PrintToFileSet::folderSetWithName(*name);
-    base::log("Destination has specified PrintToFileSet %@:%@", *name, set);
-    return set;
-}
-
 std::optional<std::string> uploadComment(const std::optional<std::string>& path,
                                          const std::optional<std::string>& site) {
     if (!path || !site) return std::nullopt;
     return VELM_Output::exifCommentForDictionary({{"OriginalPath", *path}, {"f", *site}});
-}
-
-// How a product is written at a file destination: by the set that it names, or else by its own settings.
-struct FileSettings {
-    std::optional<std::string> path;
-    std::optional<std::string> site;
-    std::string type = std::string(platform::data::kUTTypeJPEG);
-    bool downsample = false;
-    std::optional<double> maximum; // pixels of the longer side
-    bool overwrite = false;
-};
-
-FileSettings fileSettings(const VELM_Output& output, const VELM_Destination& destination) {
-    if (const auto set = printToFileSet(destination)) {
-        return {output.outputPathForPTFS(set.get()), set->uploadFolder(),       set->fileFormat(),
-                set->webUploadHasMaxPixels(),        set->webUploadMaxPixels(), set->overwriteExisting()};
-    }
-    FileSettings settings;
-    settings.path = output.outputPathForDestination(destination);
-    settings.site = destination.uploadSite();
-    settings.downsample = destination.resize();
-    if (base::valueForKey(destination.valuesDict(), "limitsize"))
-        settings.maximum = static_cast<double>(destination.limitSize());
-    return settings;
 }
 
 // Writes a file, tells those who observe files, and replies.
@@ -198,7 +164,7 @@ void deliver(const VELM_Output& output, const VELM_Output::Reply& reply,
 
 void processFileDestination(const VELM_Output& output, const VELM_Destination& destination, const ImageRef& product,
                             const VELM_Output::Reply& reply) {
-    const FileSettings settings = fileSettings(output, destination);
+    const VELM_Output::FileSettings settings = output.fileSettings(destination);
     base::log("Will save to output path: %@", settings.path);
     if (destination.saveOriginal()) {
         output.processSaveOriginalDestination(destination, reply);
@@ -264,12 +230,10 @@ void VELM_Output::processToCompletion(const Reply& reply) const {
 
 void VELM_Output::processSaveOriginalDestination(const VELM_Destination& destination, const Reply& reply) const {
     if (destination.kind() != VELM_Destination::Kind::file || !destination.saveOriginal()) return;
-    const auto set = printToFileSet(destination);
-    const std::optional<std::string> path = set ? outputPathForPTFS(set.get()) : outputPathForDestination(destination);
-    const std::optional<std::string> site = set ? set->uploadFolder() : destination.uploadSite();
-    const bool overwrite = set ? set->overwriteExisting() : true;
+    const FileSettings settings = fileSettings(destination);
     deliver(*this, reply, [&](ErrorPlace error, WrittenFiles files) {
-        return KLARON_Image::writeImageFile(urlOriginalImage(), path, uploadComment(path, site), overwrite, error,
+        return KLARON_Image::writeImageFile(urlOriginalImage(), settings.path,
+                                            uploadComment(settings.path, settings.site), settings.overwrite, error,
                                             files);
     });
 }
