@@ -28,8 +28,11 @@ void declareWatch(CLI::App& app, const Chosen& chosen);
 void declareInit(CLI::App& app, const Chosen& chosen);
 void declareRender(CLI::App& app, const Chosen& chosen);
 void declareTemplate(CLI::App& app, const Chosen& chosen);
+void declarePackage(CLI::App& app, const Chosen& chosen);
+void declareJobs(CLI::App& app, const Chosen& chosen);
 void declareDefaults(CLI::App& app, const Chosen& chosen);
 void declareImage(CLI::App& app, const Chosen& chosen);
 void declareCode(CLI::App& app, const Chosen& chosen);
+void declareOrder(CLI::App& app, const Chosen& chosen);
 
 } // namespace velmctl

@@ -31,9 +31,12 @@ int parseAndRun(int count, char** arguments) {
     velmctl::declareInit(app, chosen);
     velmctl::declareRender(app, chosen);
     velmctl::declareTemplate(app, chosen);
+    velmctl::declarePackage(app, chosen);
+    velmctl::declareJobs(app, chosen);
     velmctl::declareDefaults(app, chosen);
     velmctl::declareImage(app, chosen);
     velmctl::declareCode(app, chosen);
+    velmctl::declareOrder(app, chosen);
 
     try {
         app.parse(count, arguments);
