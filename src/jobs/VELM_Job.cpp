@@ -4,6 +4,7 @@
 #include "base/Text.h"
 #include "imaging/KLARON_Image.h"
 #include "internal/FolderEnumeration.h"
+#include "jobs/KLARON_Audit.h"
 #include "jobs/OrderReport.h"
 #include "platform/data/Dates.h"
 #include "platform/data/FileAttributes.h"
@@ -56,6 +57,10 @@ struct VELM_Job::Source {
 };
 
 VELM_Job::VELM_Job() : progress_(platform::run::Progress::create(totalProgressUnits)) {}
+
+VELM_Job::~VELM_Job() {
+    KLARON_Audit::end(this);
+}
 
 VELM_Job::Ref VELM_Job::init() {
     Ref job(new VELM_Job);

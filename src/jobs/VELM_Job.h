@@ -11,6 +11,7 @@
 #include "platform/data/XMLDocument.h"
 #include "platform/run/Observation.h"
 #include "platform/run/Progress.h"
+#include "template/KLARON_Audited.h"
 #include "template/RenderingContext.h"
 
 #include <atomic>
@@ -36,6 +37,7 @@ struct TicketReading;
 
 class VELM_Job final : public base::Object,
                        public JobValues,
+                       public KLARON_Audited,
                        public platform::run::Observable,
                        public std::enable_shared_from_this<VELM_Job> {
 public:
@@ -50,6 +52,9 @@ public:
 
     /// A job built in code: "type" and "version" only.
     static Ref init();
+    ~VELM_Job() override;
+    VELM_Job(const VELM_Job&) = delete;
+    VELM_Job& operator=(const VELM_Job&) = delete;
     /// Reads a ticket: a job bundle, a native or a foreign ticket. Null for what is no ticket or can't be parsed; what
     /// is wrong with it is logged, save that a file that can't be read and a receipt pass in silence.
     static Ref instanceWithXMLObject(std::string_view path);
@@ -91,7 +96,7 @@ public:
     std::optional<std::string> graphicPath() const override;
     /// When the ticket was last modified, or now when that can't be told. Asks the file system at each call.
     base::Date dateStarted() const;
-    std::vector<std::string> auditedProductKeys() const { return {"thumbnail"}; }
+    std::vector<std::string> auditedProductKeys() const override { return {"thumbnail"}; }
 
     using JobValues::valueForKey;
     std::optional<std::string> valueForKey(std::string_view key, const std::optional<std::string>& packageName,
