@@ -3,6 +3,7 @@
 #include "base/Log.h"
 #include "internal/LogicalProcessors.h"
 #include "internal/XMLReading.h"
+#include "jobs/KLARON_Audit.h"
 #include "jobs/VELM_Job.h"
 #include "platform/draw/PictureCache.h"
 #include "platform/run/Group.h"
@@ -14,6 +15,10 @@ using platform::run::Queue;
 using platform::run::QueueRef;
 
 // Making ---------------------------------------------------------------------------------------------------------
+
+VELM_Package::~VELM_Package() {
+    KLARON_Audit::end(this);
+}
 
 VELM_Package::Ref VELM_Package::init() {
     auto package = std::make_shared<VELM_Package>();

@@ -10,6 +10,7 @@
 #include "platform/data/XMLDocument.h"
 #include "platform/run/Observation.h"
 #include "platform/run/Queue.h"
+#include "template/KLARON_Audited.h"
 #include "template/RenderingContext.h"
 #include "template/VELM_XML_object.h"
 
@@ -26,6 +27,7 @@ class VELM_Template;
 
 class VELM_Package final : public VELM_XML_object,
                            public PackageValues,
+                           public KLARON_Audited,
                            public std::enable_shared_from_this<VELM_Package> {
 public:
     using Ref = std::shared_ptr<VELM_Package>;
@@ -35,6 +37,7 @@ public:
     /// reading itself ends there.
     using Look = std::function<void(VELM_Package& package, const std::optional<base::Error>& error, bool& stop)>;
 
+    ~VELM_Package() override;
     /// The package of a job's package reference: the inline one, or the one found in the job's Packages folder or else
     /// in the configured folder. Null when there is none.
     static Ref packageWithDictionary(const base::Dictionary& reference);
@@ -86,7 +89,7 @@ public:
     std::vector<std::pair<std::string, std::string>> xmlElementAttributes() const;
     std::vector<platform::data::XMLNodeRef> xmlElementChildren() const;
 
-    std::vector<std::string> auditedProductKeys() const { return {"thumbnail"}; }
+    std::vector<std::string> auditedProductKeys() const override { return {"thumbnail"}; }
     std::string className() const override { return "VELM_Package"; }
 
 private:
@@ -95,8 +98,6 @@ private:
     enum class Surroundings { packageFile, ticket };
     void parseChildren(const platform::data::XMLNode& element, Surroundings surroundings,
                        platform::data::Findings* report);
-    void parseTemplateReference(const platform::data::XMLNode& element, platform::data::Findings* report);
-    std::shared_ptr<VELM_Template> templateAt(const platform::data::XMLNode& element, platform::data::Findings* report);
     void noteReplaced(const std::string& slot, const platform::data::XMLNode& element,
                       platform::data::Findings* report) const;
     /// The root with at least its attributes: the cheap look reads no further.
