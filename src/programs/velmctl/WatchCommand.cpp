@@ -2,6 +2,7 @@
 #include "Command.h"
 #include "Console.h"
 #include "Session.h"
+#include "TextForms.h"
 #include "app/SingleInstance.h"
 #include "app/VELM.h"
 #include "base/Places.h"
@@ -12,6 +13,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -20,6 +22,7 @@
 #include <string_view>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace velmctl {
 
@@ -28,23 +31,49 @@ namespace {
 namespace run = platform::run;
 
 void printFinishedJob(const VELM_JobFolders::FinishedJob& finished) {
-    const std::string name = finished.job->name();
+    const std::string name = oneLine(finished.job->name());
     const std::string place = finished.moveError || !finished.destination
                                   ? finished.job->urlJobContainer().value_or(finished.job->documentURL()).path()
                                   : finished.destination->path();
     if (finished.success)
-        Console::shared().result("completed " + name + " -> " + place);
+        Console::shared().result("completed " + name + " -> " + oneLine(place));
     else
-        Console::shared().result("failed " + name + " -> " + place + ": " +
-                                 (finished.error ? finished.error->localizedDescription : "no reason was given"));
+        Console::shared().result(
+            "failed " + name + " -> " + oneLine(place) + ": " +
+            oneLine(finished.error ? finished.error->localizedDescription : "no reason was given"));
     if (!finished.moveError) return;
     std::error_code failed;
     const bool isGone = !std::filesystem::exists(place, failed) && !failed;
-    Console::shared().diagnostic(isGone ? "the order " + place + " was removed while it ran"
-                                        : "the order " + place +
-                                              " stays where it is and blocks the queue until it is removed: " +
-                                              finished.moveError->localizedDescription);
+    Console::shared().diagnostic(oneLine(isGone ? "the order " + place + " was removed while it ran"
+                                                : "the order " + place +
+                                                      " stays where it is and blocks the queue until it is removed: " +
+                                                      finished.moveError->localizedDescription));
 }
+
+void printSettlingJob(const VELM_Job::Ref& job, double) {
+    Console::shared().result("waiting " + oneLine(job->name()) + " -> " +
+                             oneLine(job->urlJobContainer().value_or(job->documentURL()).path()));
+}
+
+/// An order that can't be read is tried at each look at its folder; it is told of once, and again when the reason is
+/// another.
+class UnreadableOrders {
+public:
+    void print(const base::URL& item, const base::Error& error) {
+        constexpr std::size_t mostTold = 10'000;
+        {
+            const std::lock_guard lock(mutex_);
+            if (told_.size() >= mostTold) told_.clear();
+            if (std::exchange(told_[item.path()], error) == error) return;
+        }
+        Console::shared().diagnostic(
+            oneLine("cannot read the order " + item.path() + " yet: " + error.localizedDescription));
+    }
+
+private:
+    std::mutex mutex_;
+    std::map<std::string, base::Error> told_;
+};
 
 /// The progress line of whatever job runs.
 class RunningJobDisplay {
@@ -102,9 +131,7 @@ private:
         receive();
         // The running order stands where it was and runs again at the next start. Nothing here may wait: the results'
         // reader may be what is stuck.
-        constexpr std::string_view farewell = "ended in the middle of an order\n";
-        static_cast<void>(!write(STDERR_FILENO, farewell.data(), farewell.size()));
-        _exit(exitFailure);
+        Session::abandonProcess("ended in the middle of an order");
     }
 
     void receive() {
@@ -132,6 +159,11 @@ int watch(const Options& options, bool paused) {
 
     run::RunLoop loop;
     const auto finished = VELM_JobFolders::observeFinishedJobs(printFinishedJob);
+    const auto settling = VELM_JobFolders::observeSettlingJobs(printSettlingJob);
+    const auto unreadable = VELM_JobFolders::observeUnreadableItems(
+        [orders = std::make_shared<UnreadableOrders>()](const base::URL& item, const base::Error& error) {
+            orders->print(item, error);
+        });
     const RunningJobDisplay display;
     VELM_JobFolders::jobsPending(); // the first use starts the engine
     const auto folders = VELM_JobFolders::enabledFolders();
@@ -155,7 +187,9 @@ int watch(const Options& options, bool paused) {
 void declareWatch(CLI::App& app, const Chosen& chosen) {
     CLI::App* command = app.add_subcommand("watch", "Watch the job folders and run every order that arrives");
     command->footer("Prints `watching FOLDER` for each folder, then one line for each order:\n"
-                    "`completed NAME -> PATH` or `failed NAME -> PATH: reason`.\n\n"
+                    "`completed NAME -> PATH` or `failed NAME -> PATH: reason`. Where a folder asks for orders to be\n"
+                    "still for a time, `waiting NAME -> PATH` tells of one whose turn comes before that.\n"
+                    "An order that can't be read is told of on standard error; it is tried again when it changes.\n\n"
                     "Move bundles in whole; one that is copied in is taken when it has been still for a second.\n"
                     "Pause and resume from elsewhere: velmctl defaults write velmProcessorIsRunning no (or yes).\n"
                     "SIGINT and SIGTERM end it after the running order, a second one at once.\n");
