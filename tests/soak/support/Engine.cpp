@@ -28,8 +28,9 @@ namespace {
 
 constexpr std::string_view engineWord = "--engine";
 
-/// Before anything of the engine is used.
-void prepareProcess(const EngineOptions& options) {
+} // namespace
+
+Engine::Preparation::Preparation(const EngineOptions& options) {
     base::setPlaces(base::Places::below(options.home));
     const int log =
         options.logFile.empty() ? -1 : open(options.logFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
@@ -41,9 +42,7 @@ void prepareProcess(const EngineOptions& options) {
     if (options.haste > 1) run::setClock(std::make_shared<HurriedClock>(options.haste));
 }
 
-} // namespace
-
-Engine::Engine(const EngineOptions& options) : application_((prepareProcess(options), nullptr)) {
+Engine::Engine(const EngineOptions& options) : preparation_(options) {
     application_.applicationDidFinishLaunching();
     static_cast<void>(UserDefaults::standard().setObject(!options.isPaused, key_velmProcessorIsRunning));
     VELM_JobFolders::jobsPending(); // the first use starts the engine

@@ -39,6 +39,11 @@ public:
     [[noreturn]] static void endProcess(int status);
 
 private:
+    /// First of all: nothing of the engine may be used before.
+    struct Preparation {
+        explicit Preparation(const EngineOptions& options);
+    };
+    const Preparation preparation_;
     AppDelegate application_;
     platform::run::RunLoop loop_;
 };
