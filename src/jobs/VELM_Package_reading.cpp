@@ -3,13 +3,12 @@
 
 #include "base/Log.h"
 #include "base/Text.h"
+#include "internal/ProductElements.h"
 #include "internal/XMLReading.h"
 #include "jobs/VELM_Job.h"
-#include "template/TemplateReport.h"
 #include "template/VELM_Template.h"
 
-#include <algorithm>
-#include <array>
+#include <set>
 
 using base::equalIgnoringCase;
 using jobs::note;
@@ -21,40 +20,14 @@ using platform::data::XMLNodeRef;
 namespace {
 
 constexpr int wrongTypeErrorCode = -2;
-constexpr std::array<std::string_view, 4> textElements = {"plucode", "productid", "name", "icon"};
-constexpr std::array<std::string_view, 4> inlineTemplateElements = {"layout", "portrait", "landscape", "square"};
-constexpr std::array<std::string_view, 3> slotAttributes = {"name", "id", "key"};
-constexpr std::array<std::string_view, 2> pathElements = {"filepath", "filename"};
-
-template <class Names>
-bool isOneOf(const Names& names, std::string_view name) {
-    return std::any_of(names.begin(), names.end(),
-                       [&](std::string_view known) { return equalIgnoringCase(known, name); });
-}
-
-/// Prices have no effect; only what is wrong with them is told.
-void checkPrice(const XMLNode& element, Findings* report) {
-    for (const XMLNodeRef& child : element.children()) {
-        if (child->isElement() && child->nameIs("quantity")) continue;
-        base::log("error! bad element kind %lu for element %@", child->kindNumber(), child);
-        if (!child->isComment())
-            note(report, *child, "%@ in <%@> is no <quantity>", jobs::quotable(child->xmlString()), element.name());
-    }
-}
-
-void noteUnknownAttributes(const XMLNode& element, Findings* report) {
-    for (const XMLNodeRef& attribute : element.attributes())
-        if (!isOneOf(slotAttributes, attribute->name()))
-            note(report, *attribute, "attribute %@ of <%@> is not known and is not read", attribute->name(),
-                 element.name());
-}
-
 /// The nodes of an output for which the package has no template, in an output that needs them.
 void noteNodesWithoutTemplate(const XMLNode& element, const VELM_Output& output,
                               const VELM_Package::Templates& templates, Findings& report) {
     if (output.ignoresTemplates()) return;
+    const std::vector<std::string> names = output.nodeNames();
+    const std::set<std::string> nodes(names.begin(), names.end());
     for (const XMLNodeRef& child : element.children()) {
-        if (!child->isElement() || !isOneOf(output.nodeNames(), child->name()) || templates.contains(child->name()) ||
+        if (!child->isElement() || !nodes.contains(child->name()) || templates.contains(child->name()) ||
             child->attributeValue("type") != "node")
             continue;
         note(&report, *child, "node <%@> names no template of the package", child->name());
@@ -164,18 +137,23 @@ void VELM_Package::parseChildren(const XMLNode& element, Surroundings surroundin
     for (const XMLNodeRef& child : element.children()) {
         if (!jobs::isElementToRead(*child, reportOfOthers)) continue;
         const std::string name = base::lowercase(child->name());
-        if (isOneOf(textElements, name)) {
+        if (jobs::isTextElement(name)) {
             setValue(name, child->stringValue());
         } else if (name == "price") {
-            checkPrice(*child, report);
+            jobs::checkPrice(*child, report);
         } else if (name == "template") {
-            parseTemplateReference(*child, report);
+            jobs::readTemplateReference(
+                *child, urlJobContainer(), report,
+                [&](const std::string& slot, const std::shared_ptr<VELM_Template>& found, const XMLNode& file) {
+                    noteReplaced(slot, file, report);
+                    addTemplate(slot, found);
+                });
         } else if (name == "output") {
             const auto output = VELM_Output::initWithNode(*child, report);
             output->setPackage(weak_from_this());
             outputs.emplace_back(output);
             if (report) readOutputs.emplace_back(child, output);
-        } else if (isOneOf(inlineTemplateElements, name)) {
+        } else if (jobs::isInlineTemplateElement(name)) {
             if (const auto inlineTemplate = VELM_Template::initWithNode(*child, urlJobContainer())) {
                 const std::string slot = inlineTemplate->name().value_or("");
                 noteReplaced(slot, *child, report);
@@ -193,39 +171,4 @@ void VELM_Package::parseChildren(const XMLNode& element, Surroundings surroundin
 void VELM_Package::noteReplaced(const std::string& slot, const XMLNode& element, Findings* report) const {
     if (report && velmNodes().contains(slot))
         note(report, element, "template \"%@\" takes the place of the one before it under that name", slot);
-}
-
-void VELM_Package::parseTemplateReference(const XMLNode& element, Findings* report) {
-    std::optional<std::string> slot;
-    for (const XMLNodeRef& attribute : element.attributes())
-        if (isOneOf(slotAttributes, attribute->name())) slot = attribute->stringValue();
-    if (report) noteUnknownAttributes(element, report);
-    if (!slot) note(report, element, "<%@> has neither name, id nor key: no node can name it", element.name());
-
-    bool namesFile = false;
-    for (const XMLNodeRef& child : element.children()) {
-        if (!jobs::isElementToRead(*child, report)) continue;
-        if (!isOneOf(pathElements, child->name())) {
-            note(report, *child, "element <%@> in <%@> is not known and is not read", child->name(), element.name());
-            continue;
-        }
-        namesFile = true;
-        if (const auto found = templateAt(*child, report)) {
-            noteReplaced(slot.value_or(""), *child, report);
-            addTemplate(slot.value_or(""), found);
-        }
-    }
-    if (!namesFile) note(report, element, "<%@> names no file in a <filepath>", element.name());
-}
-
-std::shared_ptr<VELM_Template> VELM_Package::templateAt(const XMLNode& element, Findings* report) {
-    if (!report) return VELM_Template::templateWithPath(element.stringValue(), urlJobContainer());
-    TemplateReport reading;
-    const auto found = VELM_Template::templateWithPath(element.stringValue(), false, urlJobContainer(), &reading);
-    if (!found && !reading.findings().empty())
-        note(report, element, "%@", reading.findings().front().message);
-    else if (found && !found->value(VELM_XML_Key_layers))
-        note(report, element, "the template \"%@\" holds nothing that could be drawn",
-             jobs::quotable(element.stringValue()));
-    return found;
 }

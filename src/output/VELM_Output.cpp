@@ -154,6 +154,7 @@ std::shared_ptr<VELM_Output> VELM_Output::copyWithZone() const {
     copy->height_ = height_;
     copy->allImagesPath_ = allImagesPath_;
     copy->package_ = package_;
+    copy->asset_ = asset_;
     for (const auto& [name, original] : templates_) {
         if (!original) continue;
         // On its own queue, because a run of another output may be filling it in right now.

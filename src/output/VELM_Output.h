@@ -75,6 +75,9 @@ public:
 
     std::shared_ptr<const PackageValues> package() const { return package_.lock(); }
     void setPackage(std::weak_ptr<const PackageValues> package) { package_ = std::move(package); }
+    /// The owner in the older form of a ticket, a VELM_Asset.
+    std::shared_ptr<const base::Object> asset() const { return asset_.lock(); }
+    void setAsset(std::weak_ptr<const base::Object> asset) { asset_ = std::move(asset); }
     const Templates& templates() const { return templates_; }
     void setTemplates(Templates templates) { templates_ = std::move(templates); }
     /// The picture of this run, when the output runs once for each picture.
@@ -160,5 +163,6 @@ private:
     std::optional<std::string> allImagesPath_;
     Templates templates_;
     std::weak_ptr<const PackageValues> package_;
+    std::weak_ptr<const base::Object> asset_;
     platform::run::Observable observable_;
 };
