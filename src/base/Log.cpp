@@ -37,8 +37,12 @@ void logMessage(std::string_view message) {
         sink().receive(message);
         return;
     }
-    const std::string line = logLine(message);
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    writeToStandardError(logLine(message));
+}
+
+void writeToStandardError(std::string_view text) {
+    // The stream's own lock keeps texts apart that are too long to enter a pipe at once.
+    std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 std::string logLine(std::string_view message) {

@@ -24,6 +24,10 @@ void log(std::string_view messageTemplate, const Arguments&... arguments) {
     logMessage(messageFromTemplate(messageTemplate, {Argument(arguments)...}));
 }
 
+/// Writes a text to standard error, whole: no other text of this process that goes there by the language's streams, or
+/// through here, comes in between.
+void writeToStandardError(std::string_view text);
+
 /// The line as it is written: "2026-03-15 10:11:12.345 velmctl[4711:12] message\n".
 std::string logLine(std::string_view message);
 

@@ -1,13 +1,12 @@
-// How many logical processors this process may use.
+// The count of processors that sizes the pool of outputs.
 #pragma once
 
-#include <algorithm>
-#include <thread>
+#include "base/Processors.h"
 
 namespace jobs {
 
 inline unsigned cpuCountLogical() {
-    return std::max(1U, std::thread::hardware_concurrency());
+    return base::logicalProcessors();
 }
 
 } // namespace jobs

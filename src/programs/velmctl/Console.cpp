@@ -1,5 +1,6 @@
 #include "Console.h"
 
+#include "app/Logger.h"
 #include "base/Error.h"
 #include "platform/run/Observation.h"
 #include "platform/run/Progress.h"
@@ -27,14 +28,19 @@ Console& Console::shared() {
     return instance;
 }
 
-Console::Console() : showsProgress_(isatty(STDERR_FILENO) == 1) {}
+Console::Console()
+    : terminal_(fdopen(Logger::firstStandardError(), "w")), showsProgress_(isatty(Logger::firstStandardError()) == 1) {
+    // Without the memory for a stream there is still the log.
+    if (!terminal_) terminal_ = stderr;
+    setvbuf(terminal_, nullptr, _IOLBF, BUFSIZ);
+}
 
 void Console::result(std::string_view line) {
     const std::lock_guard lock(mutex_);
     clearProgressLine();
     if (writeLine(stdout, line) || resultsAreLost_) return;
     resultsAreLost_ = true;
-    writeLine(stderr, base::systemError(errno, "FAILED: cannot write the results").localizedDescription);
+    writeLine(terminal_, base::systemError(errno, "FAILED: cannot write the results").localizedDescription);
 }
 
 bool Console::resultsAreLost() {
@@ -45,7 +51,12 @@ bool Console::resultsAreLost() {
 void Console::diagnostic(std::string_view line) {
     const std::lock_guard lock(mutex_);
     clearProgressLine();
-    writeLine(stderr, line);
+    writeLine(terminal_, line);
+}
+
+void Console::lastWord(std::string_view line) {
+    const std::string whole = std::string(line) + "\n";
+    static_cast<void>(!write(Logger::firstStandardError(), whole.data(), whole.size()));
 }
 
 void Console::progress(std::string_view name, double fraction) {
@@ -54,8 +65,8 @@ void Console::progress(std::string_view name, double fraction) {
     const std::lock_guard lock(mutex_);
     if (line == shown_) return;
     clearProgressLine();
-    std::fputs(line.c_str(), stderr);
-    std::fflush(stderr);
+    std::fputs(line.c_str(), terminal_);
+    std::fflush(terminal_);
     shown_ = std::move(line);
 }
 
@@ -67,8 +78,8 @@ void Console::endProgress() {
 void Console::clearProgressLine() {
     if (shown_.empty()) return;
     // To the line's start, and clear to its end.
-    std::fputs("\r\033[K", stderr);
-    std::fflush(stderr);
+    std::fputs("\r\033[K", terminal_);
+    std::fflush(terminal_);
     shown_.clear();
 }
 

@@ -1,7 +1,9 @@
 // Standard output and standard error of the program, line by line: results on the one, diagnostics on the other, and on
-// a terminal a line that shows how far the work is. One for each process; any thread.
+// a terminal a line that shows how far the work is. Standard error is the one that the program was started with, also
+// when the log has taken its place. One for each process; any thread.
 #pragma once
 
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -22,6 +24,8 @@ public:
     bool resultsAreLost();
     /// One line on standard error.
     void diagnostic(std::string_view line);
+    /// The same without waiting for anybody who speaks, for a process that ends at once.
+    static void lastWord(std::string_view line);
     /// Shows how far the named work is, in place of what was shown before. Only on a terminal.
     void progress(std::string_view name, double fraction);
     void endProgress();
@@ -31,6 +35,7 @@ private:
     void clearProgressLine();
 
     std::mutex mutex_;
+    std::FILE* terminal_;
     const bool showsProgress_;
     std::string shown_;
     bool resultsAreLost_ = false;

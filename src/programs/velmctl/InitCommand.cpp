@@ -2,6 +2,7 @@
 #include "Command.h"
 #include "Console.h"
 #include "Session.h"
+#include "app/Logger.h"
 #include "app/VELM.h"
 #include "base/Places.h"
 #include "jobs/VELM_JobFolders.h"
@@ -47,7 +48,7 @@ int makeFolders() {
         allWell &= establish(takesBundles ? "watched (velm_job)" : "watched (xml)", folder->urlOfJobs());
     }
     printPlace("settings", base::places().settings);
-    printPlace("log", logFilePath());
+    printPlace("log", Logger::defaultLogFileVELM().path());
     return allWell ? exitSuccess : exitFailure;
 }
 

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <string_view>
 
 namespace velmctl {
 
@@ -29,12 +30,11 @@ public:
     /// Flushes what was written and ends the process. The engine's threads go on until then, and would meet the
     /// destruction of what they use if the process left by way of main().
     [[noreturn]] static void endProcess(int status);
+    /// Ends the process with exitFailure and waits for none of its threads: somebody may be stuck for good.
+    [[noreturn]] static void abandonProcess(std::string_view lastWord);
 
 private:
     std::unique_ptr<AppDelegate> appDelegate_;
 };
-
-/// Where the log of this program stands.
-std::string logFilePath();
 
 } // namespace velmctl
