@@ -6,9 +6,12 @@
 #include "platform/data/FileTypes.h"
 #include "platform/run/MainQueue.h"
 
+#include <cerrno>
+#include <cmath>
 #include <condition_variable>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <limits>
 #include <regex>
 #include <thread>
 
@@ -38,6 +41,7 @@ protected:
         VELM_JobFolders::startOver();
     }
     void TearDown() override {
+        platform::data::setDateSource(nullptr);
         finishedToken_.end();
         pump([] { return !VELM_JobFolders::isProcessing(); });
         VELM_JobFolders::startOver();
@@ -350,6 +354,181 @@ TEST_F(JobFolders, AFolderThatCannotBeMadeIsNotWatchedAndNeitherIsTheOneBefore) 
     drop("b.velm_job", goodOrder);
     settle();
     EXPECT_TRUE(VELM_JobFolders::jobsPending().empty());
+}
+
+TEST_F(JobFolders, RunsOrdersUnderAnyName) {
+    watch();
+    const std::string extension = ".velm_job";
+    const std::string longest = std::string(254 - extension.size(), 'x') + "\xC3\xA9"; // one byte more than fits
+    const std::vector<std::string> names = {"two\nlines",
+                                            "\xFF\xFE no UTF-8",
+                                            ".hidden",
+                                            " ",
+                                            "..a",
+                                            "a.20260315-101112",
+                                            "100%@%s",
+                                            std::string(255 - extension.size(), 'y'),
+                                            longest.substr(1)};
+    for (const std::string& name : names)
+        drop(name + extension, goodOrder);
+    setRunning(true);
+    ASSERT_TRUE(finished(names.size()));
+    for (const auto& ended : finishedJobs())
+        EXPECT_TRUE(ended.success && !ended.moveError) << ended.job->name();
+    const auto completed = namesIn("Completed");
+    EXPECT_EQ(completed.size(), names.size());
+    const std::regex stamped("[^]+\\.20[0-9]{6}-[0-9]{6}\\.velm_job");
+    for (const std::string& name : completed)
+        EXPECT_TRUE(std::regex_match(name, stamped)) << name;
+    EXPECT_TRUE(namesIn("Watched").empty());
+}
+
+TEST_F(JobFolders, AnOrderThatCannotBeMovedSaysWhyAndIsNotLost) {
+    watch();
+    LogCapture log;
+    platform::data::setDateSource([date = platform::data::now()] { return date; }); // all within one second
+    setRunning(true);
+    drop("same.velm_job", "<package name='Good'><image1>first</image1></package>");
+    ASSERT_TRUE(finished(1) && listed(0));
+    drop("same.velm_job", goodOrder);
+    ASSERT_TRUE(finished(2));
+    drop("waits.velm_job", goodOrder, -10);
+    ASSERT_TRUE(listed(2));
+    settle();
+    EXPECT_EQ(finishedJobs().size(), 2U) << "the one that is stuck blocks, and runs once";
+    const std::string destination = finishedJobs()[0].destination->path();
+    EXPECT_EQ(finishedJobs()[1].destination->path(), destination);
+    const std::string words = finishedJobs()[1].moveError->localizedDescription;
+    EXPECT_TRUE(words.starts_with("cannot move " + home() / "engine/Watched/same.velm_job to " + destination + ": "))
+        << words;
+    EXPECT_TRUE(log.has("Failed to move completed job to file://"));
+    EXPECT_NE(support::readFile(destination + "/job.xml").find("first"), std::string::npos) << "overwritten";
+
+    // Out of the way under another name it runs again; the next one has nowhere to go.
+    fs::rename(home() / "engine/Watched/same.velm_job", home() / "engine/Watched/same2.velm_job");
+    ASSERT_TRUE(finished(4) && listed(0));
+    fs::rename(home() / "engine/Completed", home() / "engine/Elsewhere");
+    drop("homeless.velm_job", goodOrder);
+    ASSERT_TRUE(finished(5));
+    EXPECT_EQ(finishedJobs()[4].moveError->localizedDescription,
+              "cannot move " + home() / "engine/Watched/homeless.velm_job: there is no folder " +
+                  (home() / "engine/Completed"));
+    EXPECT_EQ(namesIn("Watched"), std::vector<std::string>{"homeless.velm_job"});
+}
+
+TEST_F(JobFolders, AnOrderThatIsRemovedWhileItRunsBlocksNothing) {
+    watch();
+    const auto token = VELM_JobFolders::classObject().observable().observe(VELM_JobFolders::key_isProcessing, [] {
+        if (VELM_JobFolders::isProcessing()) fs::remove_all(home() / "engine/Watched/gone.velm_job");
+    });
+    setRunning(true);
+    drop("gone.velm_job", goodOrder, 20);
+    ASSERT_TRUE(finished(1));
+    EXPECT_TRUE(finishedJobs()[0].moveError->localizedDescription.ends_with(": it is not there any more"));
+    drop("next.velm_job", goodOrder, 30);
+    EXPECT_TRUE(finished(2));
+    EXPECT_TRUE(listed(0));
+}
+
+TEST_F(JobFolders, JobsLeaveAndReturnWithTheirFolder) {
+    watch();
+    const std::string watched = home() / "engine/Watched";
+    const std::string away = home() / "engine/Away";
+    drop("a.velm_job", goodOrder, 20);
+    ASSERT_TRUE(listed(1));
+    for (const bool isFileMeanwhile : {false, true}) {
+        fs::rename(watched, away);
+        if (isFileMeanwhile) home().write("engine/Watched", "a file");
+        ASSERT_TRUE(listed(0)) << isFileMeanwhile;
+        if (isFileMeanwhile) fs::remove(watched);
+        settle();
+        fs::rename(away, watched);
+        ASSERT_TRUE(listed(1)) << isFileMeanwhile;
+    }
+    drop("b.velm_job", goodOrder, 10);
+    setRunning(true);
+    EXPECT_TRUE(finished(2));
+}
+
+TEST_F(JobFolders, StartsTheOldestJobThatHasBeenStill) {
+    constexpr auto stillness = std::chrono::seconds(1000); // by the test's clock
+    watch();
+    folder_->setSettleSeconds(1000);
+    std::atomic<int> told = 0;
+    const auto token = VELM_JobFolders::observeSettlingJobs([&told](const VELM_Job::Ref&, double) { ++told; });
+    setRunning(true);
+    drop("touched.velm_job", goodOrder, 30);
+    drop("removed.velm_job", goodOrder, 20);
+    drop("future.velm_job", goodOrder, -1'000'000);
+    drop("hasty.velm_job", goodOrder, 10);
+    ASSERT_TRUE(listed(4));
+    settle();
+    const auto pending = VELM_JobFolders::jobsPending();
+    EXPECT_EQ(pending[0]->name() + pending[3]->name(), "touchedfuture") << "the order is by date all the same";
+    EXPECT_TRUE(finishedJobs().empty());
+    EXPECT_TRUE(VELM_JobFolders::isSettling(pending[0]));
+    EXPECT_EQ(told, 4);
+
+    std::thread byHand([&] { pending[2]->processToCompletion(); });
+    ASSERT_TRUE(finished(1) && listed(3)) << "asked for by hand it does not wait";
+    byHand.join();
+    EXPECT_EQ(finishedJobs()[0].job->name(), "hasty");
+
+    // The system's clock jumps ahead, which makes nothing older.
+    platform::data::setDateSource([] { return base::Date(std::chrono::system_clock::now() + std::chrono::hours(24)); });
+    home().write("engine/Watched/touched.velm_job/Images/more.jpg", "more");
+    fs::remove_all(home() / "engine/Watched/removed.velm_job");
+    ASSERT_TRUE(listed(2));
+    manualClock()->advance(stillness);
+    ASSERT_TRUE(finished(2));
+    EXPECT_EQ(finishedJobs()[1].job->name(), "future") << "a younger one that is still goes first";
+    settle();
+    EXPECT_EQ(finishedJobs().size(), 2U);
+    manualClock()->advance(stillness);
+    ASSERT_TRUE(finished(3));
+    EXPECT_EQ(finishedJobs()[2].job->name(), "touched");
+    EXPECT_EQ(told, 4) << "each is told of once";
+
+    // What has been still before the engine sees it need not wait again.
+    setRunning(false);
+    drop("lay.velm_job", goodOrder);
+    ASSERT_TRUE(listed(1));
+    platform::data::setDateSource([] { return base::Date(std::chrono::system_clock::now() + std::chrono::hours(48)); });
+    setRunning(true);
+    EXPECT_TRUE(finished(4));
+}
+
+TEST_F(JobFolders, AnythingButAPositiveNumberAsksForNoStillness) {
+    watch();
+    const std::pair<base::Value, double> cases[] = {{{}, 0},  {0, 0},    {-5, 0}, {std::nan(""), 0},
+                                                    {"5", 0}, {true, 0}, {3, 3},  {2.5, 2.5}};
+    for (const auto& [value, expected] : cases) {
+        folder_->setProperty("settleSeconds", value);
+        EXPECT_EQ(folder_->settleSeconds(), expected);
+    }
+    folder_->setProperty("settleSeconds", std::numeric_limits<double>::infinity());
+    drop("a.velm_job", goodOrder);
+    ASSERT_TRUE(listed(1));
+    EXPECT_TRUE(VELM_JobFolders::isSettling(VELM_JobFolders::jobsPending()[0]));
+}
+
+TEST_F(JobFolders, ListsWhatAFolderHoldsWithoutTheEngine) {
+    drop("late.velm_job", goodOrder, 10);
+    drop("early.velm_job", goodOrder, 30);
+    home().write("engine/Watched/bad.velm_job/job.xml", "<data");
+    home().write("engine/Watched/empty.velm_job/Images/a.jpg", "x");
+    home().write("engine/Watched/ticket.xml", nativeTicket(goodOrder));
+    const VELM_JobFolders folder("Test", URL::fileURLWithPath(home() / "engine/Watched"));
+    const auto listing = folder.listing();
+    ASSERT_EQ(listing.jobs.size(), 2U);
+    EXPECT_EQ(listing.jobs[0]->name() + listing.jobs[1]->name(), "earlylate");
+    ASSERT_EQ(listing.unreadable.size(), 2U);
+    EXPECT_EQ(listing.unreadable[0].first.lastPathComponent(), "bad.velm_job");
+    EXPECT_EQ(listing.unreadable[1].second.code, ENOENT);
+
+    const VELM_JobFolders missing("Missing", URL::fileURLWithPath(home() / "engine/Nowhere"));
+    EXPECT_EQ(missing.listing().unreadable.size(), 1U);
+    EXPECT_FALSE(fs::exists(home() / "engine/Nowhere"));
 }
 
 TEST_F(JobFolders, TakesJobFilesFromOutside) {

@@ -75,7 +75,7 @@ bool JobFoldersClass::isSettling(const VELM_Job::Ref& job) {
     if (isPending(*job)) return timeToSettle(job, folders) > nanoseconds(0);
     const base::URL item = job->urlJobContainer().value_or(job->documentURL());
     const auto folder = folders.find(base::deletingLastPathComponent(item.path()));
-    return folder != folders.end() && FilesOfJob::look(*job).age < nanosecondsOf(folder->second);
+    return folder != folders.end() && FilesOfJob::look(*job).age() < nanosecondsOf(folder->second);
 }
 
 } // namespace jobs

@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <iterator>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
+#include <utility>
 
 namespace jobs {
 
@@ -36,7 +38,7 @@ public:
         if (sinceEpoch(status.st_mtim) <= now_) newest_ = std::max(newest_, sinceEpoch(status.st_mtim));
     }
 
-    FilesOfJob result() const { return {fingerprint_, std::max(now_ - newest_, nanoseconds(0))}; }
+    FilesOfJob result() const { return {fingerprint_, base::Date(now_), base::Date(newest_)}; }
 
 private:
     void mix(std::uint64_t part) {
@@ -46,9 +48,20 @@ private:
     }
 
     const nanoseconds now_ = platform::data::now().time_since_epoch();
-    nanoseconds newest_ = nanoseconds::min() / 2;
+    nanoseconds newest_ = nanoseconds(0);
     std::uint64_t fingerprint_ = 0xCBF29CE484222325;
 };
+
+/// How long ago files were changed that were not the same at the look before. Once the system's clock has been set in
+/// between, its dates don't tell, and the change counts as new.
+nanoseconds ageOfChange(const FilesOfJob& files, nanoseconds looked, const FilesOfJob& before,
+                        nanoseconds lookedBefore) {
+    constexpr nanoseconds tolerance = std::chrono::seconds(1);
+    const nanoseconds passed = looked - lookedBefore;
+    const nanoseconds drift = (files.date - before.date) - passed;
+    if (drift > tolerance || drift < -tolerance) return nanoseconds(0);
+    return std::min(files.age(), passed);
+}
 
 } // namespace
 
@@ -70,29 +83,28 @@ FilesOfJob FilesOfJob::look(const VELM_Job& job) {
 nanoseconds JobSettling::remaining(const VELM_Job::Ref& job, nanoseconds stillness) {
     if (stillness <= nanoseconds(0)) return nanoseconds(0);
     const auto now = [] { return platform::run::clock()->now(); };
-    std::size_t fingerprintBefore = 0;
-    nanoseconds lookedBefore = nanoseconds::min();
+    std::optional<Stillness> before;
     {
         std::lock_guard lock(mutex_);
         if (const auto known = known_.find(job); known != known_.end()) {
             const nanoseconds due = known->second.since + stillness;
             if (due > now()) return due - now();
-            fingerprintBefore = known->second.fingerprint;
-            lookedBefore = known->second.looked;
+            before = known->second;
         }
     }
-    const FilesOfJob files = FilesOfJob::look(*job); // without the lock: a large bundle takes its time
+    Stillness known{FilesOfJob::look(*job), now(), {}}; // a large bundle takes its time
+    if (!before)
+        known.since = known.looked - std::min(known.files.age(), stillness);
+    else if (known.files.fingerprint == before->files.fingerprint)
+        known.since = before->since;
+    else
+        known.since = known.looked - ageOfChange(known.files, known.looked, before->files, before->looked);
+    const nanoseconds remaining = std::max(known.since + stillness - known.looked, nanoseconds(0));
     std::lock_guard lock(mutex_);
-    Stillness& known = known_[job];
-    const nanoseconds moment = now();
-    if (lookedBefore == nanoseconds::min())
-        known.since = moment - std::min(files.age, stillness);
-    else if (files.fingerprint != fingerprintBefore)
-        // It was changed after the look before, whatever the system's clock has done since then.
-        known.since = moment - std::min({files.age, moment - lookedBefore, stillness});
-    known.fingerprint = files.fingerprint;
-    known.looked = moment;
-    return std::max(known.since + stillness - moment, nanoseconds(0));
+    Stillness& stored = known_[job];
+    known.isTold = stored.isTold;
+    stored = std::move(known);
+    return remaining;
 }
 
 bool JobSettling::isFirstWait(const VELM_Job::Ref& job) {

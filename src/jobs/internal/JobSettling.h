@@ -3,8 +3,10 @@
 // and dates in the future tell nothing. Any thread.
 #pragma once
 
+#include "base/Value.h"
 #include "jobs/VELM_Job.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <map>
@@ -16,10 +18,13 @@ namespace jobs {
 
 /// One look at the files of a job: its bundle's whole tree, or its ticket. Links are not followed.
 struct FilesOfJob {
-    std::size_t fingerprint = 0;     ///< Changes when a file is written, comes, goes or is renamed.
-    std::chrono::nanoseconds age{0}; ///< Since the last change, by the system's clock; never negative.
+    std::size_t fingerprint = 0; ///< Changes when a file is written, comes, goes or is renamed.
+    base::Date date;             ///< Of the look, by the system's clock.
+    base::Date lastChange;       ///< By the same; of a writer's own date only what is not in the future.
 
     static FilesOfJob look(const VELM_Job& job);
+    /// At the time of the look; never negative.
+    std::chrono::nanoseconds age() const { return std::max(date - lastChange, std::chrono::nanoseconds(0)); }
 };
 
 class JobSettling {
@@ -33,9 +38,9 @@ public:
 
 private:
     struct Stillness {
-        std::size_t fingerprint = 0;
-        std::chrono::nanoseconds since{0}; // by the clock in force, as the next one
-        std::chrono::nanoseconds looked{0};
+        FilesOfJob files;
+        std::chrono::nanoseconds looked{0}; // by the clock in force, as the next one
+        std::chrono::nanoseconds since{0};
         bool isTold = false;
     };
     std::mutex mutex_;

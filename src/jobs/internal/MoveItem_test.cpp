@@ -3,6 +3,7 @@
 #include "base/Path.h"
 #include "support/TemporaryDirectory.h"
 
+#include <chrono>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -25,11 +26,15 @@ TEST(MoveItem, MovesWholeOrNotAtAll) {
     if (access("/dev/shm", W_OK) == 0) targets.push_back(shared); // another volume, where there is one
     for (const std::string& target : targets) {
         fs::create_directories(target);
-        near.write("source/o.velm_job/Images/a.jpg", "picture");
-        const std::string source = near / "source/o.velm_job";
-        const std::string moved = base::appendingPathComponent(target, "o.velm_job");
+        const std::string name = std::string(246, 'o') + ".velm_job"; // as long as names can be
+        const std::string source = near / ("source/" + name);
+        const std::string picture = near.write("source/" + name + "/Images/a.jpg", "picture");
+        const auto longAgo = fs::file_time_type::clock::now() - std::chrono::hours(1000);
+        for (const std::string& path : {picture, source})
+            fs::last_write_time(path, longAgo);
+        const std::string moved = base::appendingPathComponent(target, name);
 
-        EXPECT_FALSE(jobs::moveItem(source, base::appendingPathComponent(target, "missing/o.velm_job")));
+        EXPECT_FALSE(jobs::moveItem(source, base::appendingPathComponent(target, "missing/o")));
         fs::create_directories(moved);
         EXPECT_FALSE(jobs::moveItem(source, moved)) << "something stands there";
         EXPECT_TRUE(fs::exists(source + "/Images/a.jpg"));
@@ -39,6 +44,8 @@ TEST(MoveItem, MovesWholeOrNotAtAll) {
         const auto result = jobs::moveItem(source, moved);
         EXPECT_TRUE(result) << result.error().localizedDescription;
         EXPECT_EQ(support::readFile(moved + "/Images/a.jpg"), "picture") << target;
+        EXPECT_EQ(fs::last_write_time(moved), longAgo);
+        EXPECT_EQ(fs::last_write_time(moved + "/Images/a.jpg"), longAgo);
         EXPECT_EQ(itemsIn(near / "source"), 0U);
         EXPECT_EQ(itemsIn(target), 1U);
     }
