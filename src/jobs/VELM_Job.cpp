@@ -155,6 +155,7 @@ void VELM_Job::setObject(base::Value value, std::string_view key) {
             valuesDict_.erase(std::string(key));
         else
             valuesDict_.insert_or_assign(std::string(key), std::move(value));
+        if (key == "package") indexPackageReferences();
     });
 }
 
@@ -215,20 +216,22 @@ base::Date VELM_Job::dateStarted() const {
     return platform::data::dateModified(documentURL_).value_or(platform::data::now());
 }
 
+/// Each hole of each package of a run asks for its reference.
+void VELM_Job::indexPackageReferences() {
+    referencesByName_.clear();
+    const base::Array references = jobPackages();
+    for (std::size_t index = 0; index < references.size(); ++index)
+        if (const auto* reference = references[index].as<base::Dictionary>())
+            for (const char* key : {"plucode", "name"})
+                if (const auto name = base::textForKey(*reference, key))
+                    referencesByName_.emplace(base::lowercase(*name), index);
+}
+
 const base::Dictionary* VELM_Job::packageReference(const std::optional<std::string>& packageName) const {
     const auto* references = valueForKeyInDict("package").as<base::Array>();
     if (!references || references->empty()) return nullptr;
-    if (packageName) {
-        for (const base::Value& value : *references) {
-            const auto* reference = value.as<base::Dictionary>();
-            if (!reference) continue;
-            for (const char* key : {"plucode", "name"}) {
-                const auto name = base::textForKey(*reference, key);
-                if (name && equalIgnoringCase(*name, *packageName)) return reference;
-            }
-        }
-    }
-    return references->front().as<base::Dictionary>();
+    const auto named = packageName ? referencesByName_.find(base::lowercase(*packageName)) : referencesByName_.end();
+    return (*references)[named == referencesByName_.end() ? 0 : named->second].as<base::Dictionary>();
 }
 
 std::optional<std::string> VELM_Job::valueForKey(std::string_view key, const std::optional<std::string>& packageName,

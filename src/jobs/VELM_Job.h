@@ -17,6 +17,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -32,8 +33,9 @@ class VELM_Package;
 class VELM_Template;
 
 namespace jobs {
+struct BundleContents;
 struct TicketReading;
-}
+} // namespace jobs
 
 class VELM_Job final : public base::Object,
                        public JobValues,
@@ -128,7 +130,9 @@ public:
     // Writing ----------------------------------------------------------------------------------------------------
 
     using WriteResult = std::function<void(bool success, const std::optional<base::Error>& error)>;
-    /// Writes the job as a bundle, whole or not at all, in the place of what stands at the URL.
+    /// Writes the job as a bundle, whole or not at all, in the place of what stands at the URL. Fails when a picture
+    /// can't be read, when two files would need one name in it, and when the ticket would not read back; a template
+    /// that can't be read is left out, logged.
     void writeToURL(const base::URL& url, const WriteResult& result);
     std::vector<std::pair<std::string, std::string>> xmlElementAttributes() const;
     std::vector<platform::data::XMLNodeRef> xmlElementChildren() const;
@@ -198,6 +202,7 @@ private:
     void makePreviewItems();
 
     const base::Value& valueForKeyInDict(std::string_view key) const { return base::valueForKey(valuesDict_, key); }
+    void indexPackageReferences();
     const base::Dictionary* packageReference(const std::optional<std::string>& packageName) const;
 
     std::int64_t previewItemIndex_ = -1;
@@ -208,6 +213,7 @@ private:
     std::optional<base::URL> previewItemURL_;
     std::vector<std::shared_ptr<VELM_Package>> packages_;
     base::Dictionary valuesDict_;
+    std::map<std::string, std::size_t> referencesByName_; // by product code and name in lower case
     std::vector<std::optional<base::URL>> previewItems_;
     std::vector<std::shared_ptr<VELM_Template>> templates_;
     std::vector<base::URL> images_;

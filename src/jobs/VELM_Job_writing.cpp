@@ -13,6 +13,7 @@
 #include "template/VELM_Template.h"
 
 #include <algorithm>
+#include <iterator>
 
 using platform::data::XMLDocument;
 using platform::data::XMLDocumentRef;
@@ -31,6 +32,8 @@ std::string classOfValue(const base::Value& value) {
     if (value.isNumber()) return "NSNumber";
     return "NSValue";
 }
+
+constexpr auto isPresent = [](const auto& pointer) { return pointer != nullptr; };
 
 /// Null for a value that a ticket has no form for.
 XMLNodeRef elementForReplacement(const std::string& key, const base::Value& value) {
@@ -66,6 +69,39 @@ base::Value mergedReplacement(const base::Value& present, const base::Value& add
     return added;
 }
 
+base::Result<jobs::BundleFiles> filesOfBundle(const VELM_Job& job) {
+    jobs::BundleFiles files;
+    std::string ticket(job.asXMLDocument()->xmlData(XMLFormat::prettyPrinted).asText());
+    // A key may be no name of an element.
+    if (const auto readBack = XMLDocument::parse(ticket); !readBack)
+        return base::failure(base::posixErrorDomain, jobs::jobErrorCode,
+                             base::message("the job's ticket could not be read back: %@", readBack.error()));
+    files["job.xml"] = std::move(ticket);
+
+    base::Result<void> added;
+    for (const base::URL& image : job.images()) {
+        if (!image.isFileURL())
+            return base::failure(base::urlErrorDomain, -1002, image.absoluteString() + " names no file");
+        if (added) added = jobs::addFileCopy(files, "images/", image.path());
+    }
+    const auto addFileOf = [&files, &added](const VELM_Template& written) {
+        const auto& document = written.documentURL();
+        if (!added || !document) return;
+        if (platform::data::conformsToType(*document, platform::data::kUTTypeData) &&
+            jobs::isReadable(document->path()))
+            added = jobs::addFileCopy(files, "templates/", document->path());
+        else
+            base::log("template %@ can't be read and is left out of the job", document->path());
+    };
+    for (const auto& package : job.packages())
+        for (const auto& [name, node] : package->velmNodes())
+            addFileOf(*node);
+    for (const auto& jobTemplate : job.templates())
+        addFileOf(*jobTemplate);
+    if (!added) return base::failure(added.error());
+    return files;
+}
+
 } // namespace
 
 // Building in code -----------------------------------------------------------------------------------------------
@@ -88,11 +124,11 @@ void VELM_Job::addReplacements(const base::Dictionary& added) {
 }
 
 void VELM_Job::addTemplates(const std::vector<std::shared_ptr<VELM_Template>>& templates) {
-    templates_.insert(templates_.end(), templates.begin(), templates.end());
+    std::copy_if(templates.begin(), templates.end(), std::back_inserter(templates_), isPresent);
 }
 
 void VELM_Job::addPackages(const std::vector<std::shared_ptr<VELM_Package>>& packages) {
-    packages_.insert(packages_.end(), packages.begin(), packages.end());
+    std::copy_if(packages.begin(), packages.end(), std::back_inserter(packages_), isPresent);
     base::Array references;
     for (const auto& package : packages_) {
         base::Dictionary reference{{"package", package}};
@@ -114,6 +150,7 @@ void VELM_Job::addOutputs(const base::Array& added) {
 
 void VELM_Job::addImages(const std::vector<JobImage>& images) {
     for (const JobImage& image : images) {
+        if (image.URL.absoluteString().empty()) continue;
         images_.push_back(image.URL);
         if (!image.imageTemplate) continue;
         if (const auto fileName = image.imageTemplate->lastPathComponent()) {
@@ -143,7 +180,7 @@ std::vector<XMLNodeRef> VELM_Job::xmlElementChildren() const {
         std::vector<std::string> names;
         for (const base::URL& image : images_)
             names.push_back(image.lastPathComponent());
-        std::sort(names.begin(), names.end(), [](const std::string& left, const std::string& right) {
+        std::stable_sort(names.begin(), names.end(), [](const std::string& left, const std::string& right) {
             return platform::data::compareIgnoringCaseNumeric(left, right) < 0;
         });
         const XMLNodeRef allImages = XMLNode::element("allimages");
@@ -165,21 +202,9 @@ XMLDocumentRef VELM_Job::asXMLDocument() const {
 }
 
 void VELM_Job::writeToURL(const base::URL& url, const WriteResult& result) {
-    jobs::BundleFiles files;
-    files["job.xml"] = std::string(asXMLDocument()->xmlData(XMLFormat::prettyPrinted).asText());
-    for (const base::URL& image : images_)
-        files["images/" + image.lastPathComponent()] = jobs::FileCopy{image.path()};
-    const auto addFileOf = [&files](const VELM_Template& written) {
-        const auto& document = written.documentURL();
-        if (document && platform::data::conformsToType(*document, platform::data::kUTTypeData))
-            files["templates/" + document->lastPathComponent()] = jobs::FileCopy{document->path()};
-    };
-    for (const auto& package : packages_)
-        for (const auto& [name, node] : package->velmNodes())
-            addFileOf(*node);
-    for (const auto& jobTemplate : templates_)
-        addFileOf(*jobTemplate);
-    const auto written = jobs::writeBundle(url.path(), files);
+    const auto files = filesOfBundle(*this);
+    const auto written =
+        files ? jobs::writeBundle(url.path(), *files) : base::Result<void>(base::failure(files.error()));
     if (!result) return;
     if (written)
         result(true, std::nullopt);
