@@ -86,6 +86,7 @@ private:
     std::vector<Finding> findings_;
     std::map<std::string, std::string> undecodable_;
     std::set<std::string> checkedTemplates_;
+    std::set<std::string> checkedPackages_;
 };
 
 std::vector<Finding> Checker::findings() {
@@ -100,6 +101,8 @@ std::vector<Finding> Checker::findings() {
             allAreFound = false;
             continue;
         }
+        // References that find one file take the same values: its holes are looked at once.
+        const bool isFirst = package.search.isInline || checkedPackages_.insert(package.search.path).second;
         const Place packagePlace =
             package.search.isInline ? referencePlace(index) : Place{.file = package.search.path, .line = 1};
         outputs.check(package, packageElement(index), packagePlace);
@@ -108,7 +111,7 @@ std::vector<Finding> Checker::findings() {
         for (const PlannedOutput& output : package.outputs) {
             checkCopies(index, output);
             for (const PlannedTemplate& planned : output.templates) {
-                checkHoles(index, output, planned);
+                if (isFirst) checkHoles(index, output, planned);
                 for (const PlannedHole& hole : planned.holes)
                     holes.insert(hole.key);
             }
@@ -147,6 +150,9 @@ Place Checker::slotPlace(Index index, std::string_view slot) const {
     if (const auto place = index ? report_.placeOf(*index, slot) : std::nullopt) return *place;
     if (const auto place = report_.placeOf({}, slot)) return *place;
     if (const auto place = slot == firstPicture ? report_.placeOf({}, "imagepath") : std::nullopt) return *place;
+    // Another reference of the package's name gives it.
+    for (std::size_t other = 0; other < plan_.packages.size(); ++other)
+        if (const auto place = report_.placeOf(other, slot)) return *place;
     return index ? referencePlace(*index) : ticketPlace();
 }
 

@@ -39,7 +39,7 @@ struct PlannedHole {
     /// What is drawn there.
     LayerOmission omission = LayerOmission::none;
     std::string file; ///< Of the picture; empty for none and for a whole template.
-    base::Size size;  ///< Of the upright picture, in pixels.
+    base::Size size;  ///< Of the picture as it is drawn, upright or turned to the hole's shape, in pixels.
     base::Rect shown; ///< The part of it that shows; empty when the crop misses it.
     std::string text;
     bool isTextComplete = true; ///< Whether the whole text fits its frame.

@@ -5,6 +5,7 @@
 #include "jobs/VELM_Package.h"
 #include "output/VELM_PrintToFileSet.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace velmctl {
@@ -143,7 +144,7 @@ Value packageValue(const PlannedPackage& planned) {
     for (const auto& each : search.passedOver)
         passedOver.push_back(Dictionary{{"path", each.path}, {"name", textOrNull(each.name)}, {"why", each.reason}});
     return Dictionary{
-        {"reference", orNull(search.baseName)},
+        {"reference", search.isInline && search.package ? nameOf(*search.package) : orNull(search.baseName)},
         {"orientedName", orNull(search.orientedName)},
         {"found", textOrNull(search.path)},
         {"inline", search.isInline},
@@ -230,7 +231,8 @@ std::string textOfFile(const PlannedFile& file) {
 
 void addPackage(Lines& lines, const PlannedPackage& planned, const Value& reference, std::size_t number) {
     const PackageSearch& search = planned.search;
-    lines.add(1, "package " + std::to_string(number) + ": " + search.baseName.value_or("without a name"));
+    const Value name = search.isInline ? nameOf(*search.package) : orNull(search.baseName);
+    lines.add(1, "package " + std::to_string(number) + ": " + name.textOr("without a name"));
     if (search.isInline)
         lines.add(2, "stands in the ticket");
     else
@@ -240,8 +242,9 @@ void addPackage(Lines& lines, const PlannedPackage& planned, const Value& refere
     if (!search.package)
         for (const std::string& folder : search.folders)
             lines.add(2, "looked in " + folder);
-    for (const auto& each : search.passedOver)
-        lines.add(2, "passed over " + each.path + ": " + each.reason);
+    for (const auto& each : search.passedOver) // an order seldom has packages of its own
+        if (std::find(search.folders.begin(), search.folders.end(), each.path) == search.folders.end())
+            lines.add(2, "passed over " + each.path + ": " + each.reason);
 
     Dictionary values = reference.as<Dictionary>() ? *reference.as<Dictionary>() : Dictionary();
     for (const char* other : {"job", "name", "plucode", "package"})
