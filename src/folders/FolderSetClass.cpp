@@ -157,15 +157,20 @@ std::optional<std::string> FolderSetClass::validateName(std::optional<std::strin
 
 void FolderSetClass::saveFolderSets() {
     folders::runOnceForKeyAfterWaiting("saveFolderSets", platform::run::mainQueue(), 0.5, [this] {
-        const FolderSets sets = folderSets();
-        const auto data = platform::data::archivedData(base::Array(sets.begin(), sets.end()));
-        if (!data) base::log("%@", data.error());
-        if (!data || data->empty()) return;
-        const std::string key = keyForSavedFolderSets();
-        // What can't be written is logged there.
-        [[maybe_unused]] const auto stored = UserDefaults::standard().setObject(*data, key);
-        folders::setDefaultObject(*data, key);
+        // What can't be stored is logged there.
+        if (const auto saved = saveNow(); !saved && saved.error().domain == base::cocoaErrorDomain)
+            base::log("%@", saved.error());
     });
+}
+
+base::Result<void> FolderSetClass::saveNow() {
+    const FolderSets sets = folderSets();
+    const auto data = platform::data::archivedData(base::Array(sets.begin(), sets.end()));
+    if (!data) return base::failure(data.error());
+    const std::string key = keyForSavedFolderSets();
+    const auto stored = UserDefaults::standard().setObject(*data, key);
+    folders::setDefaultObject(*data, key);
+    return stored;
 }
 
 void FolderSetClass::updateFolderSets() {
@@ -188,21 +193,24 @@ void FolderSetClass::updateFromSavedData() {
     setFolderSets(folderSetsFromSavedData());
 }
 
-FolderSetClass::FolderSets FolderSetClass::folderSetsFromSavedData() const {
+base::Result<FolderSetClass::FolderSets> FolderSetClass::readSavedData() const {
     FolderSets sets;
     const auto data = UserDefaults::standard().dataForKey(keyForSavedFolderSets());
     if (!data || data->empty()) return sets;
     VELM_FolderSet::classObject(); // makes the base class known to archives
     const auto saved =
         platform::data::unarchived(*data, {"NSDictionary", "NSArray", "VELM_FolderSet", className_, "NSURL"});
-    if (!saved) {
-        base::log("%@", saved.error());
-        return sets;
-    }
+    if (!saved) return base::failure(saved.error());
     if (const auto* array = saved->as<base::Array>())
         for (const base::Value& element : *array)
             if (auto set = element.object<VELM_FolderSet>()) sets.push_back(std::move(set));
     return sets;
+}
+
+FolderSetClass::FolderSets FolderSetClass::folderSetsFromSavedData() const {
+    auto sets = readSavedData();
+    if (!sets) base::log("%@", sets.error());
+    return std::move(sets).value_or(FolderSets());
 }
 
 void FolderSetClass::addObserver(const std::shared_ptr<const void>& observer, ObserverBlock block) {

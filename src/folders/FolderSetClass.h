@@ -14,6 +14,7 @@
 // thread. Constructing the object loads nothing.
 #pragma once
 
+#include "base/Error.h"
 #include "base/Value.h"
 #include "folders/KeyPathObservation.h"
 #include "platform/run/Observation.h"
@@ -79,11 +80,15 @@ public:
     /// Saves the list half a second after the last request, on the main queue. The requests of all classes share one
     /// timer: of requests in one burst only that of the last class is carried out.
     void saveFolderSets();
+    /// Saves the list at once, on the calling thread.
+    base::Result<void> saveNow();
     /// Tells the observers a tenth of a second after the last request, on the main queue. Shares its timer likewise.
     void updateFolderSets();
     /// Loads the list anew from the defaults, without notification.
     void updateFromSavedData();
-    /// What the defaults hold; empty when that is nothing or can't be read, which is logged.
+    /// What the defaults hold; empty when that is nothing.
+    base::Result<FolderSets> readSavedData() const;
+    /// The same; empty, too, when it can't be read, which is logged.
     FolderSets folderSetsFromSavedData() const;
 
     /// Calls the block with the list after each updateFolderSets, for as long as the observer lives. A second block of

@@ -1,6 +1,9 @@
+#include "folders/DefaultsKeys.h"
 #include "folders/KLARON_FileEvent.h"
 #include "folders/QueueHelpers.h"
 
+#include "base/Places.h"
+#include "platform/data/UserDefaults.h"
 #include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
@@ -34,7 +37,10 @@ struct Delivered {
 
 class FileEvent : public ::testing::Test {
 protected:
-    FileEvent() { fs::create_directories(folder_); }
+    FileEvent() {
+        base::setPlaces(base::Places::below(directory_ / "home"));
+        fs::create_directories(folder_);
+    }
 
     KLARON_FileEvent::Ref make(const std::string& path) {
         const auto event = KLARON_FileEvent::initWithObservedPaths({path}, 0.005);
@@ -128,6 +134,24 @@ TEST_F(FileEvent, ReportsTheFileThatItObserves) {
     EXPECT_TRUE(take(file));
     directory_.write("a.xml", "2");
     EXPECT_TRUE(take(file));
+}
+
+TEST_F(FileEvent, LooksAsOftenAsTheSettingsSay) {
+    const auto clock = std::make_shared<platform::run::ManualClock>();
+    platform::run::setClock(clock);
+    auto& defaults = platform::data::UserDefaults::standard();
+    ASSERT_TRUE(defaults.setObject(true, key_velmAlwaysPoll) && defaults.setObject(7.5, key_velmPollInterval));
+    const auto event = make(folder_);
+    event->setRun(true);
+    EXPECT_TRUE(take(folder_));
+    EXPECT_EQ(clock->waitingCount(), 1u);
+    directory_.write("in/a.xml", "1");
+    clock->advance(7499ms);
+    EXPECT_EQ(clock->waitingCount(), 1u);
+    clock->advance(1s); // the looking itself takes time, too
+    EXPECT_TRUE(take(folder_));
+    event->eventQueue()->sync([] {});
+    platform::run::setClock(nullptr);
 }
 
 TEST_F(FileEvent, LogsAStartThatFails) {

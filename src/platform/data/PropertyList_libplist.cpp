@@ -44,7 +44,11 @@ base::Value dateOf(plist_t node) {
     std::int32_t seconds = 0;
     std::int32_t microseconds = 0;
     plist_get_date_val(node, &seconds, &microseconds);
-    return dateFromSecondsSinceReferenceDate(seconds) + std::chrono::microseconds(microseconds);
+    // The library cuts both off towards 2001 and drops the sign of the second, so that a date would change a little
+    // each time that it is read and written.
+    constexpr std::int32_t step = 10;
+    const std::chrono::microseconds fraction((microseconds + step / 2) / step * step);
+    return dateFromSecondsSinceReferenceDate(seconds) + (seconds < 0 ? -fraction : fraction);
 }
 
 base::Result<base::Value> valueOf(plist_t node) {

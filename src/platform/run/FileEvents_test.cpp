@@ -2,15 +2,19 @@
 
 #include "internal/EventCollector.h"
 #include "internal/FileWatcherThread.h"
+#include "internal/FolderSnapshot.h"
 #include "internal/InotifyWatches.h"
 
 #include "platform/run/Group.h"
+#include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -279,18 +283,95 @@ TEST_F(FileEvents, RescansAfterAnOverflow) {
     EXPECT_TRUE(reports_.take(folder + "/late.velm_job"));
 }
 
-TEST_F(FileEvents, PollsWhereEventsDoNotCome) {
+TEST_F(FileEvents, SeesWhatComesByWhicheverRoad) {
     const std::string folder = directory_ / "in";
-    const auto stream = start({folder}, {.alwaysPoll = true});
+    const auto prepared = [this](const std::string& name) {
+        directory_.write("aside/" + name + "/job.xml", "<job/>");
+        return directory_ / "aside/" + name;
+    };
+    const std::pair<const char*, FileEventStream::Options> modes[] = {
+        {"listening", {}}, {"looking", {.alwaysPoll = true}}, {"listening at the top alone", {.mostWatches = 1}}};
+    for (const auto& [mode, options] : modes) {
+        const std::string order = prepared("order.velm_job");
+        const auto stream = start({folder}, options);
+        const auto sees = [&, what = mode](const std::string& path) {
+            EXPECT_TRUE(reports_.take(path)) << what;
+            reports_.forget();
+        };
+        fs::create_directories(folder);
+        EXPECT_TRUE(reports_.take(folder).value_or(0) & fileEventFlags::rootChanged) << mode;
+        fs::create_hard_link(order + "/job.xml", folder + "/linked.xml");
+        sees(folder);
+        fs::rename(order, folder + "/order.velm_job");
+        sees(folder + "/order.velm_job");
+        fs::create_hard_link(folder + "/linked.xml", folder + "/order.velm_job/b.xml");
+        sees(folder + "/order.velm_job");
+        directory_.write("in/order.velm_job/Images/a.jpg", "x");
+        sees(folder + "/order.velm_job");
+        fs::remove_all(folder + "/order.velm_job");
+        sees(folder);
+        fs::remove_all(folder);
+        sees(folder);
+    }
+}
+
+TEST_F(FileEvents, LooksInsteadWhenWatchesRunOutAndListensAgainLater) {
+    const support::LogCapture log;
+    const std::string folder = directory_ / "in";
     fs::create_directories(folder);
-    EXPECT_TRUE(reports_.take(folder).value_or(0) & fileEventFlags::rootChanged);
-    directory_.write("in/order.velm_job/job.xml", "<job>");
-    EXPECT_TRUE(reports_.take(folder + "/order.velm_job"));
-    EXPECT_TRUE(reports_.take(folder));
-    directory_.write("in/order.velm_job/job.xml", "<job/>");
-    EXPECT_TRUE(reports_.take(folder + "/order.velm_job"));
-    fs::remove_all(folder + "/order.velm_job");
-    EXPECT_TRUE(reports_.take(folder));
+    const auto clock = std::make_shared<ManualClock>();
+    FileEventStream stream({folder}, {.latency = 1s, .mostWatches = 20, .clock = clock}, reports_.callback());
+    const QueueRef queue = Queue::serial();
+    stream.setQueue(queue);
+    ASSERT_TRUE(stream.start());
+    const auto passUntil = [&](const std::function<bool()>& condition) {
+        for (const auto end = std::chrono::steady_clock::now() + limit; !condition();) {
+            if (std::chrono::steady_clock::now() > end) return false;
+            clock->advance(100ms);
+            queue->sync([] {});
+            std::this_thread::yield();
+        }
+        return true;
+    };
+    const auto sees = [&](const std::string& path) {
+        EXPECT_TRUE(passUntil([&] { return reports_.hasSeen(path); })) << path;
+    };
+    for (int i = 0; i < 30; ++i)
+        fs::create_directory(folder + "/" + std::to_string(i));
+    EXPECT_TRUE(stream.isSettling(folder + "/29"));
+    for (int i = 0; i < 30; ++i)
+        sees(folder + "/" + std::to_string(i));
+    reports_.forget();
+    directory_.write("in/3/job.xml", "<job/>");
+    sees(folder + "/3");
+    const auto later = clock->now() + 150s; // two more tries
+    EXPECT_TRUE(passUntil([&] { return clock->now() > later; }));
+    const auto tells = [](const std::string& line) { return line.find("cannot watch") != std::string::npos; };
+    const auto lines = log.lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(), tells), 1);
+
+    for (int i = 0; i < 25; ++i)
+        fs::remove_all(folder + "/" + std::to_string(i));
+    EXPECT_TRUE(passUntil([&] { return log.has("watching " + folder + " again"); }));
+    directory_.write("in/29/job.xml", "<job/>");
+    EXPECT_TRUE(stream.isSettling(folder + "/29")); // known without a look
+}
+
+TEST_F(FileEvents, ALookTellsAnotherFileOfTheSameSizeAndTime) {
+    const std::string file = directory_.write("in/a.xml", "1");
+    const auto before = FolderSnapshot::of(directory_ / "in", false);
+    const auto time = fs::last_write_time(file);
+    const auto isSeen = [&] {
+        fs::rename(directory_.write("b.xml", "2"), file);
+        fs::last_write_time(file, time);
+        return !before.changesTo(FolderSnapshot::of(directory_ / "in", false)).empty();
+    };
+    // Until the clock of the volume has moved on.
+    const auto end = std::chrono::steady_clock::now() + limit;
+    bool seen = false;
+    while (!(seen = isSeen()) && std::chrono::steady_clock::now() < end) {
+    }
+    EXPECT_TRUE(seen);
 }
 
 TEST_F(FileEvents, TellsOnlyWhileItRuns) {
