@@ -30,7 +30,7 @@ constexpr int haste = 5;
 // What changes inside a bundle is left alone until it has been quiet for the latency of a second.
 constexpr Milliseconds quietTime(1000 / haste);
 constexpr Milliseconds pauseOfWriters = quietTime / 10;
-constexpr std::chrono::seconds limit(60);
+constexpr std::chrono::seconds limit(60); // for anything that is waited for
 
 /// What was found out of one order.
 struct Order {
@@ -87,7 +87,7 @@ public:
         engine_.runUntil([this] { return writersDone_ == writerCount; }, limit);
         for (std::thread& writer : writers)
             writer.join();
-        awaitRuns();
+        awaitRuns(title);
         figures_.add(title + ": seconds", std::chrono::duration<double>(Clock::now() - start).count(), "s");
         judge(title, heldUp);
     }
@@ -115,7 +115,7 @@ public:
         figures_.promise(title + ": what was removed leaves the list",
                          VELM_JobFolders::jobsPending().size() == staying);
         setRunning(true);
-        awaitRuns();
+        awaitRuns(title);
         const auto completed = SoakHome::ordersIn(home_.completed());
         for (const auto& [number, change] : changed)
             if (change->isToRun) // the new one's file is what stands there now
@@ -163,18 +163,22 @@ private:
     }
 
     /// Until each order has run, and then one more: by then a second run of any would have begun.
-    void awaitRuns() {
+    void awaitRuns(const std::string& title) {
         const auto allHaveRun = [this] {
             const std::lock_guard lock(mutex_);
             for (const auto& [name, order] : orders_)
                 if (order.isToRun && order.runs == 0) return false;
             return true;
         };
-        engine_.runUntil(allHaveRun, limit);
+        figures_.promise(title + ": all are run", engine_.runUntil(allHaveRun, limit));
         const int last = ++lastNumber_;
         home_.addOrder(last, soak::OrderKind::bundle);
         orderOf(last).manner = "the last one";
-        engine_.runUntil([&] { return allHaveRun() && engine_.isIdle(); }, limit);
+        const bool isDone = engine_.runUntil([&] { return allHaveRun() && engine_.isIdle(); }, limit);
+        std::string pending;
+        for (const VELM_Job::Ref& job : VELM_JobFolders::jobsPending())
+            pending += " " + job->name();
+        figures_.promise(title + ": nothing is pending then", isDone, pending);
     }
 
     /// What is wrong with the order now that all is quiet; empty when nothing is.
@@ -184,11 +188,20 @@ private:
         if (!order.isToRun) return {};
         if (order.finished - order.lastStep < settleTime_ && order.longestPause > Milliseconds(0))
             return "ran before it had settled";
-        for (const std::string& folder : SoakHome::productFolders()) {
-            const std::string product = soak::contentsOf(home_.products() / folder / (name + ".jpg"));
-            if (!product.ends_with("\xFF\xD9")) return "has no whole picture in " + folder;
-        }
+        const std::size_t products = wholeProducts(name);
+        if (products != SoakHome::productFolders().size())
+            return "made " + std::to_string(products) + " whole pictures";
         return {};
+    }
+
+    /// Of an order: their names go on with the time of making.
+    std::size_t wholeProducts(const std::string& name) const {
+        std::size_t count = 0;
+        for (const std::string& folder : SoakHome::productFolders())
+            for (const auto& entry : fs::directory_iterator(home_.products() / folder))
+                count += entry.path().filename().string().starts_with(name) &&
+                         soak::contentsOf(entry.path()).ends_with("\xFF\xD9");
+        return count;
     }
 
     void judge(const std::string& title, Milliseconds heldUp) {
