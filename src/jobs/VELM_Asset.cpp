@@ -169,7 +169,7 @@ VELM_Asset::TemplateRef VELM_Asset::firstOutlet() const {
 }
 
 VELM_Asset::TemplateRef VELM_Asset::outletForImage(const ImageObject& image) const {
-    const base::Size size = KLARON_Image::orientedSizeForImage(image);
+    const base::Size size = KLARON_Image::orientedSizeForImage(KLARON_Image::imageWithObject(image));
     TemplateRef best;
     double bestScore = 0;
     for (const TemplateRef& outlet : availableOutlets()) {

@@ -5,6 +5,7 @@
 #include "internal/XMLReading.h"
 #include "jobs/KLARON_Audit.h"
 #include "jobs/VELM_Job.h"
+#include "platform/data/KeyedArchive.h"
 #include "platform/draw/PictureCache.h"
 #include "platform/run/Group.h"
 #include "template/VELM_Template.h"
@@ -13,6 +14,22 @@
 
 using platform::run::Queue;
 using platform::run::QueueRef;
+
+namespace {
+
+// Whoever uses packages can archive them and read them back.
+[[maybe_unused]] const bool isRegistered = [] {
+    platform::data::registerArchivedClass(
+        {.name = "VELM_Package",
+         .ancestors = {"VELM_XML_object", "NSObject"},
+         .keys = {{"self.valuesDict", {"NSDictionary", "VELM_Template", "VELM_Output", "NSValue", "NSURL"}},
+                  {"self.documentURL", {"NSURL"}},
+                  {"self.xmlString", {"NSString"}}},
+         .make = [](base::Dictionary values) { return VELM_Package::initWithCoder(values); }});
+    return true;
+}();
+
+} // namespace
 
 // Making ---------------------------------------------------------------------------------------------------------
 
@@ -25,6 +42,15 @@ VELM_Package::Ref VELM_Package::init() {
     package->setValue("name", "inlinePkg");
     package->setValue("type", "inline");
     return package;
+}
+
+base::Result<base::ObjectRef> VELM_Package::initWithCoder(const base::Dictionary& archived) {
+    auto package = std::make_shared<VELM_Package>();
+    if (!package->takeArchived(archived))
+        return base::failure(base::cocoaErrorDomain, 4864, "an archived package holds a value of the wrong kind");
+    for (const auto& output : package->outputs())
+        output->setPackage(package);
+    return base::ObjectRef(std::move(package));
 }
 
 VELM_Package::Ref VELM_Package::instanceWithXMLObject(const base::URL& url) {

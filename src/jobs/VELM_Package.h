@@ -47,6 +47,8 @@ public:
     /// A report takes down what is dropped or passed over, as in all reading below; what is logged stays the same.
     static Ref initWithNode(const platform::data::XMLNodeRef& element, const std::shared_ptr<VELM_Job>& job,
                             platform::data::Findings* report = nullptr);
+    /// From the archived form: values and text, without job.
+    static base::Result<base::ObjectRef> initWithCoder(const base::Dictionary& archived);
     /// A package file, not parsed yet. Null when it can't be read.
     static Ref instanceWithXMLObject(const base::URL& url);
 

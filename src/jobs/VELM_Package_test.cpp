@@ -1,13 +1,18 @@
 #include "base/Text.h"
 #include "internal/TestBed.h"
+#include "jobs/OrderReport.h"
+#include "jobs/PackageSearch.h"
 #include "jobs/VELM_Job.h"
 #include "jobs/VELM_Package.h"
+#include "platform/data/KeyedArchive.h"
 #include "platform/draw/BitmapContext.h"
 #include "platform/draw/ImageDestination.h"
 #include "template/VELM_Template.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
 #include <set>
+#include <sys/stat.h>
 #include <thread>
 
 using namespace jobs::testing;
@@ -29,7 +34,7 @@ std::string picture(int width, int height) {
 }
 
 /// Two folders of package files: that of a job and the configured one.
-class PackageSearch : public ::testing::Test {
+class PackageSearching : public ::testing::Test {
 protected:
     void SetUp() override {
         std::filesystem::remove_all(home() / "search");
@@ -59,7 +64,7 @@ protected:
 
 } // namespace
 
-TEST_F(PackageSearch, TakesTheOrientedNameBeforeThePlainOne) {
+TEST_F(PackageSearching, TakesTheOrientedNameBeforeThePlainOne) {
     const std::string portrait = picture(20, 30);
     const std::string landscape = picture(30, 20);
     const std::string square = picture(20, 20);
@@ -78,7 +83,7 @@ TEST_F(PackageSearch, TakesTheOrientedNameBeforeThePlainOne) {
     EXPECT_EQ(find("Nobody", portrait), "(none)");
 }
 
-TEST_F(PackageSearch, SearchesTheFolderOfTheJobFirst) {
+TEST_F(PackageSearching, SearchesTheFolderOfTheJobFirst) {
     std::filesystem::create_directories(home() / "search/order.velm_job/Images");
     std::filesystem::copy_file(picture(20, 30), home() / "search/order.velm_job/Images/p.jpg");
     shared("exact.xml", named("ABCPRT"));
@@ -100,7 +105,7 @@ TEST_F(PackageSearch, SearchesTheFolderOfTheJobFirst) {
     EXPECT_TRUE(log.has("Failed enumeration at file://"));
 }
 
-TEST_F(PackageSearch, LooksTwice) {
+TEST_F(PackageSearching, LooksTwice) {
     const std::string landscape = picture(30, 20);
     const struct {
         const char* content;
@@ -122,6 +127,7 @@ TEST_F(PackageSearch, LooksTwice) {
         {"<data type='VELM_Package' version='2.0' name='ABC'/>", false, "Scanning package file"},
         {"<data type='VELM_Package' name='ABCLS' version='2.0'><output/></data>", true, "Found package named ABCLS"},
         {"<data name='ABC' other='1'/>", true, "Found unexpected XML attribute:other=1"},
+        {"<data name='ABC'><plucode>X</plucode></data>", false, "Skipping package named X at"},
         {"<data/>", false, "with type public.xml"},
         {"no package at all", false, "Scanning package file"},
         {"", false, "Scanning package file"},
@@ -145,7 +151,7 @@ TEST_F(PackageSearch, LooksTwice) {
     EXPECT_TRUE(partial->outputs().empty());
 }
 
-TEST_F(PackageSearch, ReadsNoFurtherThanTheNameOfAnotherPackage) {
+TEST_F(PackageSearching, ReadsNoFurtherThanTheNameOfAnotherPackage) {
     LogCapture log;
     shared("other.xml",
            packageFile("type='VELM_Package' version='1.0' name='Other'",
@@ -156,6 +162,172 @@ TEST_F(PackageSearch, ReadsNoFurtherThanTheNameOfAnotherPackage) {
     EXPECT_EQ(find("Other", ""), "Packages/other.xml");
     EXPECT_TRUE(log.has("failed to read template at path missing.xml"));
     EXPECT_TRUE(log.has("error! bad element kind 2 for element <x/>"));
+}
+
+TEST_F(PackageSearching, TellsHowItWent) {
+    const auto text = [](std::string_view name, const std::string& image) {
+        const Dictionary reference{{"plucode", name}, {"name", "no"}, {"key", Dictionary{{"image1", image}}}};
+        const PackageSearch search = searchPackage(reference);
+        const auto run = VELM_Package::packageWithDictionary(reference);
+        EXPECT_EQ(search.path, run ? run->documentURL()->path() : "") << name;
+        std::string told = base::lastPathComponent(search.path) + "|" + search.reason;
+        for (const auto& passed : search.passedOver)
+            told += "|" + base::lastPathComponent(passed.path) + " " + passed.name + ": " + passed.reason;
+        return base::replacingAll(told, std::string(home() / "search"), "~");
+    };
+    const std::string portrait = picture(20, 30);
+    EXPECT_EQ(text("ABC", portrait), "|no package is named ABCPRT or ABC in ~/Packages");
+    shared("1.xml", named("ABC"));
+    EXPECT_EQ(text("ABC", portrait), "1.xml|fallback ABC, for there is no ABCPRT");
+    shared("2.xml", named("Other"));
+    shared("3.xml", named("abc"));
+    shared("4.xml", packageFile("name='ABC'", "<name>X</name>"));
+    shared("5.xml", packageFile("type='VELM_Package' version='2.0' name='ABC'"));
+    shared("6.xml", "<data type='VELM_Template' name='ABC'/>");
+    shared("7.xml", "<data/>");
+    shared("8.xml", "");
+    shared("9.xml", named("ABCLS"));
+    const std::string rubbish = "|4.xml X: the name in its elements takes the place of the one in its attributes"
+                                "|5.xml : file version too new 2.0 when parsing VELM_Package"
+                                "|6.xml : encountered incorrect file type VELM_Template when parsing VELM_Package"
+                                "|7.xml : it has neither product code nor name|8.xml : the file is empty";
+    EXPECT_EQ(text("ABC", portrait), "3.xml|fallback ABC, for there is no ABCPRT: the last of 2 of that name"
+                                     "|1.xml ABC: the last one of the plain name is taken" +
+                                         rubbish +
+                                         "|9.xml ABCLS: it is for lying pictures, and the first picture stands");
+    const std::string both = "|1.xml ABC: the last one of the plain name is taken" + rubbish +
+                             "|3.xml ABC: the oriented name comes before the plain one";
+    EXPECT_EQ(text("ABC", ""), "9.xml|ABCLS by its oriented name (no image1: counts as lying)" + both);
+    EXPECT_EQ(text("ABC", "no.jpg"),
+              "9.xml|ABCLS by its oriented name (no picture \"no.jpg\": counts as lying)" + both);
+    EXPECT_EQ(searchPackage({}).reason, "the reference has neither product code nor name");
+    EXPECT_TRUE(searchPackage({{"package", base::Value(VELM_Package::init())}}).isInline);
+    std::filesystem::remove_all(home() / "search/Packages");
+    EXPECT_EQ(searchPackage({{"name", "ABC"}}).passedOver.size(), 1U); // the folder itself
+}
+
+TEST_F(PackageSearching, IsStoppedByNothingThatLiesInTheFolder) {
+    const std::string folder = home() / "search/Packages/";
+    ASSERT_EQ(mkfifo((folder + "0.xml").c_str(), 0600), 0);
+    std::filesystem::create_directory_symlink(".", folder + "1");
+    std::filesystem::create_symlink("/dev/zero", folder + "2.xml");
+    std::filesystem::create_symlink("3.xml", folder + "3.xml");
+    shared("4.xml", "");
+    std::filesystem::resize_file(folder + "4.xml", std::uintmax_t{1} << 40);
+    shared("5.xml", std::string(1 << 20, '<'));
+    std::string outputs;
+    for (int i = 0; i < 10'000; ++i)
+        outputs += "<output><allimages/><n type='node'/><destination/></output>";
+    shared("6.xml", packageFile("name='ABC'", outputs));
+    shared("7.xml", packageFile("name='ABC'", "<template name='t'><filepath>/dev/zero</filepath><filepath>" + folder +
+                                                  "0.xml</filepath></template>"));
+    std::atomic<bool> isDone = false;
+    std::thread others([&] { // which come and go meanwhile
+        for (int i = 0; !isDone; ++i) {
+            shared("8.xml", named("ABC"));
+            std::filesystem::remove(folder + "8.xml");
+        }
+    });
+    for (int i = 0; i < 20; ++i)
+        EXPECT_NE(find("ABC", ""), "(none)");
+    isDone = true;
+    others.join();
+    EXPECT_EQ(packagesInFolder(folder).size(), 8U);
+}
+
+TEST(Package, TellsAReportWhatItDrops) {
+    const std::string good = home().write("report/t.xml", "<data><layout size='{3, 2}'><layer/></layout></data>");
+    const std::string empty = home().write("report/e.xml", "<data/>");
+    const std::string file = home().write("report/p.xml", "<data type='VELM_Package' colour='red'>\n"
+                                                          "<price><q/>\n<quantity start='1'>2</quantity></price>\n"
+                                                          "<what/><!-- fine -->\n"
+                                                          "<template name='front' size='1'>\n<filepath>" +
+                                                              good + "</filepath>\n<path/>\n<filepath>" + empty +
+                                                              "</filepath>\n<filepath>no.xml</filepath></template>\n"
+                                                              "<template/>\n"
+                                                              "<output weight='3'>\n<front type='node' turn='1'/>\n"
+                                                              "<back type='node'><fram/></back>\n<thing/>\n"
+                                                              "<whattoprint>first</whattoprint>\n"
+                                                              "<destination type='fax'>\n<price/></destination>\n"
+                                                              "</output></data>");
+    OrderReport report;
+    report.setFile("ticket.xml");
+    const auto package = VELM_Package::instanceWithXMLObject(URL::fileURLWithPath(file));
+    package->parseXML(nullptr, &report);
+    const std::pair<int, std::string_view> expected[] = {
+        {1, "colour"},
+        {2, "<q/> in <price> is no <quantity>"},
+        {4, "<what>"},
+        {5, "size"},
+        {7, "<path>"},
+        {8, "holds nothing that could be drawn"},
+        {8, "takes the place of the one before it"},
+        {9, "\"no.xml\" can't be read"},
+        {10, "neither name, id nor key"},
+        {10, "names no file"},
+        {11, "weight"},
+        {12, "turn"},
+        {13, "<fram>"},
+        {14, "<thing>"},
+        {15, "is not \"all\""},
+        {16, "neither filepath nor printer"},
+        {17, "<price>"},
+        {13, "<back> names no template of the package"},
+    };
+    ASSERT_EQ(report.findings().size(), std::size(expected));
+    for (std::size_t index = 0; index < std::size(expected); ++index) {
+        const auto& finding = report.findings()[index];
+        EXPECT_EQ(finding.place.line, expected[index].first) << finding.message;
+        EXPECT_EQ(finding.place.file, file);
+        EXPECT_NE(finding.message.find(expected[index].second), std::string::npos) << finding.message;
+    }
+    EXPECT_EQ(report.file(), "ticket.xml");
+
+    OrderReport wrong;
+    VELM_Package::instanceWithXMLObject(URL::fileURLWithPath(home().write("report/v.xml", "<d version='3'/>")))
+        ->parseXML(nullptr, &wrong);
+    ASSERT_EQ(wrong.findings().size(), 1U);
+    EXPECT_EQ(wrong.findings()[0].message, "file version too new 3 when parsing (null); nothing further is read");
+}
+
+TEST(Package, RunsAnOutputOncePerPicture) {
+    std::filesystem::create_directories(home() / "run/out");
+    const std::string to = "<destination type='filepath'><filepath>" + std::string(home() / "run/out") +
+                           "</filepath></destination></output>";
+    const auto job = VELM_Job::instanceWithXMLObject(URL::fileURLWithPath(home().write(
+        "run/ticket.xml",
+        nativeTicket("<allimages><a>" + picture(20, 30) + "</a><b>" + picture(30, 20) + "</b><c>" + picture(20, 20) +
+                     "</c></allimages><package type='inline' name='P'>"
+                     "<layout name='n' size='{6, 4}'><layer type='image' frame='{{0, 0}, {6, 4}}'/>"
+                     "</layout><output><allimages/><n type='node'/>" +
+                     to + "<output><n type='node'/>" + to + "<output><none type='node'/>" + to + "</package>"))));
+    ASSERT_TRUE(job);
+    job->setObject("kiosk", "ipaddress");
+    const auto package = base::valueForKey(*job->jobPackages()[0].as<Dictionary>(), "package").object<VELM_Package>();
+    ASSERT_TRUE(package);
+    std::optional<bool> success;
+    std::optional<base::Error> error;
+    package->processToCompletion([&](bool flag, const std::optional<base::Error>& last) {
+        success = flag;
+        error = last;
+    });
+    EXPECT_EQ(success, false);
+    ASSERT_TRUE(error);
+    EXPECT_TRUE(error->localizedDescription == "no template found named none" ||
+                error->localizedDescription == "failed to generate output image");
+    const std::filesystem::directory_iterator files(std::filesystem::path(home() / "run/out"));
+    EXPECT_EQ(std::distance(begin(files), end(files)), 4);
+    for (const auto& output : package->outputs())
+        EXPECT_EQ(output->destinations().at(0)->destinationLabel(), "kiosk");
+
+    const auto archive = platform::data::archivedData(base::Value(package));
+    ASSERT_TRUE(archive) << archive.error().localizedDescription;
+    const auto restored = platform::data::unarchived(*archive, {"VELM_Package"});
+    ASSERT_TRUE(restored) << restored.error().localizedDescription;
+    const auto copy = restored->object<VELM_Package>();
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(copy->asXMLElement()->xmlString(), package->asXMLElement()->xmlString());
+    EXPECT_EQ(copy->outputs().at(0)->package(), copy);
 }
 
 TEST(Package, ReadsTemplatesAndOutputs) {
