@@ -7,7 +7,7 @@ import unittest
 from support import SOURCE, CommandLineTest, Picture, photograph
 
 
-DOCUMENTS = {name: (SOURCE / "docs" / f"{name}.md").read_text() for name in ("formats", "templates", "pictures")}
+DOCUMENTS = {name: (SOURCE / "docs" / f"{name}.md").read_text() for name in ("formats", "templates", "pictures", "operating")}
 
 
 class DocumentationTest(CommandLineTest):
@@ -67,6 +67,13 @@ class Templates(DocumentationTest):
     def test_examples(self):
         self.write_files((600, 400))
         self.run_examples("templates", 6)
+
+
+class Operating(DocumentationTest):
+    def test_examples(self):
+        self.write_files((600, 400))
+        self.home.velmctl("init")
+        self.run_examples("operating", 16)
 
 
 class Pictures(DocumentationTest):
