@@ -1,8 +1,8 @@
 """velmctl watch: the engine on real folders."""
 
+import json
 import os
 import signal
-import time
 import unittest
 
 from support import CommandLineTest, Watch, photograph, simple_package, simple_template, ticket
@@ -26,6 +26,14 @@ class WatchTest(CommandLineTest):
                                                                   "<allimages/>"))
         images = "<allimages>" + "<i>photo.jpg</i>" * 24 + "</allimages>"
         return self.home.bundle(name, ticket("Large", more=images))
+
+    def list_orders(self, watch, *names):
+        """Drops an order for each name, one after the other; each is listed when this returns."""
+        for name in names:
+            changes = self.home.log().count("Lets rescan")
+            order = watch.drop(self.home.bundle(name))
+            watch.wait_for_log("Lets rescan", changes + 1)
+        return order
 
     def wait_for_first_product(self, watch):
         watch.wait_until(lambda: [path for path in self.home.products() if path.suffix == ".jpeg"], "a product")
@@ -60,9 +68,13 @@ class Tickets(WatchTest):
         growing = self.home.bundle("growing", whole[:50])
         empty = self.home.bundle("empty", "")
         growing, empty = watch.drop(growing), watch.drop(empty)
-        watch.drop(self.home.bundle("next"))
-        watch.wait_for_lines("completed next ")
+        for name in ("next", "another"):
+            watch.drop(self.home.bundle(name))
+            watch.wait_for_lines(f"completed {name} ")
         self.assertTrue(growing.is_dir() and empty.is_dir(), "what can't be parsed stays where it is")
+        told = [f"cannot read the order {order}: " for order in sorted((empty, growing))]
+        self.assertEqual(sorted(line[:len(start)] for line, start in zip(sorted(watch.diagnostics), told)), told)
+        self.assertEqual(len(watch.diagnostics), 2, "each is told of once")
         with open(growing / "job.xml", "a") as ticket_file:
             ticket_file.write(whole[50:])
         watch.wait_for_lines("completed growing ")
@@ -71,11 +83,10 @@ class Tickets(WatchTest):
     def test_a_bundle_that_is_copied_in_slowly(self):
         watch = Watch(self.home)
         target = watch.bundles / "slow.velm_job"
-        target.mkdir()
-        time.sleep(1.5)
-        (target / "Images").mkdir()
-        photograph(target / "Images/photo.jpg")
-        time.sleep(1.5)
+        for step in (target.mkdir, lambda: photograph(target / "Images/photo.jpg")):
+            seen = self.home.log().count(f'{target.name}"')
+            step()
+            watch.wait_for_log(f'{target.name}"', seen + 1)
         (target / "job.xml").write_text(ticket())
         watch.wait_for_lines("completed slow ")
         self.assertEqual(len(self.home.products()), 1)
@@ -97,20 +108,18 @@ class Tickets(WatchTest):
 class Pausing(WatchTest):
     def test_another_process_pauses_and_resumes(self):
         watch = Watch(self.home, "--paused")
-        first = watch.drop(self.home.bundle("first"))
-        watch.wait_for_log("change to jobs in")
-        time.sleep(1.5)
-        self.assertTrue(first.is_dir(), "while paused nothing runs")
-        self.home.velmctl("defaults", "write", "velmProcessorIsRunning", "yes")
-        watch.wait_for_lines("completed first ")
-        self.home.velmctl("defaults", "write", "velmProcessorIsRunning", "no")
-        # The first order's going is one change of the list, the second one's coming another.
-        second = watch.drop(self.home.bundle("second"))
-        watch.wait_for_log("Lets rescan", 3)
-        time.sleep(1.5)
-        self.assertTrue(second.is_dir())
+        self.list_orders(watch, "first", "second")
+        self.assertNotIn("processJob:]", self.home.log(), "while paused nothing is started")
         self.home.velmctl("defaults", "write", "velmProcessorIsRunning", "yes")
         watch.wait_for_lines("completed second ")
+        self.home.velmctl("defaults", "write", "velmProcessorIsRunning", "no")
+        watch.wait_until(lambda: not any(watch.bundles.iterdir()), "an empty folder")
+        watch.wait_for_log("Lets rescan", 4)  # the last order's going is a change too
+        started = self.home.log().count("processJob:]")
+        self.list_orders(watch, "third", "fourth")
+        self.assertEqual(self.home.log().count("processJob:]"), started)
+        self.home.velmctl("defaults", "write", "velmProcessorIsRunning", "yes")
+        watch.wait_for_lines("completed fourth ")
 
     def test_a_listed_order_that_is_removed_does_not_run(self):
         watch = Watch(self.home, "--paused")
@@ -122,6 +131,44 @@ class Pausing(WatchTest):
         watch.wait_for_lines("completed stays ")
         self.assertEqual(watch.stop(), 0)
         self.assertFalse(any(" gone " in line for line in watch.lines), watch.lines)
+
+
+class Waiting(WatchTest):
+    def jobs(self):
+        return json.loads(self.home.velmctl("jobs", "list", "--json").stdout)
+
+    def test_jobs_list_looks_and_touches_nothing(self):
+        watch = Watch(self.home, "--paused")
+        self.assertEqual(watch.stop(), 0)
+        self.home.velmctl("defaults", "write", "velmProcessorIsRunning", "yes")
+        dated = {"b": 1_600_000_000, "a\nb": 1_500_000_000, "c": 1_400_000_000}
+        for name, date in dated.items():
+            order = self.home.bundle(name, ticket("Name") if name == "c" else ticket(), folder=watch.bundles)
+            os.utime(order / "job.xml", (date, date))
+        bad = self.home.bundle("bad", "<data", folder=watch.bundles)
+        (watch.tickets / "receipt-1.xml").write_text("<receipt/>")
+        before = sorted(self.home.path.rglob("*"))
+        lines = self.home.velmctl("jobs", "list").stdout.splitlines()
+        self.assertRegex(lines[0], rf"^2014-05-1\d \d\d:\d\d:\d\d  ready     c \(Name\) -> {watch.bundles}/c.velm_job$")
+        self.assertTrue(lines[1].endswith(rf"  a\nb (Simple) -> {watch.bundles}/a\nb.velm_job"), lines[1])
+        self.assertTrue(lines[3].startswith(f"unreadable {bad}: "), lines[3])
+        self.assertEqual(len(lines), 4)
+        listed = self.jobs()
+        self.assertEqual([job["name"] for job in listed["jobs"]], ["c", "a\nb", "b"])
+        self.assertEqual(listed["jobs"][0], {"name": "c", "package": "Name", "date": "2014-05-13T16:53:20.000Z",
+                                             "settling": False, "path": str(watch.bundles / "c.velm_job")})
+        self.assertEqual([item["path"] for item in listed["unreadable"]], [str(bad)])
+        self.assertEqual(sorted(self.home.path.rglob("*")), before)
+
+    def test_an_order_that_is_not_yet_still(self):
+        self.home.velmctl("folders", "set", "Old VELM Processor Folder ƒ", "--settle", "3600")
+        watch = Watch(self.home)
+        order = watch.drop(self.home.bundle("fresh"))
+        self.assertEqual(watch.wait_for_lines("waiting "), [f"waiting fresh -> {order}"])
+        self.assertEqual([job["settling"] for job in self.jobs()["jobs"]], [True])
+        watch.stop()
+        self.home.velmctl("folders", "set", "Old VELM Processor Folder ƒ", "--settle", "0.2")
+        Watch(self.home).wait_for_lines("completed fresh ")
 
 
 class Ending(WatchTest):
@@ -191,11 +238,10 @@ class Surroundings(WatchTest):
         line = watch.wait_for_lines("completed stuck ")[0]
         self.assertEqual(line, f"completed stuck -> {stuck}")
         watch.wait_until(lambda: watch.diagnostics, "a word about the stuck order")
-        self.assertIn(str(stuck), watch.diagnostics[0])
-        listed = self.home.log().count("Lets rescan")
-        waiting = watch.drop(self.home.bundle("waiting"))
-        watch.wait_for_log("Lets rescan", listed + 1)
-        time.sleep(1.5)
+        self.assertEqual(watch.diagnostics,
+                         [f"the order {stuck} stays where it is and blocks the queue until it is removed: "
+                          f"cannot move {stuck}: there is no folder {self.completed}"])
+        waiting = self.list_orders(watch, "next", "waiting")
         self.assertTrue(stuck.is_dir() and waiting.is_dir())
         self.completed.mkdir()
         stuck.rename(self.home.path / "taken-away.velm_job")

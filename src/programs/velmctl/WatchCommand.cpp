@@ -67,7 +67,7 @@ public:
             if (std::exchange(told_[item.path()], error) == error) return;
         }
         Console::shared().diagnostic(
-            oneLine("cannot read the order " + item.path() + " yet: " + error.localizedDescription));
+            oneLine("cannot read the order " + item.path() + ": " + error.localizedDescription));
     }
 
 private:
