@@ -91,7 +91,7 @@ base::Result<VELM_Job::Source> VELM_Job::sourceAtURL(const base::URL& url) {
 }
 
 /// The error names the file, when the text comes from one.
-base::Result<VELM_Job::Ref> VELM_Job::make(std::string_view xml, const std::string& file) {
+base::Result<VELM_Job::Ref> VELM_Job::make(std::string xml, const std::string& file) {
     Ref job(new VELM_Job);
     auto document = platform::data::XMLDocument::parse(xml);
     if (!document) {
@@ -101,14 +101,19 @@ base::Result<VELM_Job::Ref> VELM_Job::make(std::string_view xml, const std::stri
         return base::failure(std::move(error));
     }
     job->xmlDoc_ = std::move(*document);
+    job->xmlString_ = std::move(xml);
     return job;
 }
 
-VELM_Job::Ref VELM_Job::initWithXML(std::string_view xml) {
-    return make(xml, {}).value_or(nullptr);
+platform::data::XMLDocumentRef VELM_Job::xmlDoc() const {
+    return platform::data::XMLDocument::parse(xmlString_).value_or(nullptr);
 }
 
-base::Result<VELM_Job::Ref> VELM_Job::jobWithSource(const base::Result<Source>& source, const base::Value& given,
+VELM_Job::Ref VELM_Job::initWithXML(std::string_view xml) {
+    return make(std::string(xml), {}).value_or(nullptr);
+}
+
+base::Result<VELM_Job::Ref> VELM_Job::jobWithSource(base::Result<Source> source, const base::Value& given,
                                                     OrderReport* report) {
     const std::string file = source && source->document.isFileURL() ? source->document.path() : std::string();
     if (report) report->setFile(file);
@@ -117,16 +122,17 @@ base::Result<VELM_Job::Ref> VELM_Job::jobWithSource(const base::Result<Source>& 
         return base::failure(error);
     };
     if (!source) return refuse(source.error(), 0);
-    auto job = make(source->text, file);
+    auto job = make(std::move(source->text), file);
     if (!job) return refuse(job.error(), 0);
     (*job)->documentURL_ = source->document;
     (*job)->urlJobContainer_ = source->container;
 
+    const unsigned firstLine = (*job)->xmlDoc_->rootElement()->line();
     std::optional<base::Error> error;
     (*job)->parseXML([&error](const std::optional<base::Error>& parsingError) { error = parsingError; }, report);
     if (!error) return job;
     base::log("Error %@ parsing job %@", *error, source->container ? base::Value(*source->container) : given);
-    return refuse(*error, (*job)->xmlDoc_->rootElement()->line());
+    return refuse(*error, firstLine);
 }
 
 base::Result<VELM_Job::Ref> VELM_Job::jobWithContentsOfURL(const base::URL& url, OrderReport* report) {

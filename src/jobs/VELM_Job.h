@@ -76,7 +76,9 @@ public:
     const base::URL& documentURL() const { return documentURL_; }
     std::optional<base::URL> urlJobContainer() const override { return urlJobContainer_; }
     const base::Dictionary& valuesDict() const { return valuesDict_; }
-    const platform::data::XMLDocumentRef& xmlDoc() const { return xmlDoc_; }
+    /// The ticket as it was read; null for a job built in code. A job keeps its text alone, since the document takes
+    /// some fifty times as much: it is parsed anew at each call.
+    platform::data::XMLDocumentRef xmlDoc() const;
     const std::shared_ptr<platform::run::Progress>& progress() const { return progress_; }
 
     const base::Value& objectForKeyedSubscript(std::string_view key) const { return valueForKeyInDict(key); }
@@ -181,15 +183,16 @@ private:
     struct Source;
 
     VELM_Job();
-    static base::Result<Ref> make(std::string_view xml, const std::string& file);
-    static base::Result<Ref> jobWithSource(const base::Result<Source>& source, const base::Value& given,
+    static base::Result<Ref> make(std::string xml, const std::string& file);
+    static base::Result<Ref> jobWithSource(base::Result<Source> source, const base::Value& given,
                                            OrderReport* report = nullptr);
     static base::Result<Source> sourceAtURL(const base::URL& url);
 
-    void parseXML_velmVersion1(const ParseCompletion& completion, OrderReport* report);
-    void parseXML_sorrelVersion1(const ParseCompletion& completion, OrderReport* report);
+    void parseXML_velmVersion1(const platform::data::XMLNodeRef& root, const ParseCompletion& completion,
+                               OrderReport* report);
+    void parseXML_sorrelVersion1(const platform::data::XMLNodeRef& root, const ParseCompletion& completion,
+                                 OrderReport* report);
     std::optional<base::Error> translateForeignValues();
-    std::vector<platform::data::XMLNodeRef> rootChildren() const;
     void parseElement(const platform::data::XMLNode& element, OrderReport* report);
     void parseAllImages(const platform::data::XMLNode& element, const jobs::TicketReading& reading);
     void parsePackage(const platform::data::XMLNodeRef& element, base::Array& references, OrderReport* report);
@@ -209,7 +212,8 @@ private:
     std::shared_ptr<platform::run::Progress> progress_;
     base::URL documentURL_;
     std::optional<base::URL> urlJobContainer_;
-    platform::data::XMLDocumentRef xmlDoc_;
+    std::string xmlString_;
+    platform::data::XMLDocumentRef xmlDoc_; // until it is read
     std::optional<base::URL> previewItemURL_;
     std::vector<std::shared_ptr<VELM_Package>> packages_;
     base::Dictionary valuesDict_;

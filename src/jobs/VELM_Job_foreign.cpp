@@ -38,9 +38,9 @@ void noteOtherQuantity(const XMLNode& element, OrderReport* report) {
 
 } // namespace
 
-void VELM_Job::parseXML_sorrelVersion1(const ParseCompletion& completion, OrderReport* report) {
+void VELM_Job::parseXML_sorrelVersion1(const XMLNodeRef& root, const ParseCompletion& completion, OrderReport* report) {
     const jobs::TicketReading reading{report, {}};
-    for (const XMLNodeRef& child : rootChildren()) {
+    for (const XMLNodeRef& child : jobs::childrenOf(root)) {
         if (!jobs::isElementToRead(*child, report)) continue;
         const std::string name = base::lowercase(child->name());
         if (std::find(plainElements.begin(), plainElements.end(), name) == plainElements.end()) {

@@ -7,9 +7,11 @@
 #include "jobs/VELM_Package.h"
 
 #include <algorithm>
+#include <utility>
 
 using base::equalIgnoringCase;
 using jobs::TicketReading;
+using platform::data::XMLDocumentRef;
 using platform::data::XMLNode;
 using platform::data::XMLNodeRef;
 
@@ -44,7 +46,9 @@ bool isPackageElement(std::string_view name) {
 
 void VELM_Job::parseXML(const ParseCompletion& completion, OrderReport* report) {
     const auto parsing = platform::run::Progress::child(1, progress_, 10);
-    if (const XMLNodeRef root = xmlDoc_ ? xmlDoc_->rootElement() : nullptr) {
+    const XMLDocumentRef document = xmlDoc_ ? std::exchange(xmlDoc_, nullptr) : xmlDoc();
+    const XMLNodeRef root = document ? document->rootElement() : nullptr;
+    if (root) {
         for (const XMLNodeRef& attribute : root->attributes()) {
             if (attribute->nameIs("type"))
                 setObject(attribute->stringValue(), "type");
@@ -63,22 +67,17 @@ void VELM_Job::parseXML(const ParseCompletion& completion, OrderReport* report) 
                 base::log("%@", *error);
             return;
         }
-        parseXML_velmVersion1(completion, report);
+        parseXML_velmVersion1(root, completion, report);
     } else {
-        parseXML_sorrelVersion1(completion, report);
+        parseXML_sorrelVersion1(root, completion, report);
     }
     makePreviewItems();
     parsing->setCompletedUnitCount(1);
 }
 
-std::vector<XMLNodeRef> VELM_Job::rootChildren() const {
-    const XMLNodeRef root = xmlDoc_ ? xmlDoc_->rootElement() : nullptr;
-    return root ? root->children() : std::vector<XMLNodeRef>();
-}
-
-void VELM_Job::parseXML_velmVersion1(const ParseCompletion& completion, OrderReport* report) {
+void VELM_Job::parseXML_velmVersion1(const XMLNodeRef& root, const ParseCompletion& completion, OrderReport* report) {
     base::Array references;
-    for (const XMLNodeRef& child : rootChildren()) {
+    for (const XMLNodeRef& child : jobs::childrenOf(root)) {
         if (!jobs::isElementToRead(*child, report)) continue;
         if (child->nameIs("package"))
             parsePackage(child, references, report);

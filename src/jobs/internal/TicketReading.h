@@ -7,8 +7,15 @@
 #include <cstddef>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace jobs {
+
+/// None of a job without a document.
+inline const std::vector<platform::data::XMLNodeRef>& childrenOf(const platform::data::XMLNodeRef& root) {
+    static const std::vector<platform::data::XMLNodeRef> none;
+    return root ? root->children() : none;
+}
 
 /// In the ticket itself, or in the package reference of that index. Without a report nothing is noted.
 struct TicketReading {
