@@ -48,7 +48,12 @@ bool isNumber(std::string_view text) {
 class Checker {
 public:
     Checker(const OrderPlan& plan, const OrderReport& report)
-        : plan_(plan), report_(report), job_(*plan.job), findings_(report.findings()) {}
+        : plan_(plan), report_(report), job_(*plan.job), findings_(report.findings()) {
+        if (const XMLNodeRef root = job_.xmlDoc() ? job_.xmlDoc()->rootElement() : nullptr)
+            for (const XMLNodeRef& child : root->children())
+                if (child->isElement() && child->nameIs("package"))
+                    packageElements_.emplace(static_cast<int>(child->line()), child);
+    }
 
     std::vector<Finding> findings();
 
@@ -84,6 +89,7 @@ private:
     const OrderReport& report_;
     const VELM_Job& job_;
     std::vector<Finding> findings_;
+    std::map<int, XMLNodeRef> packageElements_; // of the ticket, by their lines
     std::map<std::string, std::string> undecodable_;
     std::set<std::string> checkedTemplates_;
     std::set<std::string> checkedPackages_;
@@ -94,6 +100,7 @@ std::vector<Finding> Checker::findings() {
     std::set<std::string> holesOfAll;
     bool allAreFound = true;
     jobs::OutputCheck outputs;
+    const base::Array references = job_.jobPackages();
     for (std::size_t index = 0; index < plan_.packages.size(); ++index) {
         const PlannedPackage& package = plan_.packages[index];
         checkReference(index);
@@ -117,7 +124,6 @@ std::vector<Finding> Checker::findings() {
             }
         }
         checkInlineTemplates(index);
-        const base::Array references = job_.jobPackages();
         if (const auto* reference = references[index].as<Dictionary>()) checkSlots(index, *reference, holes);
         holesOfAll.merge(holes);
     }
@@ -170,11 +176,8 @@ XMLNodeRef Checker::packageElement(std::size_t index) const {
         return document ? document->rootElement() : nullptr;
     }
     const auto place = report_.placeOf(index);
-    const XMLNodeRef root = job_.xmlDoc() ? job_.xmlDoc()->rootElement() : nullptr;
-    if (!place || !root) return nullptr;
-    for (const XMLNodeRef& child : root->children())
-        if (child->nameIs("package") && static_cast<int>(child->line()) == place->line) return child;
-    return nullptr;
+    const auto element = place ? packageElements_.find(place->line) : packageElements_.end();
+    return element == packageElements_.end() ? nullptr : element->second;
 }
 
 // -- The ticket ------------------------------------------------------------------------------------------------------
@@ -250,7 +253,9 @@ void Checker::checkHole(std::size_t index, const PlannedOutput& output, const Pl
                         const PlannedHole& hole) {
     const std::string where = planned.path.empty() ? planned.node : base::lastPathComponent(planned.path);
     const bool isPicture = hole.type != VELM_Template::LayerTypeTextbox;
-    if (!hole.value) {
+    // An output that runs for each picture shows that one also in a hole that no slot fills.
+    const bool showsPictureOfRun = hole.type == VELM_Template::LayerTypeImage && output.picture;
+    if (!hole.value && !showsPictureOfRun) {
         const bool isEmpty = hole.omission == LayerOmission::noPath || hole.omission == LayerOmission::noText;
         if (isEmpty)
             add(referencePlace(index), "no slot fills the hole \"%@\" of %@, so it stays empty", quotable(hole.key),
@@ -272,9 +277,17 @@ void Checker::checkHole(std::size_t index, const PlannedOutput& output, const Pl
             quotable(*hole.crop), quotable(hole.key));
 
     const Place picturePlace = output.picture ? slotPlace({}, "allimages") : place;
-    const std::string picture = output.picture.value_or(*hole.value);
+    const std::string picture = output.picture ? *output.picture : hole.value.value_or("");
     if (!hole.templatePath) {
-        checkPicture(picturePlace, hole.key, picture, hole, hole.crop);
+        // Only a template that has a file is a place from where to look into the order's folders.
+        const bool isByNameAlone = planned.path.empty() && job_.urlJobContainer() && !picture.starts_with('/');
+        if (hole.omission == LayerOmission::missingPicture && isByNameAlone)
+            add(picturePlace,
+                "the picture \"%@\" of slot \"%@\" is missing: a template without a file of its own finds pictures by "
+                "their full paths only",
+                quotable(picture), quotable(hole.key));
+        else
+            checkPicture(picturePlace, hole.key, picture, hole, hole.crop);
     } else if (!hole.filling) {
         add(place, "the template \"%@\" of slot \"%@\" is missing, so the hole stays as its template has it",
             quotable(*hole.templatePath), quotable(hole.key));

@@ -39,8 +39,12 @@ class Formats(DocumentationTest):
     def setUp(self):
         super().setUp()
         self.write_files((600, 400))
+        # Pictures are found where the document says, not by where velmctl was started.
+        self.home.write("Photographs/photo.jpg", (self.home.path / "photo.jpg").read_bytes())
+        (self.home.path / "photo.jpg").unlink()
 
     def process(self, order):
+        self.assertEqual(self.home.velmctl("order", "check", order).stdout, f"{order}: no findings\n")
         answer = self.home.velmctl("process", order)
         self.assertEqual((answer.returncode, answer.stderr), (0, ""))
         return answer.stdout.splitlines()
@@ -58,7 +62,7 @@ class Formats(DocumentationTest):
 
     def test_ticket_of_sorrel(self):
         self.home.velmctl("defaults", "write", "/", "--suite", "com.apple.java.util.prefs",
-                          f"<dict><key>Sorrel/</key><dict><key>searchfolder</key><string>{self.home.path}</string>"
+                          f"<dict><key>Sorrel/</key><dict><key>searchfolder</key><string>{self.home.path}/Photographs</string>"
                           "</dict></dict>")
         self.assertEqual(len(self.process("sorrel.xml")), 1)
 
