@@ -12,7 +12,8 @@ class Usage(CommandLineTest):
     def test_help_and_version_explain_themselves(self):
         for arguments in (["--help"], ["process", "--help"], ["watch", "--help"], ["init", "--help"],
                           ["render", "--help"], ["defaults", "--help"], ["defaults", "write", "--help"],
-                          ["image", "--help"], ["image", "convert", "--help"], ["template", "format", "--help"], ["code", "make", "aztec", "--help"]):
+                          ["image", "--help"], ["image", "convert", "--help"], ["template", "format", "--help"],
+                          ["order", "show", "--help"], ["code", "make", "aztec", "--help"]):
             with self.subTest(arguments):
                 answer = self.home.velmctl(*arguments)
                 self.assertEqual((answer.returncode, answer.stderr), (0, ""))
@@ -26,7 +27,8 @@ class Usage(CommandLineTest):
                                  (["render", "a.xml", "-o", "a.bmp"], "a.bmp"),
                                  (["render", "a.xml", "-o", "a.png", "--scale", "nan"], "scale"),
                                  (["template", "format", "a.xml", "-o", ""], "output"),
-                                 (["defaults"], "required"), (["template", "check"], "FILE"), (["defaults", "write", "key"], "VALUE")):
+                                 (["defaults"], "required"), (["template", "check"], "FILE"), (["order", "check"], "ORDER"),
+                                 (["defaults", "write", "key"], "VALUE")):
             with self.subTest(arguments):
                 answer = self.home.velmctl(*arguments)
                 self.assertEqual((answer.returncode, answer.stdout), (2, ""))
