@@ -13,7 +13,6 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <fmt/format.h>
 #include <fstream>
 #include <iterator>
 #include <limits>
@@ -297,7 +296,9 @@ std::string app::gigabytesText(std::int64_t bytes) {
     constexpr int significantDigits = 3;
     const double gigabytes = static_cast<double>(bytes) / 1e9;
     const int wholeDigits = static_cast<int>(std::floor(std::log10(std::abs(gigabytes)))) + 1;
-    return fmt::format("{:.{}f} GB", gigabytes, std::max(0, significantDigits - wholeDigits));
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.*f GB", std::max(0, significantDigits - wholeDigits), gigabytes);
+    return text.data();
 }
 
 std::optional<std::string> app::outputWhenRunAsShellCommand(const std::string& command) {

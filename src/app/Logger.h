@@ -45,7 +45,7 @@ public:
     /// setLogFile.
     static void setFailureBlock(std::function<void(std::string_view reason)> block);
 
-    /// Brings all that was logged so far to the file before it returns, unless that takes longer than the limit or the
-    /// file can't be written. For those who are about to end the process by _exit.
-    static bool drain(std::chrono::nanoseconds limit = std::chrono::seconds(2));
+    /// Brings all that was logged so far to the file before it returns, unless the file can't be written or takes
+    /// nothing for as long as the limit. For those who are about to end the process by _exit.
+    static bool drain(std::chrono::nanoseconds limit = std::chrono::seconds(1));
 };

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <gnu/libc-version.h>
+#include <string>
 #include <utility>
 
 namespace app {
@@ -28,7 +28,7 @@ std::string longDescription() {
 }
 
 std::string longDescriptionWithLabel(std::string_view label) {
-    const std::string library = std::string("glibc ") + gnu_get_libc_version();
+    const std::string library = base::message("glibc %d.%d", __GLIBC__, __GLIBC_MINOR__);
     return base::message("%@ %@%s- v%@ (xc-%@ sdk-%@)", bundleName, label, label.empty() ? "" : " ", shortVersion,
                          compiler, library);
 }

@@ -27,6 +27,9 @@ using namespace std::chrono_literals;
 using platform::run::BlockingScope;
 
 constexpr auto retryTime = 250ms;
+/// How long the reader waits for space. Writers wait for it when the pipe is full, so this is what a file that hangs
+/// can cost them.
+constexpr auto burstTime = 500ms;
 /// Between looks for somebody in a hurry, who may be a signal handler and unable to notify.
 constexpr auto shortTime = 10ms;
 /// How long the beginning of a line waits for its end, and how long it may be.
@@ -71,6 +74,7 @@ struct LogPipe::State {
     void receive(std::string_view piece);
     void write();
     std::string_view takeable(bool isLate);
+    bool isQuiet();
     void attempt(std::string_view part);
     void resume();
 
@@ -80,7 +84,7 @@ struct LogPipe::State {
     Progress progress;
 
     std::mutex mutex; // guards what follows
-    std::condition_variable changed;
+    std::condition_variable changed, written;
     std::string backlog;
     bool started = false;
     bool ended = false;
@@ -89,9 +93,9 @@ struct LogPipe::State {
     };
     Dropped dropped;
     bool isDropping = false;
-    bool isInLine = false;  ///< What arrived last was no line's end.
-    bool skipsLine = false; ///< The rest of a line whose beginning was dropped is dropped too.
-    std::string reason;     ///< Why the file can't be written.
+    bool isInLine = false;           ///< What arrived last was no line's end.
+    bool skipsLine = false;          ///< The rest of a line whose beginning was dropped is dropped too.
+    std::string reason = "too slow"; ///< Why the file can't be written.
 
     // The writer's own.
     LogFile file;
@@ -139,21 +143,26 @@ bool LogPipe::isOwnThread() const noexcept {
 
 bool LogPipe::drain(std::chrono::nanoseconds limit) const noexcept {
     Progress& progress = state_->progress;
-    const auto isDone = [&] {
-        int inPipe = 0;
-        // In this order: what leaves the pipe is counted as waiting before the reading ends.
-        return ioctl(state_->output, FIONREAD, &inPipe) == 0 && inPipe == 0 && !progress.isReading &&
-               progress.waiting == 0;
-    };
     const unsigned attempts = progress.attempts;
-    const auto end = now() + limit;
+    const auto start = now();
+    auto moved = start;
+    std::size_t before = 0;
     progress.isHurried = true;
     bool isDrained = false;
     for (;;) {
+        // In this order: what leaves the pipe is counted as waiting before the reading ends.
+        int inPipe = 0;
+        const bool isEmpty = ioctl(state_->output, FIONREAD, &inPipe) == 0 && inPipe == 0 && !progress.isReading;
+        const std::size_t waiting = progress.waiting;
         // The first attempt opens the file; who ends before it has may still be told that it can't be.
-        isDrained = isDone() && progress.attempts > 0;
+        isDrained = isEmpty && waiting == 0 && progress.attempts > 0;
         // One more attempt that fails is enough.
-        if (isDrained || (progress.isFailing && progress.attempts > attempts) || now() >= end) break;
+        if (isDrained || (progress.isFailing && progress.attempts > attempts)) break;
+        const std::size_t there = waiting + static_cast<std::size_t>(inPipe);
+        if (std::exchange(before, there) != there) moved = now();
+        // A file that takes its time is not one that hangs; but others may go on writing for ever.
+        constexpr int patience = 10;
+        if (now() - moved >= limit || now() - start >= patience * limit) break;
         const timespec pause = {0, 50'000};
         nanosleep(&pause, nullptr);
     }
@@ -195,7 +204,13 @@ void LogPipe::State::read() {
 }
 
 void LogPipe::State::receive(std::string_view piece) {
-    const std::lock_guard lock(mutex);
+    std::unique_lock lock(mutex);
+    // A burst waits for a file that can be written, but not for one that hangs.
+    const auto hasSpace = [&] { return progress.waiting + piece.size() <= limits.inMemory; };
+    if (!isDropping && !hasSpace()) {
+        const BlockingScope blocking;
+        written.wait_for(lock, burstTime, [&] { return hasSpace() || progress.isFailing; });
+    }
     resume();
     const std::size_t space = limits.inMemory - std::min<std::size_t>(limits.inMemory, progress.waiting);
     std::string_view kept = piece;
@@ -263,7 +278,7 @@ void LogPipe::State::write() {
             backlog.clear();
             if (ended && text.empty()) break;
         }
-        const bool isLate = progress.isHurried || now() - partSince > lineTime;
+        const bool isLate = (progress.isHurried && isQuiet()) || now() - partSince > lineTime;
         const std::string_view part = takeable(isLate);
         if (part.empty()) continue;
         attempt(part);
@@ -272,6 +287,15 @@ void LogPipe::State::write() {
         if (ended && progress.isFailing) break;
     }
     progress.writer = 0;
+}
+
+/// Whether all that was written stands in `text`: somebody who waits gets the beginning of a line too, but no line is
+/// torn whose rest is on its way.
+bool LogPipe::State::isQuiet() {
+    int inPipe = 0;
+    if (ioctl(output, FIONREAD, &inPipe) != 0 || inPipe > 0 || progress.isReading) return false;
+    const std::lock_guard lock(mutex);
+    return backlog.empty();
 }
 
 /// What may go to the file: whole lines, and a line's beginning when its end does not come.
@@ -284,24 +308,28 @@ std::string_view LogPipe::State::takeable(bool isLate) {
 }
 
 void LogPipe::State::attempt(std::string_view part) {
-    LogFile::Written written;
+    LogFile::Written done;
     {
         const BlockingScope blocking;
-        written = file.append(part);
+        done = file.append(part);
     }
     progress.descriptor = file.descriptor();
-    const std::string why = written.error != 0 ? std::strerror(written.error) : std::string();
-    if (written.error != 0) {
+    const std::string why = done.error != 0 ? std::strerror(done.error) : std::string();
+    if (done.error != 0) {
         const std::lock_guard lock(mutex);
         reason = why;
     }
-    text.erase(0, written.size);
-    const bool wasFailing = progress.isFailing.exchange(written.error != 0);
-    progress.waiting -= written.size;
+    text.erase(0, done.size);
+    const bool wasFailing = progress.isFailing.exchange(done.error != 0);
+    progress.waiting -= done.size;
     ++progress.attempts;
-    if (written.error != 0 && !wasFailing)
-        failed({std::string(base::posixErrorDomain), written.error,
-                base::message(written.messageTemplate, "+[Logger setLogFile:]", why)},
+    {
+        const std::lock_guard lock(mutex); // so that the reader is before its wait, or in it
+    }
+    written.notify_all();
+    if (done.error != 0 && !wasFailing)
+        failed({std::string(base::posixErrorDomain), done.error,
+                base::message(done.messageTemplate, "+[Logger setLogFile:]", why)},
                false);
 }
 

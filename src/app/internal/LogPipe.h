@@ -37,8 +37,8 @@ public:
     int input() const { return input_; }
     void closeInput();
 
-    /// Waits until the file holds all that was written before the call; false when the file can't be written or the
-    /// limit has passed. May be called in a signal handler.
+    /// Waits until the file holds all that was written before the call; false when the file can't be written or takes
+    /// nothing for as long as the limit. Ends after ten times the limit in any case. May be called in a signal handler.
     bool drain(std::chrono::nanoseconds limit) const noexcept;
     /// Of the log file, -1 while it is not open. May be called in a signal handler.
     int fileDescriptor() const noexcept;
