@@ -56,6 +56,8 @@ public:
     /// Whether an entry of an observed folder, by its path below the observed one, is a folder that is still being made
     /// or written to. It is delivered, again, once it is quiet.
     bool isSettling(const std::string& path) const { return eventStream_->isSettling(path); }
+    /// Whether an observed path is looked at now and then: what comes and goes between two looks is not delivered.
+    bool isPolling() const { return eventStream_->isPolling(); }
 
     const Paths& observedPaths() const { return observedPaths_; }
     std::string className() const override { return "KLARON_FileEvent"; }

@@ -30,6 +30,7 @@ void declareRender(CLI::App& app, const Chosen& chosen);
 void declareTemplate(CLI::App& app, const Chosen& chosen);
 void declarePackage(CLI::App& app, const Chosen& chosen);
 void declareJobs(CLI::App& app, const Chosen& chosen);
+void declareFolders(CLI::App& app, const Chosen& chosen);
 void declareDefaults(CLI::App& app, const Chosen& chosen);
 void declareImage(CLI::App& app, const Chosen& chosen);
 void declareCode(CLI::App& app, const Chosen& chosen);

@@ -33,6 +33,7 @@ int parseAndRun(int count, char** arguments) {
     velmctl::declareTemplate(app, chosen);
     velmctl::declarePackage(app, chosen);
     velmctl::declareJobs(app, chosen);
+    velmctl::declareFolders(app, chosen);
     velmctl::declareDefaults(app, chosen);
     velmctl::declareImage(app, chosen);
     velmctl::declareCode(app, chosen);
