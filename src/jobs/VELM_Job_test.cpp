@@ -1,8 +1,10 @@
 #include "internal/TestBed.h"
+#include "jobs/OrderReport.h"
 #include "jobs/VELM_Job.h"
 #include "jobs/VELM_Package.h"
 #include "output/VELM_Output.h"
 #include "platform/data/FileAttributes.h"
+#include "template/VELM_Template.h"
 
 #include <gtest/gtest.h>
 
@@ -77,6 +79,11 @@ TEST(Job, ReadsSlotsInShortAndLongForm) {
         {"<image1/>", "key/image1", "(none)"},
         {"<Image1>a.jpg</Image1>", "key/Image1", "a.jpg"},
         {"<text1>one</text1><text1>two</text1>", "key/text1", "two"},
+        {"<text1>a &amp; b &#228;</text1>", "key/text1", "a & b \u00E4"},
+        {"<text1><![CDATA[a < b]]></text1>", "key/text1", "a < b"},
+        {"<text1>a<![CDATA[b]]></text1>", "key/text1", "(none)"},
+        {"<text1><!-- alone --></text1>", "key/text1", ""},
+        {"<x:text1 xmlns:x='y'>a</x:text1>", "key/x:text1", "a"},
     };
     LogCapture log;
     for (const auto& c : cases) {
@@ -89,6 +96,148 @@ TEST(Job, ReadsSlotsInShortAndLongForm) {
         EXPECT_EQ(valueAt(referenceAt(withReference, 0), c.path), c.expected) << c.element;
     }
     EXPECT_TRUE(log.has("unrecognized element image1 : "));
+}
+
+TEST(Job, ReadsTicketsInAnyUnicodeFormAndInTheirDeclaredEncoding) {
+    const auto ticket = [](const std::string& declared, const std::string& text) {
+        return "<?xml version=\"1.0\" encoding=\"" + declared + "\"?><d type='velm_job' version='1.0'><t>" + text +
+               "</t></d>";
+    };
+    const auto utf16 = [](std::string_view latin1, bool isBigEndian) {
+        std::string bytes;
+        for (const char character : latin1)
+            bytes += isBigEndian ? std::string{'\0', character} : std::string{character, '\0'};
+        return bytes;
+    };
+    const std::string utf8 = "Gr\u00F6\u00DFe";
+    const std::string latin1 = "Gr\xF6\xDF\x65";
+    const struct {
+        const char* name;
+        std::string bytes;
+        const char* refusal; ///< Empty for a ticket that is read.
+    } cases[] = {
+        {"UTF-8", ticket("UTF-8", utf8), ""},
+        {"with a mark", "\xEF\xBB\xBF" + ticket("UTF-8", utf8), ""},
+        {"UTF-8 that claims UTF-16", ticket("UTF-16", utf8), ""},
+        {"UTF-8 that claims Latin-1", ticket("ISO-8859-1", utf8), ""},
+        {"Latin-1", ticket("ISO-8859-1", latin1), ""},
+        {"Windows", ticket("windows-1252", latin1), ""},
+        {"little endian", utf16(ticket("UTF-16", latin1), false), ""},
+        {"big endian", utf16(ticket("UTF-16", latin1), true), ""},
+        {"little endian with a mark", "\xFF\xFE" + utf16(ticket("UTF-16", latin1), false), ""},
+        {"big endian with a mark, claims UTF-8", "\xFE\xFF" + utf16(ticket("UTF-8", latin1), true), ""},
+        {"Latin-1 that claims UTF-8", ticket("UTF-8", latin1), "is neither UTF-8 nor UTF-16 text"},
+        {"an unknown encoding", ticket("x-nobody", latin1), "unknown text encoding"},
+        {"half a character", utf16(ticket("UTF-16", latin1), true) + "x", "is not valid UTF-16BE text"},
+        {"a zero byte", ticket("UTF-8", "Gr" + std::string(1, '\0') + "e"), "Line 1: "},
+    };
+    LogCapture log;
+    for (const auto& c : cases) {
+        const std::string path = home().write("encodings/a.xml", c.bytes);
+        const auto job = VELM_Job::jobWithContentsOfURL(base::URL::fileURLWithPath(path));
+        ASSERT_EQ(job.has_value(), *c.refusal == 0) << c.name;
+        if (job)
+            EXPECT_EQ(valueAt((*job)->valuesDict(), "key/t"), utf8) << c.name;
+        else
+            EXPECT_NE(job.error().localizedDescription.find(c.refusal), std::string::npos) << c.name;
+    }
+    EXPECT_FALSE(jobFromText(ticket("ISO-8859-1", latin1))); // bytes without a file are UTF-8
+}
+
+TEST(Job, RefusesHostileTicketsWithAMessageThatNamesTheFile) {
+    const auto repeated = [](std::size_t count, std::string_view part) {
+        std::string text;
+        for (std::size_t number = 0; number < count; ++number)
+            text += part;
+        return text;
+    };
+    const struct {
+        std::string text;
+        const char* refusal; ///< Empty for a ticket that is read.
+    } cases[] = {
+        {nativeTicket("<t>" + std::string(5 << 20, 'x') + "</t>"), ""},
+        {nativeTicket(repeated(10'000, "<package name='p'/>")), ""},
+        {"<d type='velm_job' version='1.0' " + repeated(100'000, "a='' ") + "/>", "more than 1000 attributes"},
+        {nativeTicket(repeated(100'000, "<a>")), "nested deeper than 200 levels"},
+        {"<!DOCTYPE d [<!ENTITY a 'b'>]><d type='velm_job' version='1.0'><t>&a;</t></d>", "declares an entity"},
+    };
+    for (const auto& c : cases) {
+        LogCapture log;
+        const std::string path = home().write("hostile/a.xml", c.text);
+        OrderReport report;
+        const auto job = VELM_Job::jobWithContentsOfURL(base::URL::fileURLWithPath(path), &report);
+        ASSERT_EQ(job.has_value(), *c.refusal == 0) << c.text.substr(0, 200);
+        EXPECT_EQ(report.refusal().has_value(), !job);
+        if (job) continue;
+        EXPECT_EQ(log.count(path + ": Line "), 1U);
+        EXPECT_EQ(report.refusal()->place.file, path);
+        EXPECT_GT(report.refusal()->place.line, 0);
+        EXPECT_NE(report.refusal()->message.find(c.refusal), std::string::npos) << report.refusal()->message;
+    }
+}
+
+TEST(Job, TellsAReportWhatReadingDropsAndLogsTheSameWithoutOne) {
+    const struct {
+        const char* ticket;
+        std::vector<std::string> findings;
+    } cases[] = {
+        {R"(<data type='velm_job' version='1.0' colour='red'>
+lost words
+  <?php x?>
+  <!-- silent -->
+  <text1/>
+  <image1 croprect='c' rotation='1'>a.jpg</image1>
+  <image1>
+    <filepath>a.jpg</filepath>
+    <Other>b</Other>
+  </image1>
+  <image2><!-- two nodes -->b.jpg</image2>
+  <image3><rotation>2</rotation></image3>
+  <package/>
+  <package name='A' id='B' type='outline' size='1'/>
+  <package type='inline' name='C'><icon>i</icon><text1>t</text1><layout/></package>
+  <allimages order='1'><f>a.jpg</f>b.jpg</allimages>
+</data>)",
+         {"1: attribute colour=\"red\" is not known and is not read",
+          "2: the text \"lost words\" stands where only elements are read and is lost",
+          "3: <?php x?> is no element and is not read", "5: <text1> is empty and is not read",
+          "6: attribute rotation of <image1> is not read", "7: <image1> stands in line 6 already; the last one counts",
+          "9: <Other> in <image1> is not known and is not read",
+          "11: the text \"b.jpg\" stands where only elements are read and is lost",
+          "12: <rotation> is all that <image3> holds, so its text is read as the <filepath>",
+          "13: <package> is empty and is dropped", "14: attribute id=\"B\" replaces the name \"A\"",
+          "14: the type \"outline\" of a package is not \"inline\" and has no effect",
+          "14: attribute size of <package> is not known and is not read",
+          "16: attribute order of <allimages> is not read",
+          "16: the text \"b.jpg\" stands where only elements are read and is lost"}},
+        {"<o from='x'>\n<plucode unit='1'>4x6</plucode>\n<quantity>3</quantity>\n<imagepath>a</imagepath>"
+         "\n<ImagePath>b</ImagePath></o>",
+         {"1: attribute from=\"x\" is not known and is not read", "2: attribute unit of <plucode> is not read",
+          "3: <quantity> is \"3\", but an order makes each product once",
+          "5: <ImagePath> stands in line 4 already; the last one counts"}},
+    };
+    for (const auto& c : cases) {
+        const auto url = base::URL::fileURLWithPath(home().write("reports/a.xml", c.ticket));
+        OrderReport report;
+        std::vector<std::string> logged[2];
+        for (OrderReport* given : {&report, static_cast<OrderReport*>(nullptr)}) {
+            LogCapture log;
+            ASSERT_TRUE(VELM_Job::jobWithContentsOfURL(url, given));
+            logged[given ? 0 : 1] = log.lines();
+        }
+        EXPECT_EQ(logged[0], logged[1]);
+        std::vector<std::string> findings;
+        for (const auto& finding : report.findings()) {
+            EXPECT_EQ(finding.place.file, url.path());
+            findings.push_back(std::to_string(finding.place.line) + ": " + finding.message);
+        }
+        EXPECT_EQ(findings, c.findings);
+        const bool isNative = url.path() == report.file() && report.placeOf(1).has_value();
+        EXPECT_EQ(report.placeOf(0)->line, isNative ? 14 : 2);
+        EXPECT_EQ(report.placeOf(std::nullopt, isNative ? "image1" : "imagepath")->line, isNative ? 7 : 5);
+        EXPECT_EQ(report.placeOf(1, "text1").has_value(), isNative);
+        EXPECT_FALSE(report.placeOf(std::nullopt, "image9"));
+    }
 }
 
 TEST(Job, ReadsPackageReferences) {
@@ -359,11 +508,50 @@ TEST(Job, WritesItselfAsABundleThatReadsBack) {
     EXPECT_EQ(valueAt(readBack->valuesDict(), "key/text1"), "x & y");
     EXPECT_EQ(valueAt(readBack->valuesDict(), "rotation/text1"), "2");
     EXPECT_EQ(readBack->valueInDict("allimages"), Value(base::Array{"a 9.jpg", "a 10.jpg"}));
+}
 
-    success = true;
-    job->writeToURL(base::URL::fileURLWithPath(home() / "writing/missing/new.velm_job"),
-                    [&](bool written, const std::optional<base::Error>&) { success = written; });
-    EXPECT_FALSE(success);
+TEST(Job, WritesNothingWhereSomethingWouldBeLost) {
+    const auto file = [](const char* path, const char* contents) {
+        return base::URL::fileURLWithPath(home().write("losing/" + std::string(path), contents));
+    };
+    const base::URL one = file("1/a.jpg", "one");
+    const base::URL page = file("1/page.xml", "<data><layout size='{30, 20}'/></data>");
+    const base::URL otherPage = file("2/page.xml", "<data><layout size='{30, 40}'/></data>");
+    const auto templateAt = [](const base::URL& url) {
+        return VELM_Template::templateWithPath(url.path(), std::nullopt);
+    };
+    const struct {
+        std::vector<VELM_Job::JobImage> images;
+        Dictionary replacements;
+        const char* folder;
+        std::vector<const char*> error; ///< Parts of its text; none for a job that is written.
+    } cases[] = {
+        {{{one, nullptr}, {one, nullptr}, {file("3/a.jpg", "one"), nullptr}, {{}, nullptr}}, {}, "", {}},
+        {{{one, templateAt(page)}, {one, templateAt(page)}}, {}, "", {}},
+        {{{one, nullptr}, {file("2/a.jpg", "two"), nullptr}}, {}, "", {"1/a.jpg", "2/a.jpg"}},
+        {{{one, templateAt(page)}, {one, templateAt(otherPage)}}, {}, "", {"1/page.xml", "2/page.xml"}},
+        {{{base::URL::fileURLWithPath("/nowhere/b.jpg"), nullptr}}, {}, "", {"/nowhere/b.jpg"}},
+        {{{file("1/b\n.jpg", "x"), nullptr}}, {}, "", {"a name that a job ticket can't hold"}},
+        {{}, {{"no name", "x"}}, "", {"could not be read back"}},
+        {{}, {}, "missing/", {"missing"}},
+    };
+    for (const auto& c : cases) {
+        const auto job = VELM_Job::init();
+        job->addImages(c.images);
+        job->addReplacements(c.replacements);
+        job->addTemplates({nullptr});
+        job->addPackages({nullptr});
+        const std::string target = home() / ("losing/" + std::string(c.folder) + "new.velm_job");
+        const std::string before = home().write("losing/new.velm_job/job.xml", "before");
+        std::optional<base::Error> error;
+        job->writeToURL(base::URL::fileURLWithPath(target), [&](bool written, const auto& given) {
+            EXPECT_EQ(written, c.error.empty());
+            error = given;
+        });
+        EXPECT_EQ(support::readFile(before) == "before", !c.error.empty());
+        for (const char* part : c.error)
+            EXPECT_NE(error->localizedDescription.find(part), std::string::npos) << error->localizedDescription;
+    }
 }
 
 TEST(Job, WritesItsPackagesInline) {
@@ -398,6 +586,28 @@ TEST(Job, WritesItsPackagesInline) {
     EXPECT_NE(job->hash(), VELM_Job::init()->hash());
     EXPECT_EQ(readBack->hash(), VELM_Job::instanceWithXMLObject(target)->hash());
     EXPECT_FALSE(job->previewImage());
+}
+
+TEST(Job, MergesReplacements) {
+    const Value list = base::Array{"a"};
+    const Value table = Dictionary{{"a", "1"}, {"b", "2"}};
+    const struct {
+        Value present, added, merged;
+    } cases[] = {
+        {"old", "new", "new"},
+        {list, "new", "new"},
+        {"old", list, "old"},
+        {"old", table, "old"},
+        {list, table, list},
+        {list, base::Array{"b"}, base::Array{"a", "b"}},
+        {table, Dictionary{{"b", "3"}, {"c", "4"}}, Dictionary{{"a", "1"}, {"b", "3"}, {"c", "4"}}},
+    };
+    for (const auto& c : cases) {
+        const auto job = VELM_Job::init();
+        job->addReplacements({{"slot", c.present}});
+        job->addReplacements({{"slot", c.added}, {"other", "x"}});
+        EXPECT_EQ(job->replacements(), (Dictionary{{"slot", c.merged}, {"other", "x"}})) << c.merged.description();
+    }
 }
 
 TEST(Job, NotifiesOfChangedValuesOnly) {

@@ -17,10 +17,11 @@ bool isElementToRead(const XMLNode& node, Findings* findings) {
     if (node.isElement()) return true;
     if (node.isComment()) return false;
     base::log("Found unexpected XML element kind:\n%lu", node.kindNumber());
-    if (node.kind() == XMLNodeKind::text)
-        note(findings, node, "the text \"%@\" stands where only elements are read and is lost",
-             quotable(node.stringValue()));
-    else
+    const bool isText = node.kind() == XMLNodeKind::text;
+    const std::string text = findings && isText ? quotable(node.stringValue()) : std::string();
+    if (!text.empty())
+        note(findings, node, "the text \"%@\" stands where only elements are read and is lost", text);
+    else if (!isText)
         note(findings, node, "%@ is no element and is not read", quotable(node.xmlString()));
     return false;
 }
