@@ -49,10 +49,13 @@ class Checker {
 public:
     Checker(const OrderPlan& plan, const OrderReport& report)
         : plan_(plan), report_(report), job_(*plan.job), findings_(report.findings()) {
-        if (const XMLNodeRef root = job_.xmlDoc() ? job_.xmlDoc()->rootElement() : nullptr)
-            for (const XMLNodeRef& child : root->children())
-                if (child->isElement() && child->nameIs("package"))
-                    packageElements_.emplace(static_cast<int>(child->line()), child);
+        const bool holdsPackages = std::any_of(plan.packages.begin(), plan.packages.end(),
+                                               [](const PlannedPackage& package) { return package.search.isInline; });
+        const auto document = holdsPackages ? job_.xmlDoc() : nullptr; // parsed for this
+        if (!document || !document->rootElement()) return;
+        for (const XMLNodeRef& child : document->rootElement()->children())
+            if (child->isElement() && child->nameIs("package"))
+                packageElements_.emplace(static_cast<int>(child->line()), child);
     }
 
     std::vector<Finding> findings();
@@ -320,8 +323,11 @@ void Checker::checkCopies(std::size_t index, const PlannedOutput& output) {
     for (const PlannedFile& file : output.files) {
         if (!file.settings.isCopy) continue;
         if (file.original.empty()) {
-            add(place, "an output of package \"%@\" copies the first picture, and there is none: it fails",
-                quotable(packageName(index)));
+            const auto picture = output.picture
+                                     ? output.picture
+                                     : job_.valueForKey(firstPicture, plan_.packages[index].search.package->name());
+            add(place, "an output of package \"%@\" copies the picture \"%@\", which is missing: it fails",
+                quotable(packageName(index)), quotable(picture.value_or("")));
         } else if (const std::string& reason = whyUndecodable(file.original); !reason.empty()) {
             add(place, "the picture \"%@\" can't be copied: %@", base::lastPathComponent(file.original), reason);
         }
