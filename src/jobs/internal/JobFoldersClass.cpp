@@ -190,12 +190,35 @@ void JobFoldersClass::scanFolders() {
         // A folder that was enabled just now may have been scanned before anybody observed it.
         if (isNew && !folder->jobs().empty()) jobsDidChange(folder);
     }
+    endObservingRemovedFolders();
+}
+
+/// The jobs of a folder that was taken out of the list are pending no longer.
+void JobFoldersClass::endObservingRemovedFolders() {
+    std::set<std::string> present;
+    for (const FolderSetRef& folder : folderSets())
+        present.insert(folder->uuid());
+    std::vector<KeyPathObservation> ended; // let go of without the lock
+    {
+        std::lock_guard lock(mutex_);
+        std::erase_if(observers_, [&](auto& entry) {
+            if (present.contains(entry.first)) return false;
+            ended.push_back(std::move(entry.second));
+            return true;
+        });
+    }
+    if (!ended.empty()) rebuildJobsPending();
 }
 
 void JobFoldersClass::jobsDidChange(const FolderRef& folder) {
     if (isRetired_) return;
     base::log("change to jobs in %@", folder);
     base::log("Lets rescan %@", folder);
+    rebuildJobsPending();
+    processNextJob();
+}
+
+void JobFoldersClass::rebuildJobsPending() {
     folders::performSyncOnMainQueue([this] {
         Jobs jobs;
         for (const FolderRef& enabled : enabledFolders())
@@ -209,7 +232,6 @@ void JobFoldersClass::jobsDidChange(const FolderRef& folder) {
         });
     });
     announceChange();
-    processNextJob();
 }
 
 // The slot -------------------------------------------------------------------------------------------------------
@@ -323,7 +345,7 @@ void JobFoldersClass::awaitedNoMore(const VELM_Job::Ref& job, Start start) {
 void JobFoldersClass::jobDidEnd(const VELM_Job::Ref& job, const std::optional<base::Error>& error) {
     if (error) base::log("%@", *error);
     const VELM_JobFolders::FinishedJob finished = disposeOfJob(job, error);
-    if (job->isDisposedOf() && platform::data::typeIdentifierOfFile(job->documentURL())) rescanFolderOfJob(job);
+    if (job->isDisposedOf()) rescanFolderOfJob(job);
     finishedObservers_.tell(finished);
     folders::performSyncOnMainQueue([&] {
         base::log("%s%@", "+[VELM_JobFolders processJob:]_block_invoke_2", job);
@@ -340,10 +362,14 @@ void JobFoldersClass::jobDidEnd(const VELM_Job::Ref& job, const std::optional<ba
     announceChange();
 }
 
-/// For an order that came under the name of a job just as that was moved away: the scan that saw it come may have
-/// taken it for the job itself.
+/// Where the folder's stream won't tell that the job has gone. An order may have come under its name just as it was
+/// moved away: the scan that saw it come may have taken it for the job itself. And a folder that is polled tells
+/// nothing of a job that came and went between two looks.
 void JobFoldersClass::rescanFolderOfJob(const VELM_Job::Ref& job) {
+    const bool isReplaced = platform::data::typeIdentifierOfFile(job->documentURL()).has_value();
     for (const FolderRef& folder : enabledFolders()) {
+        const auto stream = folder->fileEvent();
+        if (!isReplaced && !(stream && stream->isPolling())) continue;
         const Jobs jobs = folder->jobs();
         if (std::find(jobs.begin(), jobs.end(), job) != jobs.end()) folder->rescan();
     }

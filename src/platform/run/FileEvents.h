@@ -76,8 +76,11 @@ public:
     void stop();
     /// Whether the subfolder, by the path under which it is reported, is still being made: something changed inside it
     /// that waits for it to be quiet there, and will be delivered. Knows all that has happened before the call where
-    /// events come. Never in per-file mode.
+    /// events come; where none come, a subfolder that no look has seen yet counts as well. Never in per-file mode.
     bool isSettling(const std::string& subfolder);
+    /// Whether some path is looked at now and then, since no events come of it. What comes and goes between two looks
+    /// is not reported then, so whoever changes something there himself had better look himself.
+    bool isPolling() const;
 
 private:
     class Implementation;

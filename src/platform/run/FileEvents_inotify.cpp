@@ -82,7 +82,17 @@ public:
     bool isSettling(const std::string& subfolder) {
         std::lock_guard lock(mutex_);
         readRecords();
-        return collector_->isSettling(subfolder);
+        if (collector_->isSettling(subfolder)) return true;
+        // What no look has seen yet may have come a moment ago; the next one tells of it.
+        return std::any_of(roots_.begin(), roots_.end(), [&subfolder](const Root& root) {
+            return root.isPolled && root.seen && isEntryOf(root.path, subfolder) &&
+                   !root.seen->digests.contains(subfolder) && PathStanding::at(subfolder).isFolder();
+        });
+    }
+
+    bool isPolling() {
+        std::lock_guard lock(mutex_);
+        return std::any_of(roots_.begin(), roots_.end(), [](const Root& root) { return root.isPolled; });
     }
 
     void mountsDidChange() override {
@@ -451,6 +461,10 @@ void FileEventStream::stop() {
 
 bool FileEventStream::isSettling(const std::string& subfolder) {
     return implementation_->isSettling(subfolder);
+}
+
+bool FileEventStream::isPolling() const {
+    return implementation_->isPolling();
 }
 
 } // namespace platform::run

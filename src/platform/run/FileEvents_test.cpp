@@ -187,6 +187,13 @@ TEST_F(FileEvents, KnowsWhatIsStillBeingWritten) {
     fs::create_directories(directory_ / "aside/Images");
     fs::rename(directory_ / "aside", folder + "/whole");
     EXPECT_FALSE(stream.isSettling(folder + "/whole")); // moved in
+
+    FileEventStream polled({folder}, {.alwaysPoll = true, .clock = clock}, reports_.callback());
+    polled.setQueue(queue);
+    ASSERT_TRUE(polled.start());
+    fs::create_directories(folder + "/unseen");
+    EXPECT_TRUE(polled.isSettling(folder + "/unseen"));
+    EXPECT_FALSE(polled.isSettling(folder + "/whole"));
 }
 
 TEST_F(FileEvents, ReportsAFileThatIsWrittenOrReplaced) {
