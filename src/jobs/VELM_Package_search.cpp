@@ -154,7 +154,8 @@ std::string whyLying(const PackageSearch& search) {
 std::string whyChosen(const PackageSearch& search, const FolderSearch& folder) {
     const std::string lying = whyLying(search);
     if (folder.isByOrientedName()) return *search.orientedName + " by its oriented name" + lying;
-    const std::string fallback = base::message("fallback %@, for there is no %@", search.baseName, search.orientedName);
+    const std::string fallback =
+        base::message("fallback %@, for no %@ stands in its folder", search.baseName, search.orientedName);
     if (folder.fallbackCount() == 1) return fallback + lying;
     return fallback + ": the last of " + std::to_string(folder.fallbackCount()) + " of that name" + lying;
 }

@@ -178,7 +178,7 @@ TEST_F(PackageSearching, TellsHowItWent) {
     const std::string portrait = picture(20, 30);
     EXPECT_EQ(text("ABC", portrait), "|no package is named ABCPRT or ABC in ~/Packages");
     shared("1.xml", named("ABC"));
-    EXPECT_EQ(text("ABC", portrait), "1.xml|fallback ABC, for there is no ABCPRT");
+    EXPECT_EQ(text("ABC", portrait), "1.xml|fallback ABC, for no ABCPRT stands in its folder");
     shared("2.xml", named("Other"));
     shared("3.xml", named("abc"));
     shared("4.xml", packageFile("name='ABC'", "<name>X</name>"));
@@ -191,10 +191,10 @@ TEST_F(PackageSearching, TellsHowItWent) {
                                 "|5.xml : file version too new 2.0 when parsing VELM_Package"
                                 "|6.xml : encountered incorrect file type VELM_Template when parsing VELM_Package"
                                 "|7.xml : it has neither product code nor name|8.xml : the file is empty";
-    EXPECT_EQ(text("ABC", portrait), "3.xml|fallback ABC, for there is no ABCPRT: the last of 2 of that name"
-                                     "|1.xml ABC: the last one of the plain name is taken" +
-                                         rubbish +
-                                         "|9.xml ABCLS: it is for lying pictures, and the first picture stands");
+    EXPECT_EQ(text("ABC", portrait),
+              "3.xml|fallback ABC, for no ABCPRT stands in its folder: the last of 2 of that name"
+              "|1.xml ABC: the last one of the plain name is taken" +
+                  rubbish + "|9.xml ABCLS: it is for lying pictures, and the first picture stands");
     const std::string both = "|1.xml ABC: the last one of the plain name is taken" + rubbish +
                              "|3.xml ABC: the oriented name comes before the plain one";
     EXPECT_EQ(text("ABC", ""), "9.xml|ABCLS by its oriented name (no image1: counts as lying)" + both);
