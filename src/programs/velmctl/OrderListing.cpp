@@ -2,6 +2,7 @@
 
 #include "TextForms.h"
 #include "base/Path.h"
+#include "base/Text.h"
 #include "jobs/VELM_Package.h"
 #include "output/VELM_PrintToFileSet.h"
 
@@ -176,7 +177,9 @@ private:
 };
 
 std::string quoted(std::string_view text) {
-    return '"' + std::string(text) + '"';
+    constexpr std::size_t longest = 200;
+    const std::string part(base::truncated(text, longest));
+    return '"' + part + (part.size() < text.size() ? "...\"" : "\"");
 }
 
 std::string textOfHole(const PlannedHole& hole) {
@@ -204,8 +207,8 @@ void addTemplate(Lines& lines, const PlannedTemplate& planned, std::size_t depth
         lines.add(depth + 1, "hole " + hole.key + ": " + textOfHole(hole));
         if (hole.templatePath && !hole.filling)
             lines.add(depth + 2, "the template " + quoted(*hole.templatePath) + " is missing");
-        if (hole.crop) lines.add(depth + 2, "crop " + *hole.crop);
-        if (hole.rotation) lines.add(depth + 2, "rotation " + *hole.rotation);
+        if (hole.crop) lines.add(depth + 2, "crop " + quoted(*hole.crop));
+        if (hole.rotation) lines.add(depth + 2, "rotation " + quoted(*hole.rotation));
         if (hole.filling) addTemplate(lines, *hole.filling, depth + 2);
     }
 }
@@ -231,8 +234,8 @@ std::string textOfFile(const PlannedFile& file) {
 
 void addPackage(Lines& lines, const PlannedPackage& planned, const Value& reference, std::size_t number) {
     const PackageSearch& search = planned.search;
-    const Value name = search.isInline ? nameOf(*search.package) : orNull(search.baseName);
-    lines.add(1, "package " + std::to_string(number) + ": " + name.textOr("without a name"));
+    const Value title = search.isInline ? nameOf(*search.package) : orNull(search.baseName);
+    lines.add(1, "package " + std::to_string(number) + ": " + title.textOr("without a name"));
     if (search.isInline)
         lines.add(2, "stands in the ticket");
     else
