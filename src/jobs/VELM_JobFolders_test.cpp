@@ -336,6 +336,10 @@ TEST_F(JobFolders, ADisabledFolderHasNoJobs) {
     folder_->setEnabled(true);
     EXPECT_TRUE(listed(1));
     EXPECT_EQ(changes, 2);
+    VELM_JobFolders::classObject().removeFolderSet(folder_);
+    EXPECT_TRUE(listed(0)) << "nor has one that was taken out of the list";
+    VELM_JobFolders::classObject().addFolderSet(folder_);
+    EXPECT_TRUE(listed(1));
 
     folder_->setAddJobsPendingPathComponents(true);
     folder_->configureJobsFolder();

@@ -75,6 +75,8 @@ private:
     void retire();
     void scanFolders();
     void jobsDidChange(const FolderRef& folder);
+    void endObservingRemovedFolders();
+    void rebuildJobsPending();
     bool isPending(const VELM_Job& job) const;
 
     enum class Start { byHand, inTurn };
@@ -115,6 +117,7 @@ private:
     std::set<VELM_Job::Ref> awaited_;                 // a thread waits for the slot to run them
     std::optional<std::chrono::nanoseconds> wakesAt_; // by the clock in force
 
+    std::mutex choosingMutex_; // of many that choose after a flood, only the first looks at all the files
     JobSettling settling_;
     CallbackList<const VELM_JobFolders::FinishedJob&> finishedObservers_;
     CallbackList<const base::URL&, const base::Error&> unreadableObservers_;

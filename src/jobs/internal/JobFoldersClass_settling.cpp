@@ -35,6 +35,8 @@ nanoseconds JobFoldersClass::timeToSettle(const VELM_Job::Ref& job, const Stilln
 }
 
 VELM_Job::Ref JobFoldersClass::oldestSettledJob(const StillnessByFolder& folders) {
+    const platform::run::BlockingScope blocking;
+    std::lock_guard choosing(choosingMutex_);
     VELM_Job::Ref oldest;
     nanoseconds soonest = nanoseconds::max();
     for (const VELM_Job::Ref& job : jobsPending()) {
