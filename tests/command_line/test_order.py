@@ -2,13 +2,15 @@
 
 import json
 import os
+import pathlib
 import re
 import subprocess
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-from support import VELMCTL, CommandLineTest, photograph, simple_package, simple_template, ticket
+from support import SOURCE, VELMCTL, CommandLineTest, photograph, simple_package, simple_template, ticket
 
+PHOTOGRAPHS = pathlib.Path(os.environ.get("VELM_PHOTOGRAPHS", ""))
 CAPTION = ('<layer type="textbox" frame="{{0, 0}, {90, 12}}"><key>caption</key><string>none</string>'
            '<font size="8">DejaVu Sans</font></layer>')
 TABLES = {"filepath": "key", "croprect": "croprect", "rotation": "rotation", "template": "template"}
@@ -68,7 +70,8 @@ class ShowOrder(OrderTest):
         self.assertEqual((shown["name"], shown["type"]), ("all", "VELM_Job"))
         values = shown["values"]
         references = values.pop("package")
-        self.assertEqual(values, {**read.attrib, **slots_of(read), "allimages": [e.text for e in read.find("allimages")]})
+        pictures = [each.text for each in read.find("allimages")]
+        self.assertEqual(values, {**read.attrib, **slots_of(read), "allimages": pictures})
         self.assertEqual(references, [{**e.attrib, **slots_of(e), "job": str(order)} for e in read.findall("package")])
         self.assertEqual([(p["reference"], p["orientedName"], bool(p["found"])) for p in shown["packages"]],
                          [("Simple", "SimpleLS", True), ("P1", "P1LS", False)])
@@ -94,7 +97,8 @@ class ShowOrder(OrderTest):
             self.assertEqual((output["picture"], picture["file"], picture["size"], picture["shown"]),
                              (name, str(order / "Images" / name), size, [0, 0, *size]))
             self.assertEqual(text["text"], "shared")
-        planned = [file["path"] for package in (twice, own) for output in package["outputs"] for file in output["files"]]
+        planned = [file["path"] for package in (twice, own) for output in package["outputs"]
+                   for file in output["files"]]
         answer = self.home.velmctl("process", order)
         self.assertEqual(answer.returncode, 0, answer)
         written = answer.stdout.splitlines()
@@ -153,6 +157,16 @@ class CheckOrder(OrderTest):
                                            "</imagepath></p>")
         self.assertEqual(self.check(foreign), [])
 
+    @unittest.skipUnless((PHOTOGRAPHS / ".made").exists(), "the sample photographs are not generated in this build")
+    def test_the_sample_orders_have_no_findings(self):
+        self.home.velmctl("init")
+        subprocess.run([SOURCE / "scripts/sample-order", self.home.path, PHOTOGRAPHS, self.home.output], check=True)
+        self.home.velmctl("defaults", "write", "/", "--suite", "com.apple.java.util.prefs",
+                          f"<dict><key>Sorrel/</key><dict><key>searchfolder</key><string>{PHOTOGRAPHS}</string>"
+                          "</dict></dict>")
+        for order in self.home.orders.iterdir():
+            self.assertEqual(self.check(order), [])
+
     def test_each_fault_of_a_ticket_is_told_with_its_line(self):
         self.home.write("VELM/Templates/Post.xml", simple_template())
         holes = "".join(f'<layer type="image" frame="{{{{0, 0}}, {{18, 9}}}}"><key>{key}</key></layer>'
@@ -172,7 +186,7 @@ class CheckOrder(OrderTest):
             ("<Caption>typo</Caption>", 'no hole of package "Simple" has the key "Caption"'),
             (f"<caption>{'far too long ' * 20}</caption>", "does not fit its frame in Simple.xml"),
             ("</package>", None),
-            ('<package name="Nowhere"><image1>photo.jpg</image1></package>', "could not find package with name Nowhere"),
+            ('<package name="Nowhere"><image1>photo.jpg</image1></package>', "could not find package with name Nowhe"),
             ('<package name="Simple"><image1>photo.jpg</image1></package>', "from another reference"),
         ]
         order = self.home.bundle("faults", "\n".join(['<data type="VELM_Job" version="1.0">',
