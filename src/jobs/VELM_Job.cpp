@@ -33,10 +33,12 @@ std::optional<base::URL> fileURLForPath(const std::string& path) {
     return base::URL::fileURLWithPath(path);
 }
 
-/// "FILE: Line 12: words", as an error of the XML parser is told, taken apart.
+/// "FILE: Line 12: words", as an error of the XML parser is told, or "FILE words", taken apart.
 OrderReport::Finding refusalFromError(const base::Error& error, const std::string& file, unsigned line) {
     std::string_view words = error.localizedDescription;
-    if (words.starts_with(file + ": ")) words.remove_prefix(file.size() + 2);
+    for (const char* separator : {": ", " "})
+        if (!file.empty() && words.starts_with(file + separator))
+            words.remove_prefix(file.size() + std::string_view(separator).size());
     constexpr std::string_view prefix = "Line ";
     if (const std::size_t end = words.find(": "); words.starts_with(prefix) && end != std::string_view::npos) {
         line = static_cast<unsigned>(base::integerValue(words.substr(prefix.size())));
@@ -116,9 +118,9 @@ VELM_Job::Ref VELM_Job::initWithXML(std::string_view xml) {
 base::Result<VELM_Job::Ref> VELM_Job::jobWithSource(base::Result<Source> source, const base::Value& given,
                                                     OrderReport* report) {
     const std::string file = source && source->document.isFileURL() ? source->document.path() : std::string();
-    if (report) report->setFile(file);
+    if (report && source) report->setFile(file);
     const auto refuse = [&](const base::Error& error, unsigned line) {
-        if (report) report->setRefusal(refusalFromError(error, file, line));
+        if (report) report->setRefusal(refusalFromError(error, report->file(), line));
         return base::failure(error);
     };
     if (!source) return refuse(source.error(), 0);
@@ -136,6 +138,7 @@ base::Result<VELM_Job::Ref> VELM_Job::jobWithSource(base::Result<Source> source,
 }
 
 base::Result<VELM_Job::Ref> VELM_Job::jobWithContentsOfURL(const base::URL& url, OrderReport* report) {
+    if (report) report->setFile(url.path());
     return jobWithSource(sourceAtURL(url), url, report);
 }
 

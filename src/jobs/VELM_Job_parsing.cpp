@@ -140,8 +140,7 @@ void VELM_Job::parsePackage(const XMLNodeRef& element, base::Array& references, 
     for (const XMLNodeRef& child : element->children()) {
         // What an inline package reads goes through the form of slots too, where it means nothing.
         const bool isOfPackage = isInline && isPackageElement(child->name());
-        const bool isOfBoth = isInline && !child->isElement();
-        if (jobs::isElementToRead(*child, isOfBoth ? nullptr : report))
+        if (jobs::isElementToRead(*child, report))
             buildDictionary(reference, *child, isOfPackage ? TicketReading{} : reading);
     }
     if (reference.empty()) {
