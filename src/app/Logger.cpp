@@ -162,7 +162,7 @@ void Logger::setLogFile(std::optional<base::URL> url) {
         dup2(pipe->input(), STDERR_FILENO);
         pipe->closeInput(); // standard error, and what is started with it, keep the pipe going
         shared().logFile = url;
-        app::setPipeOfSignals(*pipe, url->path());
+        app::setPipeOfSignals(*pipe, url->path(), shared().levelLines);
         shared().pipes.push_back(std::move(pipe));
     }
     static const bool isRegistered = std::atexit(drainAtExit) == 0;

@@ -8,7 +8,8 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
-#include <cstring>
+#include <cstdint>
+#include <ctime>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
@@ -34,6 +35,7 @@ constexpr auto drainTime = 1s;
 
 // Read by handlers.
 std::atomic<const LogPipe*> currentPipe = nullptr;
+std::atomic<const std::atomic<std::size_t>*> currentLines = nullptr;
 std::array<char, PATH_MAX> currentPath{};
 int standardError = -1;
 
@@ -49,7 +51,13 @@ void say(std::string_view text) {
 
 bool drainNow() {
     const LogPipe* pipe = currentPipe;
-    return pipe && !pipe->isOwnThread() && pipe->drain(drainTime);
+    if (!pipe || pipe->isOwnThread()) return false;
+    // The thread that should bring them may be the one that this handler holds up.
+    constexpr timespec pause = {0, 1'000'000};
+    constexpr int pauses = 1000;
+    for (int count = 0; count<pauses&& * currentLines.load()> 0; ++count)
+        nanosleep(&pause, nullptr);
+    return pipe->drain(drainTime);
 }
 
 void showLastLines() {
@@ -92,10 +100,11 @@ void takeOver(int signal) {
 
 } // namespace
 
-void setPipeOfSignals(const LogPipe& pipe, const std::string& path) {
+void setPipeOfSignals(const LogPipe& pipe, const std::string& path, const std::atomic<std::size_t>& linesOnTheirWay) {
     standardError = Logger::firstStandardError();
     currentPath = {};
     path.copy(currentPath.data(), currentPath.size() - 1);
+    currentLines = &linesOnTheirWay;
     currentPipe = &pipe;
     if (__sanitizer_set_report_fd) {
         // NOLINTNEXTLINE(performance-no-int-to-ptr): a number in a pointer is what the runtime takes

@@ -6,11 +6,14 @@
 
 #include "LogPipe.h"
 
+#include <atomic>
+#include <cstddef>
 #include <string>
 
 namespace app {
 
-/// From now on the pipe that matters, which must stay for ever, and the file it leads to.
-void setPipeOfSignals(const LogPipe& pipe, const std::string& path);
+/// From now on the pipe that matters, the file it leads to, and how many lines are on their way to the pipe: the pipe
+/// and the count must stay for ever.
+void setPipeOfSignals(const LogPipe& pipe, const std::string& path, const std::atomic<std::size_t>& linesOnTheirWay);
 
 } // namespace app
