@@ -1,0 +1,282 @@
+// Faults of disks and folders.
+#include "soak/faults_scene.h"
+
+#include "app/SingleInstance.h"
+#include "base/Places.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace soak {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool isMissing(const fs::path& path) {
+    return !fs::exists(path);
+}
+
+std::size_t itemsIn(const fs::path& folder) {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+}
+
+void allowNothing(const fs::path& item) {
+    chmod(item.c_str(), 0);
+}
+
+void allowReading(const fs::path& item) {
+    chmod(item.c_str(), 0555);
+}
+
+void allowAll(const fs::path& item) {
+    chmod(item.c_str(), 0755);
+}
+
+} // namespace
+
+void playDisk(Figures& figures) {
+    constexpr int kilobytes = 400;
+    {
+        Scene scene(figures, "full volume of Completed");
+        if (!scene.mountVolume(scene.home().completed(), kilobytes)) return;
+        scene.start();
+        int number = 0;
+        {
+            const FullVolume full(scene.home().completed());
+            number = scene.add();
+            scene.expectMessage("Failed to move completed job");
+            scene.expect("nothing half is left there", [&] { return itemsIn(scene.home().completed()) == 1; });
+        }
+        scene.dropAgain(number);
+        scene.expectCompleted(number);
+        scene.expectCompleted(scene.add());
+        scene.expectNothingLost();
+    }
+    {
+        Scene scene(figures, "full volume of the products");
+        scene.mountVolume(scene.home().products(), kilobytes);
+        for (const std::string& folder : SoakHome::productFolders())
+            fs::create_directories(scene.home().products() / folder);
+        scene.start();
+        {
+            const FullVolume full(scene.home().products());
+            scene.expectFailed(scene.add());
+            scene.expectMessage("Job completed successfully? No");
+            scene.expect("no product is cut off", [&] {
+                std::size_t count = 0;
+                for (const std::string& folder : SoakHome::productFolders())
+                    count += itemsIn(scene.home().products() / folder);
+                return count == 0;
+            });
+        }
+        scene.expectCompleted(scene.add());
+        scene.expectNothingLost();
+    }
+    {
+        Scene scene(figures, "full volume of the settings");
+        const fs::path settings = scene.home().path() / "Settings";
+        scene.mountVolume(settings, kilobytes);
+        scene.start();
+        scene.expectCompleted(scene.add());
+        const fs::path file = settings / "com.kestrune.VELM.plist";
+        const std::string key = "velmProcessorJobsCompleted";
+        scene.expect("the counter is stored", [&] { return contentsOf(file).find(key) != std::string::npos; });
+        const std::string before = contentsOf(file);
+        {
+            const FullVolume full(settings);
+            scene.expectCompleted(scene.add());
+            scene.expectMessage("No space left");
+            scene.expect("the settings stay as they were", [&] { return contentsOf(file) == before; });
+        }
+        scene.expectCompleted(scene.add());
+        scene.expect("the settings are stored again", [&] { return contentsOf(file) != before; });
+        scene.expectNothingLost();
+    }
+}
+
+void playRights(Figures& figures) {
+    if (geteuid() == 0) {
+        figures.add("folders without rights", "not tried: this user may do everything");
+        return;
+    }
+    {
+        Scene scene(figures, "watched folder without rights");
+        scene.start();
+        const fs::path watched = scene.home().bundles();
+        scene.expectCompleted(scene.add());
+        allowNothing(watched);
+        scene.expectMessage("cannot read the folder");
+        allowAll(watched);
+        scene.expectCompleted(scene.add());
+        scene.expectNothingLost();
+    }
+    {
+        Scene scene(figures, "Completed without rights");
+        scene.start();
+        allowReading(scene.home().completed());
+        const int stuck = scene.add();
+        scene.expectMessage("Failed to move completed job");
+        allowAll(scene.home().completed());
+        scene.dropAgain(stuck);
+        scene.expectCompleted(stuck);
+        scene.expectNothingLost();
+    }
+    {
+        Scene scene(figures, "product folder without rights");
+        scene.start();
+        scene.expectCompleted(scene.add());
+        allowReading(scene.home().products() / "Proof");
+        scene.expectFailed(scene.add());
+        scene.expectMessage("Job completed successfully? No");
+        allowAll(scene.home().products() / "Proof");
+        scene.expectCompleted(scene.add());
+        scene.expectNothingLost();
+    }
+    {
+        Scene scene(figures, "packages without rights");
+        scene.start();
+        allowNothing(scene.home().path() / "VELM/Packages");
+        scene.expectFailed(scene.add());
+        scene.expectMessage("Job completed successfully? No");
+        allowAll(scene.home().path() / "VELM/Packages");
+        scene.expectCompleted(scene.add());
+        scene.expectNothingLost();
+    }
+    {
+        Scene scene(figures, "order without rights");
+        scene.start();
+        const fs::path held = scene.home().path() / "Arriving/held.velm_job";
+        const int locked = scene.add();
+        scene.expectCompleted(locked);
+        for (const auto& [number, path] : SoakHome::ordersIn(scene.home().completed()))
+            fs::rename(path, held);
+        allowNothing(held / "job.xml");
+        fs::rename(held, scene.placeOf(locked));
+        scene.expectCompleted(scene.add());
+        scene.expect("it waits", [&] { return fs::exists(scene.placeOf(locked)); });
+        allowAll(scene.placeOf(locked) / "job.xml");
+        scene.expectCompleted(locked);
+        scene.expectNothingLost();
+    }
+}
+
+void playFolders(Figures& figures) {
+    {
+        Scene scene(figures, "watched folder goes and comes");
+        scene.start();
+        const fs::path watched = scene.home().bundles();
+        const fs::path away = watched.string() + " away";
+        for (const bool withWhatIsAbove : {false, true}) {
+            const fs::path removed = withWhatIsAbove ? watched.parent_path() : watched;
+            scene.expectCompleted(scene.add());
+            fs::remove_all(removed);
+            fs::create_directories(watched);
+            scene.expectCompleted(scene.add());
+        }
+        fs::rename(watched, away);
+        fs::create_directories(watched);
+        SoakHome::write(away / "untouched.velm_job/job.xml", SoakHome::ticketText(999, "none.jpg"));
+        scene.expectCompleted(scene.add());
+        scene.expect("what is in the folder that went is let be",
+                     [&] { return fs::exists(away / "untouched.velm_job"); });
+        fs::remove_all(watched);
+        fs::rename(away, watched);
+        scene.expect("and taken when that comes back", [&] { return isMissing(watched / "untouched.velm_job"); });
+        scene.expectNothingLost();
+    }
+    {
+        Scene scene(figures, "watched folder becomes a file");
+        scene.start();
+        const fs::path watched = scene.home().bundles();
+        fs::remove_all(watched);
+        SoakHome::write(watched, "a file");
+        scene.expectCompleted(scene.add(OrderKind::ticket));
+        fs::remove(watched);
+        fs::create_directories(watched);
+        scene.expectCompleted(scene.add());
+        scene.expectNothingLost();
+    }
+    {
+        Scene scene(figures, "Completed is missing");
+        scene.start();
+        fs::remove_all(scene.home().completed());
+        const int stuck = scene.add();
+        scene.expectMessage("Failed to move completed job");
+        fs::create_directories(scene.home().completed());
+        scene.dropAgain(stuck);
+        scene.expectCompleted(stuck);
+        scene.expectNothingLost();
+    }
+    {
+        Scene scene(figures, "order is removed while it is stuck");
+        scene.start();
+        fs::remove_all(scene.home().completed());
+        const int stuck = scene.add();
+        scene.expectMessage("Failed to move completed job");
+        fs::create_directories(scene.home().completed());
+        const int next = scene.add();
+        fs::remove_all(scene.placeOf(stuck));
+        scene.expectCompleted(next);
+        scene.expectNothingLost({stuck});
+    }
+}
+
+void playTwoEngines(Figures& figures) {
+    {
+        // In a process of its own, as the places are decided once.
+        const SoakHome home;
+        int words[2];
+        if (pipe(words) != 0) return;
+        const pid_t child = fork();
+        if (child == 0) {
+            base::setPlaces(base::Places::below(home.path().string()));
+            const auto first = app::SingleInstance::take();
+            const auto second = app::SingleInstance::take();
+            const std::string told = second ? "" : second.error().localizedDescription;
+            static_cast<void>(!write(words[1], told.data(), told.size()));
+            _exit(first && !second ? 0 : 1);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        char told[1000];
+        const ssize_t length = read(words[0], told, sizeof told);
+        figures.promise("two engines, one home: the second is refused", status == 0);
+        figures.add("two engines, one home: told",
+                    std::string(told, static_cast<std::size_t>(std::max<ssize_t>(length, 0))));
+        close(words[0]);
+        close(words[1]);
+    }
+    Scene first(figures, "two homes, one folder");
+    Scene second(figures, "two homes, one folder (second)");
+    fs::remove_all(second.home().bundles());
+    fs::create_directory_symlink(first.home().bundles(), second.home().bundles());
+    first.start();
+    second.start();
+    constexpr int count = 20;
+    for (int i = 0; i < count; ++i)
+        first.add();
+    const auto places = [&] {
+        std::multiset<int> numbers;
+        for (const Scene* scene : {&first, &second})
+            for (const fs::path& folder : {scene->home().completed(), scene->home().failed()})
+                for (const auto& [number, path] : SoakHome::ordersIn(folder))
+                    numbers.insert(number);
+        return numbers;
+    };
+    first.expect("all leave the folder", [&] { return itemsIn(first.home().bundles()) == 0; });
+    std::vector<std::string> faults;
+    for (int number = 1; number <= count; ++number)
+        if (const std::size_t found = places().count(number); found != 1)
+            faults.push_back("order " + std::to_string(number) + " stands in " + std::to_string(found) + " places");
+    figures.promise("two homes, one folder: nothing lost, nothing doubled", faults);
+    figures.add("two homes, one folder: taken by the first and the second",
+                std::to_string(itemsIn(first.home().completed()) + itemsIn(first.home().failed())) + " and " +
+                    std::to_string(itemsIn(second.home().completed()) + itemsIn(second.home().failed())));
+    figures.add("two homes, one folder: of these in Failed",
+                static_cast<std::int64_t>(itemsIn(first.home().failed()) + itemsIn(second.home().failed())));
+}
+
+} // namespace soak
