@@ -1,9 +1,9 @@
 #include "platform/data/AtomicFile.h"
 
+#include "base/AsideFile.h"
 #include "base/Path.h"
 #include "internal/FileDescriptor.h"
 
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -15,8 +15,6 @@
 namespace platform::data {
 namespace {
 
-constexpr int attemptsForAFreeName = 100;
-
 /// Where the bytes must land so that a symbolic link at `path` stays one.
 std::string targetBehindLinks(const std::string& path) {
     struct stat status;
@@ -25,36 +23,8 @@ std::string targetBehindLinks(const std::string& path) {
     return realpath(path.c_str(), resolved) ? std::string(resolved) : path;
 }
 
-std::string temporaryNameBeside(const std::string& target) {
-    static std::atomic<unsigned> counter{0};
-    const std::string name = "." + base::lastPathComponent(target).substr(0, 200) + "." + std::to_string(getpid()) +
-                             "-" + std::to_string(counter++) + ".tmp";
-    const std::string folder = base::deletingLastPathComponent(target);
-    return folder.empty() ? name : base::appendingPathComponent(folder, name);
-}
-
-/// Removes the temporary file unless it was renamed.
-struct TemporaryFile {
-    FileDescriptor descriptor;
-    std::string path;
-    bool renamed = false;
-
-    ~TemporaryFile() {
-        if (!path.empty() && !renamed) unlink(path.c_str());
-    }
-};
-
-base::Result<void> createBeside(TemporaryFile& file, const std::string& target) {
-    for (int attempt = 0; attempt < attemptsForAFreeName; ++attempt) {
-        const std::string path = temporaryNameBeside(target);
-        file.descriptor.reset(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-        if (file.descriptor) {
-            file.path = path;
-            return {};
-        }
-        if (errno != EEXIST) break; // another process of this number left its file behind
-    }
-    return base::failure(base::systemError(errno, "cannot write " + target));
+base::Result<base::AsideFile> createBeside(const std::string& target) {
+    return base::AsideFile::create(base::deletingLastPathComponent(target), "cannot write " + target);
 }
 
 base::Result<void> writeAll(int descriptor, std::string_view bytes, const std::string& target) {
@@ -67,9 +37,9 @@ base::Result<void> writeAll(int descriptor, std::string_view bytes, const std::s
     return {};
 }
 
-base::Result<void> bringToDisk(TemporaryFile& file, const std::string& target) {
+base::Result<void> bringToDisk(base::AsideFile& file, const std::string& target) {
     // Without the fsync a crash could leave the new name on a file without its contents.
-    if (fsync(file.descriptor.get()) != 0 || file.descriptor.close() != 0)
+    if (fsync(file.descriptor()) != 0 || !file.close())
         return base::failure(base::systemError(errno, "cannot write " + target));
     return {};
 }
@@ -128,17 +98,18 @@ base::Result<void> writeFileAtomically(std::string_view path, std::string_view b
     if (replaces && !S_ISREG(present.st_mode)) // a file in the place of a device would take that away
         return base::failure(base::posixErrorDomain, EINVAL, "cannot write " + target + ": it is not a regular file");
 
-    TemporaryFile file;
-    if (auto made = createBeside(file, target); !made) return made;
-    if (auto written = writeAll(file.descriptor.get(), bytes, target); !written) return written;
-    if (replaces && fchmod(file.descriptor.get(), present.st_mode & 07777) != 0) {
+    auto made = createBeside(target);
+    if (!made) return base::failure(std::move(made.error()));
+    base::AsideFile file = std::move(*made);
+    if (auto written = writeAll(file.descriptor(), bytes, target); !written) return written;
+    if (replaces && fchmod(file.descriptor(), present.st_mode & 07777) != 0) {
         return base::failure(base::systemError(errno, "cannot write " + target));
     }
     if (auto saved = bringToDisk(file, target); !saved) return saved;
-    if (rename(file.path.c_str(), target.c_str()) != 0) {
+    if (rename(file.path().c_str(), target.c_str()) != 0) {
         return base::failure(base::systemError(errno, "cannot replace " + target));
     }
-    file.renamed = true;
+    file.keep();
     return {};
 }
 
@@ -162,12 +133,13 @@ base::Result<void> writeNewFileAtomically(std::string_view path, std::string_vie
     struct stat present;
     if (lstat(target.c_str(), &present) == 0)
         return base::failure(base::systemError(EEXIST, "cannot write " + target)); // before all the bytes are written
-    TemporaryFile file;
-    if (auto made = createBeside(file, target); !made) return made;
-    if (auto written = writeAll(file.descriptor.get(), bytes, target); !written) return written;
+    auto made = createBeside(target);
+    if (!made) return base::failure(std::move(made.error()));
+    base::AsideFile file = std::move(*made);
+    if (auto written = writeAll(file.descriptor(), bytes, target); !written) return written;
     if (auto saved = bringToDisk(file, target); !saved) return saved;
-    if (auto moved = renameWithoutReplacing(file.path, target); !moved) return moved;
-    file.renamed = true;
+    if (auto moved = renameWithoutReplacing(file.path(), target); !moved) return moved;
+    file.keep();
     return {};
 }
 

@@ -1,10 +1,14 @@
 #include "platform/data/AtomicFile.h"
 
+#include "base/AsideFile.h"
 #include "platform/data/FileAttributes.h"
 #include "support/TemporaryDirectory.h"
 
+#include <chrono>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -40,6 +44,24 @@ TEST(AtomicFile, AFailureKeepsTheOldContentsAndLeavesNothingBehind) {
     EXPECT_NE(missing.error().localizedDescription.find("no/such/folder/a.txt"), std::string::npos);
     EXPECT_FALSE(writeFileAtomically("/dev/full/x", "text"));
     EXPECT_EQ(entriesIn(folder.path()), 1u);
+}
+
+TEST(AtomicFile, WhatAKilledWriterLeftIsRemovedAndNothingElse) {
+    const support::TemporaryDirectory folder;
+    const base::Result<base::AsideFile> living = base::AsideFile::create(folder.path().string(), "cannot write");
+    ASSERT_TRUE(living);
+    const std::string left = folder.write("sub/.velm-1-1.tmp", "half a file");
+    const std::string young = folder.write("sub/.velm-1-2.tmp", "just made");
+    const std::string locked = folder.write("sub/.velm-1-3.tmp", "written by somebody else");
+    const std::string other = folder.write("sub/.velm-1-4.txt", "somebody's own");
+    const int writer = open(locked.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(writer, LOCK_EX | LOCK_NB), 0);
+    for (const std::string& path : {left, locked, other})
+        fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::hours(48));
+    ASSERT_TRUE(writeFileAtomically(folder / "sub/a.txt", "whole"));
+    close(writer);
+    EXPECT_FALSE(fs::exists(left));
+    EXPECT_TRUE(fs::exists(young) && fs::exists(locked) && fs::exists(other) && fs::exists(living->path()));
 }
 
 TEST(AtomicFile, ReadersNeverMeetHalfAFile) {

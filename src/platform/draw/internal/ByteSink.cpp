@@ -1,7 +1,8 @@
 #include "ByteSink.h"
 
+#include "base/AsideFile.h"
+
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -37,15 +38,14 @@ std::string behindLinks(const std::string& path) {
 
 class FileSink : public ByteSink {
 public:
-    FileSink(std::FILE* file, std::string temporaryPath, std::string target, base::URL url, NextName nextName)
-        : file_(file), temporaryPath_(std::move(temporaryPath)), target_(std::move(target)), url_(std::move(url)),
+    FileSink(std::FILE* file, base::AsideFile aside, std::string target, base::URL url, NextName nextName)
+        : file_(file), aside_(std::move(aside)), target_(std::move(target)), url_(std::move(url)),
           nextName_(std::move(nextName)) {
         constexpr std::size_t bufferSize = 1 << 18;
         std::setvbuf(file_, nullptr, _IOFBF, bufferSize);
     }
     ~FileSink() override {
         if (file_) std::fclose(file_);
-        if (!temporaryPath_.empty()) ::unlink(temporaryPath_.c_str());
     }
 
     void write(const void* bytes, std::size_t count) override {
@@ -79,7 +79,7 @@ public:
             fail();
             return base::failure(*failure_);
         }
-        temporaryPath_.clear();
+        aside_.keep();
         return {};
     }
     std::optional<base::Error> failure() const override { return failure_; }
@@ -89,7 +89,7 @@ public:
 private:
     void fail() { failure_ = base::systemError(errno, "cannot write " + url_.path()); }
     int moveIntoPlace() {
-        const char* from = temporaryPath_.c_str();
+        const char* from = aside_.path().c_str();
         if (!nextName_) return ::rename(from, target_.c_str()) == 0 ? 0 : errno;
         while (true) {
             const int number = renameWithoutReplacing(from, url_.path().c_str());
@@ -99,7 +99,7 @@ private:
     }
 
     std::FILE* file_;
-    std::string temporaryPath_;
+    base::AsideFile aside_;
     std::string target_; // what a symbolic link at the URL's path leads to
     base::URL url_;
     NextName nextName_;
@@ -137,7 +137,6 @@ private:
 } // namespace
 
 base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url, NextName nextName) {
-    static std::atomic<unsigned> counter = 0;
     const std::string& path = url.path();
     struct stat status = {};
     if (path.empty()) return base::failure(base::posixErrorDomain, EINVAL, "cannot write: no path of a file");
@@ -146,25 +145,14 @@ base::Result<std::unique_ptr<ByteSink>> makeFileSink(const base::URL& url, NextN
     if (replaces && !S_ISREG(status.st_mode)) // a picture in the place of a device would take that away
         return base::failure(base::posixErrorDomain, EINVAL, "cannot write " + path + ": it is not a regular file");
     const std::string target = replaces ? behindLinks(path) : path;
-    // Hidden, and short whatever the length of the name.
-    const std::string folder = base::deletingLastPathComponent(target);
-    std::string temporaryPath;
-    int descriptor = -1;
-    do { // past what a killed process may have left
-        temporaryPath = base::appendingPathComponent(folder, ".velm-" + std::to_string(::getpid()) + "-" +
-                                                                 std::to_string(++counter) + ".tmp");
-        descriptor = ::open(temporaryPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    } while (descriptor < 0 && errno == EEXIST);
-    if (descriptor < 0) return base::failure(base::systemError(errno, "cannot write " + path));
-    const bool keepsMode = !replaces || ::fchmod(descriptor, status.st_mode & 07777) == 0;
-    std::FILE* file = keepsMode ? ::fdopen(descriptor, "w+b") : nullptr;
-    if (!file) {
-        const int number = errno;
-        ::close(descriptor);
-        ::unlink(temporaryPath.c_str());
-        return base::failure(base::systemError(number, "cannot write " + path));
-    }
-    return std::make_unique<FileSink>(file, temporaryPath, target, url, std::move(nextName));
+    auto made = base::AsideFile::create(base::deletingLastPathComponent(target), "cannot write " + path);
+    if (!made) return base::failure(std::move(made.error()));
+    base::AsideFile aside = std::move(*made);
+    const bool keepsMode = !replaces || ::fchmod(aside.descriptor(), status.st_mode & 07777) == 0;
+    std::FILE* file = keepsMode ? ::fdopen(aside.descriptor(), "w+b") : nullptr;
+    if (!file) return base::failure(base::systemError(errno, "cannot write " + path));
+    aside.takeDescriptor(); // the stream's
+    return std::make_unique<FileSink>(file, std::move(aside), target, url, std::move(nextName));
 }
 
 std::unique_ptr<ByteSink> makeMemorySink() {
