@@ -126,7 +126,23 @@ private:
         }
         if (isBlank(text)) return error(XML_ERR_DOCUMENT_EMPTY, "the document is empty");
         if (!isValidUTF8(text)) return error(XML_ERR_INVALID_ENCODING, "the document is not UTF-8 text");
-        return attributesRefusal(text);
+        if (auto attributes = attributesRefusal(text)) return attributes;
+        return dashesRefusal(text);
+    }
+
+    /// At each "--" inside a comment the parser makes an error and copies into it all of the comment so far.
+    static std::optional<base::Error> dashesRefusal(std::string_view text) {
+        constexpr std::size_t maximumCopied = std::size_t{1} << 30;
+        std::size_t copied = 0;
+        for (std::size_t start = text.find("<!--"); start != std::string_view::npos; start = text.find("<!--", start)) {
+            start += 4;
+            const std::size_t end = std::min(text.find("-->", start), text.size());
+            for (std::size_t at = text.find("--", start); at < end; at = text.find("--", at + 1))
+                if ((copied += at - start) > maximumCopied)
+                    return error(XML_ERR_INTERNAL_ERROR, "a comment has far too many \"--\" in it");
+            start = end;
+        }
+        return std::nullopt;
     }
 
     /// The parser compares all attributes of an element with each other, those that the document type adds too: very

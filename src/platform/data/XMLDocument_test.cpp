@@ -174,6 +174,7 @@ TEST(XMLDocument, HasLimitsThatItNames) {
         {"<!-- \" > -->\n<a " + repeated("b='>' ", maximumXMLAttributes + 1) + "/>",
          "Line 2: an element has more than"},
         {"<a>" + repeated("<!--", 1'000'000), "that don't end"},
+        {"<a><!--" + std::string(100'000, '-') + "</a>", "too many \"--\""},
         {"<!DOCTYPE a [" + repeated("<!ATTLIST a b CDATA ''>", 21) + "]><a/>", "more than 20 attributes"},
     };
     for (const Case& test : cases) {
