@@ -249,9 +249,11 @@ bool TemplateRenderer::open(const ImageObject& object, PlacedLayer& placed) {
         placed.file = file ? file->path() : std::string();
         return true;
     }
-    // A picture that is missing leaves its layer out; one that is there and broken must not pass for that.
+    // A picture that is missing leaves its layer out; one that is there and broken must not pass for that, nor must a
+    // pipe or a device. A folder is what the search finds for a picture without a name.
     std::error_code failed;
-    if (!unreadable_ && file && std::filesystem::is_regular_file(file->path(), failed)) {
+    const auto kind = file ? std::filesystem::status(file->path(), failed) : std::filesystem::file_status();
+    if (!unreadable_ && std::filesystem::exists(kind) && !std::filesystem::is_directory(kind)) {
         unreadable_ = base::Error{std::string(base::posixErrorDomain), -3,
                                   base::message("could not read picture %@", file->path())};
     }
