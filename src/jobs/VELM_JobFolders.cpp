@@ -6,6 +6,7 @@
 #include "internal/FolderEnumeration.h"
 #include "internal/JobFoldersClass.h"
 #include "internal/MoveItem.h"
+#include "internal/VolumeMove.h"
 #include "platform/data/FileTypes.h"
 
 #include <algorithm>
@@ -281,6 +282,7 @@ void VELM_JobFolders::configureJobsFolder() {
         if (!dictJobs_) dictJobs_ = std::make_shared<FolderContainer>();
         container = dictJobs_;
     }
+    jobs::finishInterruptedMoves(urlOfJobs().path());
     configureFolder(urlOfJobs(), container, std::string(key_jobs), jobFileUTType(), jobForItem, nullptr,
                     [](const base::Object& object) { return static_cast<const VELM_Job&>(object).isDisposedOf(); });
 }
