@@ -1,6 +1,7 @@
 // velm_soak_endless [--short] [--orders N] [--home DIR]: very many orders through one engine in one process. Orders are
 // added as fast as they are run; memory, threads, descriptors and watches are sampled on the way and must stay flat
 // once the first orders have warmed everything up.
+#include "platform/draw/PictureCache.h"
 #include "soak/support/Engine.h"
 #include "soak/support/Figures.h"
 #include "soak/support/SoakHome.h"
@@ -69,6 +70,8 @@ int main(int count, char** arguments) {
     soak::EngineOptions options;
     options.home = home.path();
     options.logFile = home.path() / "engine.log";
+    constexpr std::size_t smallCache = 4 << 20; // full after a few orders, so that what grows is something else
+    platform::draw::setPictureCacheCapacity(smallCache);
     auto& engine = *new soak::Engine(options);
 
     const auto start = std::chrono::steady_clock::now();

@@ -105,7 +105,7 @@ std::string SoakHome::ticketText(int number, std::string_view image, std::string
            "</package>\n<package name=\"Proofs\">" + slot + "</package>\n</data>\n";
 }
 
-fs::path SoakHome::addOrder(int number, OrderKind kind) const {
+fs::path SoakHome::makeOrder(int number, OrderKind kind) const {
     const std::string name = pictureName(number);
     const std::string picture = name + ".jpg";
     if (kind == OrderKind::ticket) {
@@ -113,8 +113,7 @@ fs::path SoakHome::addOrder(int number, OrderKind kind) const {
         write(photo, photograph_);
         const fs::path made = path_ / "Arriving" / (name + ".xml");
         write(made, ticketText(number, photo.string()));
-        fs::rename(made, tickets() / made.filename());
-        return tickets() / made.filename();
+        return made;
     }
     const fs::path made = path_ / "Arriving" / (name + std::string(bundleExtension));
     const std::size_t length = kind == OrderKind::brokenPicture ? photograph_.size() / 3 : photograph_.size();
@@ -124,8 +123,14 @@ fs::path SoakHome::addOrder(int number, OrderKind kind) const {
                      kind == OrderKind::noPackage
                          ? "<package name=\"There is no such package\"><image1>" + picture + "</image1></package>\n"
                          : ""));
-    fs::rename(made, bundles() / made.filename());
-    return bundles() / made.filename();
+    return made;
+}
+
+fs::path SoakHome::addOrder(int number, OrderKind kind) const {
+    const fs::path made = makeOrder(number, kind);
+    const fs::path added = (kind == OrderKind::ticket ? tickets() : bundles()) / made.filename();
+    fs::rename(made, added);
+    return added;
 }
 
 std::optional<int> SoakHome::numberOfOrder(const fs::path& item) {

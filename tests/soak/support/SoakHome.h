@@ -42,7 +42,9 @@ public:
 
     /// The native ticket of an order for this home's packages. `elements` stand in front of them.
     static std::string ticketText(int number, std::string_view image, std::string_view elements = {});
-    /// Makes an order beside the watched folders and renames it in. Answers where it stands.
+    /// Makes an order beside the watched folders, on their volume. Answers where it stands.
+    std::filesystem::path makeOrder(int number, OrderKind kind) const;
+    /// Makes one and renames it into its watched folder.
     std::filesystem::path addOrder(int number, OrderKind kind) const;
     static bool isToFail(OrderKind kind) { return kind == OrderKind::noPackage || kind == OrderKind::brokenPicture; }
 

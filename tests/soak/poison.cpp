@@ -1,0 +1,295 @@
+// velm_soak_poison [--short] [--home DIR]: orders that are meant to break the engine, each followed by a good one. The
+// good one must be completed in bounded time and memory, whatever becomes of the other; what the operator is told of
+// that is printed.
+#include "soak/support/Engine.h"
+#include "soak/support/Figures.h"
+#include "soak/support/SoakHome.h"
+
+#include "base/Log.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fcntl.h>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using soak::OrderKind;
+using soak::SoakHome;
+
+enum class Fate { fails, completes, staysUnlisted };
+
+struct Poison {
+    const char* name;
+    Fate fate;
+    /// Puts what is special into a bundle that is otherwise good and not yet in its watched folder.
+    std::function<void(const fs::path& bundle, const std::string& picture, int number)> spoil;
+    bool isLong = false; ///< Not in the short form.
+};
+
+std::string littleEndian(std::uint32_t value) {
+    return {static_cast<char>(value), static_cast<char>(value >> 8), static_cast<char>(value >> 16),
+            static_cast<char>(value >> 24)};
+}
+
+std::string bigEndian(std::uint32_t value) {
+    std::string bytes = littleEndian(value);
+    std::reverse(bytes.begin(), bytes.end());
+    return bytes;
+}
+
+/// The header of a PNG of that size, with a checksum that is right, and no pixels.
+std::string hugePNG(std::uint32_t width, std::uint32_t height) {
+    const std::string header = "IHDR" + bigEndian(width) + bigEndian(height) + std::string("\x08\x02\0\0\0", 5);
+    std::uint32_t checksum = ~0U;
+    for (const char byte : header) {
+        checksum ^= static_cast<unsigned char>(byte);
+        for (int bit = 0; bit < 8; ++bit)
+            checksum = (checksum >> 1) ^ (checksum & 1 ? 0xEDB88320U : 0);
+    }
+    return std::string("\x89PNG\r\n\x1a\n", 8) + bigEndian(13) + header + bigEndian(~checksum) + bigEndian(1'000'000) +
+           "IDAT";
+}
+
+/// A bitmap that is as large as it says, without a byte of it on the disk.
+void sparseBitmap(const fs::path& file, std::uint32_t width, std::uint32_t height) {
+    const std::uint64_t size = 54 + std::uint64_t{width} * height * 3;
+    SoakHome::write(file, "BM" + littleEndian(static_cast<std::uint32_t>(size)) + littleEndian(0) + littleEndian(54) +
+                              littleEndian(40) + littleEndian(width) + littleEndian(height) +
+                              std::string("\1\0\x18\0", 4) + std::string(24, '\0'));
+    fs::resize_file(file, size);
+}
+
+std::string entityBomb(int number, const std::string& picture) {
+    std::string text = "<?xml version=\"1.0\"?>\n<!DOCTYPE data [<!ENTITY a0 \"aaaaaaaaaaaaaaaa\">\n";
+    for (int level = 1; level < 12; ++level) {
+        text += "<!ENTITY a" + std::to_string(level) + " \"";
+        for (int i = 0; i < 16; ++i)
+            text += "&a" + std::to_string(level - 1) + ";";
+        text += "\">\n";
+    }
+    std::string ticket = SoakHome::ticketText(number, picture, "<caption>&a11;</caption>");
+    return text + "]>\n" + ticket.substr(ticket.find("<data"));
+}
+
+std::string repeated(const std::string& text, int times) {
+    std::string all;
+    all.reserve(text.size() * static_cast<std::size_t>(times));
+    for (int i = 0; i < times; ++i)
+        all += text;
+    return all;
+}
+
+void addTicketText(const fs::path& bundle, const std::string& picture, int number, const std::string& elements) {
+    SoakHome::write(bundle / "job.xml",
+                    SoakHome::ticketText(number, picture, "<image1>" + picture + "</image1>\n" + elements));
+}
+
+void replaceByPipe(const fs::path& file) {
+    fs::remove(file);
+    if (mkfifo(file.c_str(), 0644) != 0) std::perror("cannot make a pipe");
+}
+
+std::string inlinePackage(const std::string& templateFile, const std::string& place) {
+    return "<package type=\"inline\" name=\"made here\"><template name=\"print\"><filepath>" + templateFile +
+           "</filepath></template><output name=\"print\"><print type=\"node\"/><destination "
+           "type=\"filepath\"><filepath>" +
+           place + "</filepath></destination></output></package>\n";
+}
+
+std::vector<Poison> poisons(const SoakHome& home) {
+    const std::string place = home.products() / "Inline";
+    const auto with = [](std::string elements) {
+        return [elements = std::move(elements)](const fs::path& bundle, const std::string& picture, int number) {
+            addTicketText(bundle, picture, number, elements);
+        };
+    };
+    return {
+        {"a picture of random bytes", Fate::fails,
+         [](const fs::path& bundle, const std::string& picture, int) {
+             SoakHome::write(bundle / "Images" / picture, std::string(5000, 'x'));
+         }},
+        {"an empty picture", Fate::fails,
+         [](const fs::path& bundle, const std::string& picture, int) {
+             SoakHome::write(bundle / "Images" / picture, "");
+         }},
+        {"a picture that is a named pipe", Fate::fails,
+         [](const fs::path& bundle, const std::string& picture, int) { replaceByPipe(bundle / "Images" / picture); }},
+        {"a picture that is a device without an end", Fate::fails,
+         [](const fs::path& bundle, const std::string& picture, int) {
+             fs::remove(bundle / "Images" / picture);
+             fs::create_symlink("/dev/zero", bundle / "Images" / picture);
+         }},
+        {"a picture that is a folder (as a missing one)", Fate::completes,
+         [](const fs::path& bundle, const std::string& picture, int) {
+             fs::remove(bundle / "Images" / picture);
+             fs::create_directory(bundle / "Images" / picture);
+         }},
+        {"a picture of 60000 x 60000 (PNG)", Fate::fails,
+         [](const fs::path& bundle, const std::string& picture, int) {
+             SoakHome::write(bundle / "Images" / picture, hugePNG(60'000, 60'000));
+         }},
+        {"a picture of 30000 x 30000 (BMP, sparse, 2.7 GB)", Fate::fails,
+         [](const fs::path& bundle, const std::string& picture, int) {
+             sparseBitmap(bundle / "Images" / picture, 30'000, 30'000);
+         }},
+        {"a ticket that is a named pipe", Fate::staysUnlisted,
+         [](const fs::path& bundle, const std::string&, int) { replaceByPipe(bundle / "job.xml"); }},
+        {"a ticket without an end (/dev/zero)", Fate::staysUnlisted,
+         [](const fs::path& bundle, const std::string&, int) {
+             fs::remove(bundle / "job.xml");
+             fs::create_symlink("/dev/zero", bundle / "job.xml");
+         }},
+        {"a ticket of 10 MB of slots", Fate::completes,
+         with(repeated("<caption>more and more words of no use</caption>\n", 200'000)), true},
+        {"a ticket of 200 MB", Fate::staysUnlisted,
+         [](const fs::path& bundle, const std::string& picture, int number) {
+             constexpr std::uintmax_t size = 200'000'000;
+             addTicketText(bundle, picture, number, "");
+             fs::resize_file(bundle / "job.xml", size);
+         }},
+        {"a ticket of 100000 nested elements", Fate::staysUnlisted,
+         with(repeated("<a>", 100'000) + repeated("</a>", 100'000))},
+        {"a ticket of entities that multiply", Fate::staysUnlisted,
+         [](const fs::path& bundle, const std::string& picture, int number) {
+             SoakHome::write(bundle / "job.xml", entityBomb(number, picture));
+         }},
+        {"a ticket with an endless comment", Fate::staysUnlisted, with("<!--" + std::string(2'000'000, '-'))},
+        {"no packages", Fate::fails,
+         [](const fs::path& bundle, const std::string&, int) {
+             SoakHome::write(bundle / "job.xml", "<?xml version=\"1.0\"?><data type=\"VELM_Job\" version=\"1.0\"/>");
+         }},
+        {"10000 packages that there are not", Fate::fails, with(repeated("<package name=\"None\"/>\n", 10'000)), true},
+        {"10000 good packages", Fate::completes, with(repeated("<package name=\"Proofs\"/>\n", 10'000)), true},
+        {"300 good packages", Fate::completes, with(repeated("<package name=\"Proofs\"/>\n", 300))},
+        {"a package whose template is missing", Fate::fails, with(inlinePackage("None.xml", place))},
+        {"a template of 1000000 x 1000000", Fate::fails,
+         with("<package type=\"inline\" name=\"made here\"><template name=\"print\"><layout name=\"x\" "
+              "size=\"{1000000, 1000000}\"><layer type=\"image\" zindex=\"1\" frame=\"{{0, 0}, {1000000, "
+              "1000000}}\"><key>image1</key></layer></layout></template><output name=\"print\"><print "
+              "type=\"node\"/><destination type=\"filepath\"><filepath>" +
+              place + "</filepath></destination></output></package>\n")},
+        {"a template that nests itself", Fate::fails, with("<package name=\"Nested\"/>\n")},
+        {"an output folder below a device", Fate::fails, with(inlinePackage("Proof.xml", "/dev/null/prints"))},
+        {"an output folder below a file", Fate::fails, with(inlinePackage("Proof.xml", "/etc/passwd/prints"))},
+        {"an output folder that nobody can write", Fate::fails, with(inlinePackage("Proof.xml", "/proc/prints"))},
+    };
+}
+
+/// What the log told last that an operator would look for.
+class Telling {
+public:
+    void receive(std::string_view message) {
+        const std::lock_guard lock(mutex_);
+        constexpr std::size_t tail = 5000;
+        lines_.push_back(std::string(message.substr(0, 300)));
+        if (lines_.size() > tail) lines_.erase(lines_.begin());
+    }
+    /// The last line since the last call that names the order, of the searches for its pictures and templates apart.
+    std::string lastAbout(const std::string& order) {
+        const std::lock_guard lock(mutex_);
+        std::string last;
+        for (const std::string& line : lines_)
+            if (line.find(order) != std::string::npos && line.find("No such file") == std::string::npos) last = line;
+        lines_.clear();
+        return last;
+    }
+
+private:
+    std::mutex mutex_;
+    std::vector<std::string> lines_;
+};
+
+} // namespace
+
+int main(int count, char** arguments) {
+    const soak::Knobs knobs(count, arguments);
+    const std::string folder = knobs.text("home");
+    auto& home = *new SoakHome(folder.empty() ? fs::path() : fs::absolute(folder)); // outlives the engine
+    SoakHome::write(home.path() / "VELM/Packages/Nested.xml",
+                    "<?xml version=\"1.0\"?>\n<data type=\"VELM_Package\" version=\"1.0\" name=\"Nested\"><template "
+                    "name=\"print\"><filepath>Nested.xml</filepath></template><output name=\"print\"><print "
+                    "type=\"node\"/><destination type=\"filepath\"><filepath>" +
+                        (home.products() / "Nested").string() + "</filepath></destination></output></data>\n");
+    SoakHome::write(home.path() / "VELM/Templates/Nested.xml",
+                    "<?xml version=\"1.0\"?>\n<data type=\"VELM_Template\" version=\"1.0\"><layout name=\"Nested\" "
+                    "size=\"{100, 100}\"><layer type=\"image\" zindex=\"1\" frame=\"{{0, 0}, {100, 100}}\">"
+                    "<filepath>Nested.xml</filepath></layer></layout></data>\n");
+    soak::EngineOptions options;
+    options.home = home.path();
+    auto& engine = *new soak::Engine(options);
+    auto& telling = *new Telling;
+    base::setLogSink([&telling](std::string_view message) { telling.receive(message); });
+    std::string reason;
+    std::mutex reasonMutex;
+    auto observed = VELM_JobFolders::observeFinishedJobs([&](const VELM_JobFolders::FinishedJob& finished) {
+        const std::lock_guard lock(reasonMutex);
+        if (finished.error) reason = finished.error->localizedDescription;
+    });
+
+    soak::Figures figures;
+    int number = 0;
+    constexpr std::chrono::seconds limit(90);
+    for (const Poison& poison : poisons(home)) {
+        if (poison.isLong && knobs.isShort()) continue;
+        reason.clear();
+        const std::int64_t completed = engine.completedCount();
+        const std::int64_t failed = engine.failedCount();
+        const auto start = std::chrono::steady_clock::now();
+
+        const int poisoned = ++number;
+        const fs::path made = home.makeOrder(poisoned, OrderKind::bundle);
+        poison.spoil(made, SoakHome::pictureName(poisoned) + ".jpg", poisoned);
+        const fs::path order = home.bundles() / made.filename();
+        fs::rename(made, order);
+        const bool ends = poison.fate != Fate::staysUnlisted;
+        const auto isOver = [&] {
+            return engine.completedCount() + engine.failedCount() >= completed + failed + (ends ? 1 : 0);
+        };
+        const bool isInTime = engine.runUntil(isOver, limit);
+        const int good = ++number;
+        home.addOrder(good, OrderKind::bundle);
+        const bool nextRuns = engine.runUntil(
+            [&] { return SoakHome::ordersIn(home.completed()).contains(good) && engine.isIdle(); }, limit);
+
+        const bool hasFailed = engine.failedCount() > failed;
+        const bool isListed = !fs::exists(order);
+        const bool asMeant = poison.fate == Fate::fails       ? hasFailed
+                             : poison.fate == Fate::completes ? !hasFailed && isListed
+                                                              : !isListed;
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const auto footprint = soak::Footprint::ofThisProcess();
+        std::string told;
+        {
+            const std::lock_guard lock(reasonMutex);
+            const std::string logged = telling.lastAbout(SoakHome::pictureName(poisoned));
+            told = !reason.empty()                  ? "failed: " + reason
+                   : poison.fate == Fate::completes ? "completed"
+                   : logged.empty()                 ? "waits, and nothing is told"
+                                                    : "waits; log: " + logged;
+        }
+        std::printf("%-50s %6.2f s %6lld MB peak  %s\n", poison.name, seconds,
+                    static_cast<long long>(footprint.peakKilobytes / 1024), told.c_str());
+        std::fflush(stdout);
+        figures.promise(poison.name, isInTime && nextRuns && asMeant,
+                        !isInTime   ? "it did not end"
+                        : !nextRuns ? "the next order did not run"
+                                    : "it was to have another fate");
+        std::error_code ignored;
+        fs::remove_all(order, ignored);
+        if (!nextRuns) break;
+    }
+    constexpr std::int64_t allowedMegabytes = 2500;
+    const std::int64_t peak = soak::Footprint::ofThisProcess().peakKilobytes / 1024;
+    figures.promise("memory stays below 2.5 GB", peak < allowedMegabytes, std::to_string(peak) + " MB");
+    const int status = figures.conclude("Orders that poison the engine");
+    std::error_code ignored;
+    if (folder.empty()) fs::remove_all(home.path(), ignored);
+    soak::Engine::endProcess(status);
+}
