@@ -1,5 +1,7 @@
-// velm_bench_engine VELMCTL: the engine around the pixels, by the clock on the wall: orders a minute, the finding of a
-// package among ten thousand, and the time from the start until ten thousand tickets are listed.
+// velm_bench_engine VELMCTL [COUNT]: the engine around the pixels. By the clock on the wall: orders a minute, the
+// finding of a package among ten thousand, and the time from the start until COUNT tickets, ten thousand unless told,
+// are listed. By processor time and memory: what each of them costs, and what one more ticket and the end of one order
+// cost while all the others are pending.
 #include "Measure.h"
 
 #include "SamplePhotographs.h"
@@ -12,6 +14,7 @@
 #include "platform/data/UserDefaults.h"
 #include "platform/run/MainQueue.h"
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -132,36 +135,91 @@ double findPackage(const fs::path& packages) {
     return found ? secondsSince(start) : 0;
 }
 
-/// In a process of its own: starts the engine over a home and ends when all its tickets are listed.
-int listTickets(const std::string& home) {
+double residentBytes() {
+    std::ifstream file("/proc/self/statm");
+    double all = 0;
+    double resident = 0;
+    file >> all >> resident;
+    return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
+}
+
+void writeTicket(const fs::path& folder, const std::string& name) {
+    write(folder / (name + ".velm_job") / "job.xml",
+          std::string(prologue) + "<data type=\"VELM_Job\" version=\"1.0\"><package name=\"Small\"/></data>\n");
+}
+
+/// In a process of its own: starts the engine over a home of `count` tickets and ends when it has measured; prints the
+/// rows of the table.
+int listTickets(const fs::path& home, const fs::path& pending, std::size_t count) {
     base::setPlaces(base::Places::below(home));
+    constexpr int rounds = 10;
     AppDelegate application;
     application.applicationDidFinishLaunching();
     platform::run::RunLoop loop;
-    const bool listed =
-        loop.runUntil([] { return VELM_JobFolders::jobsPending().size() == static_cast<std::size_t>(fileCount); },
-                      std::chrono::minutes(5));
-    _exit(listed ? 0 : 1);
+    const auto until = [&loop](const auto& condition) {
+        if (!loop.runUntil(condition, std::chrono::minutes(10))) _exit(1);
+    };
+    const auto row = [](const std::string& what, double value, const char* unit) {
+        std::printf("| %s | %.3g %s |\n", what.c_str(), value, unit);
+        std::fflush(stdout);
+    };
+    const std::string among = " among " + std::to_string(count);
+    auto& defaults = platform::data::UserDefaults::standard();
+    static_cast<void>(defaults.setObject(false, key_velmProcessorIsRunning));
+
+    const double memory = residentBytes();
+    double processor = bench::processorTime();
+    const auto start = Clock::now();
+    std::atomic<std::size_t> pendingCount = 0;
+    const auto changes = VELM_JobFolders::classObject().observable().observe(
+        VELM_JobFolders::key_jobsPending, [&] { pendingCount = VELM_JobFolders::jobsPending().size(); });
+    const auto listed = [&](std::size_t number) { return pendingCount == number; };
+    until([&] { return listed(count); });
+    row(std::to_string(count) + " tickets are listed after the start in", secondsSince(start), "s");
+    row("processor time for each", (bench::processorTime() - processor) / static_cast<double>(count) * 1e6, "us");
+    row("memory for each", (residentBytes() - memory) / static_cast<double>(count), "bytes");
+
+    processor = bench::processorTime();
+    for (int i = 0; i < rounds; ++i) {
+        writeTicket(home / "Aside", "more" + std::to_string(i));
+        const std::string name = "more" + std::to_string(i) + ".velm_job";
+        fs::rename(home / "Aside" / name, pending / name);
+        until([&] { return listed(count + static_cast<std::size_t>(i) + 1); });
+    }
+    row("one more ticket" + among + ", processor time", (bench::processorTime() - processor) / rounds * 1e3, "ms");
+
+    std::atomic<int> finished = 0;
+    const auto observation = VELM_JobFolders::observeFinishedJobs([&](const VELM_JobFolders::FinishedJob&) {
+        if (++finished == rounds) VELM_JobFolders::stopStartingJobs();
+    });
+    processor = bench::processorTime();
+    static_cast<void>(defaults.setObject(true, key_velmProcessorIsRunning));
+    until([&] { return finished == rounds && !VELM_JobFolders::isProcessing() && listed(count); });
+    row("one order that ends" + among + ", processor time", (bench::processorTime() - processor) / rounds * 1e3, "ms");
+    _exit(0);
 }
 
-double startToListed(const fs::path& home, const std::string& velmctl) {
+/// The rows of the table; empty when something failed.
+std::string measureListing(const fs::path& home, const std::string& velmctl, std::size_t count) {
     const fs::path pending = layOut(home, velmctl);
-    for (int i = 0; i < fileCount; ++i)
-        write(pending / ("order" + std::to_string(i) + ".velm_job") / "job.xml",
-              std::string(prologue) + "<data type=\"VELM_Job\" version=\"1.0\"><package name=\"Small\"/></data>\n");
-    const auto start = Clock::now();
-    return bench::run({"/proc/self/exe", "--list", home}).succeeded ? secondsSince(start) : 0;
+    for (std::size_t i = 0; i < count; ++i)
+        writeTicket(pending, "order" + std::to_string(i));
+    const bench::ProcessRun run =
+        bench::run({"/proc/self/exe", "--list", home.string(), pending.string(), std::to_string(count)});
+    return run.succeeded ? run.output : "| the listing of many tickets | failed |\n";
 }
 
 } // namespace
 
 int main(int count, char** arguments) {
     base::setLogSink([](std::string_view) {});
-    if (count == 3 && std::string_view(arguments[1]) == "--list") return listTickets(arguments[2]);
-    if (count != 2) {
-        std::fprintf(stderr, "usage: velm_bench_engine VELMCTL\n");
+    if (count == 5 && std::string_view(arguments[1]) == "--list")
+        return listTickets(arguments[2], arguments[3], std::stoul(arguments[4]));
+    if (count != 2 && count != 3) {
+        std::fprintf(stderr, "usage: velm_bench_engine VELMCTL [COUNT]\n");
         return 2;
     }
+    const std::size_t ticketCount = count == 3 ? std::strtoul(arguments[2], nullptr, 10) : fileCount;
     const std::string velmctl = fs::absolute(arguments[1]);
     char pattern[] = "/tmp/velm-bench-XXXXXX";
     if (!mkdtemp(pattern)) return 1;
@@ -181,14 +239,14 @@ int main(int count, char** arguments) {
             std::printf("| %s | failed |\n", what);
         std::fflush(stdout);
     };
-    std::printf("| the engine, by the clock on the wall | |\n|---|---|\n");
+    std::printf("| the engine | |\n|---|---|\n");
     const double processed = processAll(folder / "process", velmctl, photograph);
     report("50 small orders, velmctl process", processed > 0 ? 60 * orderCount / processed : 0, "orders a minute");
     const double watched = watchAll(folder / "watch", velmctl, photograph);
     report("50 small orders in a watched folder", watched > 0 ? 60 * orderCount / watched : 0, "orders a minute");
     base::setPlaces(base::Places::below(folder / "find"));
     report("a package among 10000 is found in", findPackage(folder / "find/packages"), "s");
-    report("10000 tickets are listed after the start in", startToListed(folder / "list", velmctl), "s");
+    std::printf("%s", measureListing(folder / "list", velmctl, ticketCount).c_str());
     std::error_code ignored;
     fs::remove_all(folder, ignored);
     return 0;
