@@ -275,6 +275,7 @@ private:
         Outcome base = baseNode ? valueOf(baseNode, aURL, "NS.base", depth + 1) : Outcome();
         if (!base) return base;
         const auto* baseURL = base->as<base::URL>();
+        if (!baseURL && relative->text()->empty()) return base::Value(base::URL());
         const bool isAbsolute = relative->text()->find(':') != std::string::npos;
         if (!baseURL || isAbsolute) return base::Value(base::URL::fromString(*relative->text()));
         return base::Value(baseURL->appendingPathComponent(base::percentDecoded(*relative->text())));
