@@ -64,6 +64,7 @@ void playDisk(Figures& figures) {
         {
             const FullVolume full(scene.home().products());
             scene.expectFailed(scene.add());
+            scene.expectMessage("No space left");
             scene.expectMessage("Job completed successfully? No");
             scene.expect("no product is cut off", [&] {
                 std::size_t count = 0;
@@ -108,7 +109,7 @@ void playRights(Figures& figures) {
         const fs::path watched = scene.home().bundles();
         scene.expectCompleted(scene.add());
         allowNothing(watched);
-        scene.expectMessage("cannot read the folder");
+        scene.expectMessage(watched.filename().string() + ":cannot read the folder");
         allowAll(watched);
         scene.expectCompleted(scene.add());
         scene.expectNothingLost();
