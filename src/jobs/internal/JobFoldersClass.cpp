@@ -111,8 +111,10 @@ void JobFoldersClass::retire() {
             folder->stopWatching();
     std::map<std::string, KeyPathObservation> observers;
     KeyPathObservation observationIsRunning;
+    KeyPathObservation observationOfList;
     std::lock_guard lock(mutex_);
     observers.swap(observers_);
+    std::swap(observationOfList, observationOfList_);
     std::swap(observationIsRunning, observationIsRunning_);
 }
 
@@ -120,6 +122,10 @@ void JobFoldersClass::start() {
     if (standsStill) return;
     platform::run::clock()->after(delayOfScanning, folders::dispatchQueueGlobal(), [this] { scanFolders(); });
     addObserver(selfAsObserver_, [this](const FolderSets&) { scanFolders(); });
+    KeyPathObservation list =
+        observable().observe(key_folderSets, [this] { folders::performAsyncGlobal([this] { scanFolders(); }); });
+    std::lock_guard lock(mutex_);
+    observationOfList_ = std::move(list);
 }
 
 // The folders ----------------------------------------------------------------------------------------------------
@@ -310,6 +316,8 @@ void JobFoldersClass::runJob(const VELM_Job::Ref& job, Start start) {
     if (!job || job == currentJob()) return;
     while (!job->isDisposedOf() && conformsToType(job->documentURL(), kUTTypeXML) && isPending(*job) && startsJobs_ &&
            !isRetired_) {
+        if (start == Start::inTurn && !UserDefaults::standard().boolForKey(key_velmProcessorIsRunning))
+            return; // paused while it waited for its turn
         if (start == Start::inTurn && timeToSettle(job, foldersWithStillness()) > std::chrono::nanoseconds(0)) {
             processNextJob(); // it was touched while it waited for its turn: another one may have settled
             return;

@@ -114,6 +114,7 @@ private:
     platform::run::GroupRef group_;
     std::map<std::string, KeyPathObservation> observers_; // by the uuid of the folder
     KeyPathObservation observationIsRunning_;
+    KeyPathObservation observationOfList_;
     std::set<VELM_Job::Ref> awaited_;                 // a thread waits for the slot to run them
     std::optional<std::chrono::nanoseconds> wakesAt_; // by the clock in force
 
