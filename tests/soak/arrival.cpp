@@ -256,5 +256,8 @@ int main(int count, char** arguments) {
     constexpr Milliseconds settleTime(static_cast<int>(settleSeconds * 1000) / haste);
     trial.setSettleSeconds(settleSeconds);
     trial.arrive("settling", (rounds + 9) / 10, quietTime * 2, settleTime, true);
-    soak::Engine::endProcess(trial.conclude());
+    const int status = trial.conclude();
+    std::error_code ignored;
+    if (knobs.text("home").empty()) fs::remove_all(home.path(), ignored);
+    soak::Engine::endProcess(status);
 }

@@ -20,6 +20,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <mutex>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -284,6 +285,7 @@ int main(int count, char** arguments) {
         close(replies[0]);
         return serve(home, crowds, engine, requests[0], replies[1]);
     }
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     close(requests[0]);
     close(replies[1]);
 
