@@ -1,6 +1,6 @@
-// velm_soak_poison [--short] [--home DIR]: orders that are meant to break the engine, each followed by a good one. The
-// good one must be completed in bounded time and memory, whatever becomes of the other; what the operator is told of
-// that is printed.
+// velm_soak_poison [--short] [--only WORDS] [--home DIR]: orders that are meant to break the engine, each followed by a
+// good one. The good one must be completed in bounded time and memory, whatever becomes of the other; what the operator
+// is told of that is printed.
 #include "soak/support/Engine.h"
 #include "soak/support/Figures.h"
 #include "soak/support/SoakHome.h"
@@ -146,7 +146,7 @@ std::vector<Poison> poisons(const SoakHome& home) {
              fs::remove(bundle / "job.xml");
              fs::create_symlink("/dev/zero", bundle / "job.xml");
          }},
-        {"a ticket of 10 MB of slots", Fate::completes,
+        {"a ticket of 200000 slots", Fate::staysUnlisted,
          with(repeated("<caption>more and more words of no use</caption>\n", 200'000)), true},
         {"a ticket of 200 MB", Fate::staysUnlisted,
          [](const fs::path& bundle, const std::string& picture, int number) {
@@ -187,6 +187,7 @@ class Telling {
 public:
     void receive(std::string_view message) {
         const std::lock_guard lock(mutex_);
+        if (message.find('\n') != message.npos) return; // lists of events and the like
         constexpr std::size_t tail = 5000;
         lines_.push_back(std::string(message.substr(0, 300)));
         if (lines_.size() > tail) lines_.erase(lines_.begin());
@@ -238,6 +239,7 @@ int main(int count, char** arguments) {
     constexpr std::chrono::seconds limit(90);
     for (const Poison& poison : poisons(home)) {
         if (poison.isLong && knobs.isShort()) continue;
+        if (std::string_view(poison.name).find(knobs.text("only")) == std::string_view::npos) continue;
         reason.clear();
         const std::int64_t completed = engine.completedCount();
         const std::int64_t failed = engine.failedCount();
@@ -269,10 +271,10 @@ int main(int count, char** arguments) {
         {
             const std::lock_guard lock(reasonMutex);
             const std::string logged = telling.lastAbout(SoakHome::pictureName(poisoned));
-            told = !reason.empty()                  ? "failed: " + reason
-                   : poison.fate == Fate::completes ? "completed"
-                   : logged.empty()                 ? "waits, and nothing is told"
-                                                    : "waits; log: " + logged;
+            told = !reason.empty()                             ? "failed: " + reason
+                   : poison.fate == Fate::completes && asMeant ? "completed"
+                   : logged.empty()                            ? "waits, and nothing is told"
+                                                               : "waits; log: " + logged;
         }
         std::printf("%-50s %6.2f s %6lld MB peak  %s\n", poison.name, seconds,
                     static_cast<long long>(footprint.peakKilobytes / 1024), told.c_str());
