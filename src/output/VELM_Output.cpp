@@ -155,11 +155,11 @@ std::shared_ptr<VELM_Output> VELM_Output::copyWithZone() const {
     copy->allImagesPath_ = allImagesPath_;
     copy->package_ = package_;
     copy->asset_ = asset_;
-    for (const auto& [name, original] : templates_) {
-        if (!original) continue;
+    for (const auto& entry : templates_) {
+        if (!entry.second) continue;
         // On its own queue, because a run of another output may be filling it in right now.
-        folders::performSyncOnQueue(original->renderingQueue(),
-                                    [&] { copy->templates_.emplace(name, original->copyWithZone()); });
+        folders::performSyncOnQueue(entry.second->renderingQueue(),
+                                    [&] { copy->templates_.emplace(entry.first, entry.second->copyWithZone()); });
     }
     return copy;
 }
