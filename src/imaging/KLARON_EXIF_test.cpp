@@ -112,17 +112,6 @@ TEST(ImageFile, KnowsWholeJPEGFilesByTheirEnd) {
     EXPECT_EQ(log.lines(), (std::vector<std::string>{"a file was closed or an error occured (21)"}));
 }
 
-TEST(ImageFile, MakesThumbnails) {
-    const support::TemporaryDirectory folder;
-    const base::URL url = written(folder, "public.jpeg");
-    ASSERT_TRUE(ImageFile::setImageOrientation(url, 6));
-    const ImageRef thumbnail = ImageFile::thumbnailImageWithMaxSize(url, {4, 10});
-    ASSERT_TRUE(thumbnail);
-    EXPECT_EQ(thumbnail->width(), 5);
-    EXPECT_EQ(thumbnail->height(), 10);
-    EXPECT_EQ(ImageFile::thumbnailImageWithMaxSize(base::URL::fileURLWithPath(folder / "missing"), {4, 10}), nullptr);
-}
-
 TEST(KLARON_EXIF, WritesCommentsInPlaceAndSaysWhatItCanNotChange) {
     const support::TemporaryDirectory folder;
     const base::URL jpeg = written(folder, "public.jpeg"), png = written(folder, "public.png");

@@ -8,7 +8,6 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <numbers>
-#include <random>
 #include <vector>
 
 using namespace platform::draw;
@@ -211,8 +210,12 @@ TEST(KLARON_ImageDraw, StandsUprightForEachOrientation) {
         EXPECT_EQ(drawn(image, 30, 20), upright) << "an empty crop is none";
     }
     // Mirrored orientations are drawn as they lie.
-    for (const int mirrored : {2, 4, 5, 7})
-        EXPECT_EQ(drawn(wrapped(cells(upright), mirrored), 30, 20), upright) << mirrored;
+    for (const int mirrored : {2, 4, 5, 7}) {
+        const auto image = wrapped(cells(upright), mirrored);
+        EXPECT_EQ(drawn(image, 30, 20), upright) << mirrored;
+        image->setCropRect({10, 0, 20, 10});
+        EXPECT_EQ(drawn(image, 20, 10), (Rows{"gb"})) << mirrored;
+    }
 }
 
 TEST(KLARON_ImageDraw, CropFollowsTheNaturalOrientationDrawingTheForcedOne) {
@@ -326,37 +329,6 @@ TEST(KLARON_ImageDraw, TurnedFilesEqualTheUprightPictureInEveryStyle) {
             }
 }
 
-TEST(KLARON_ImageDraw, OwnSizeIsUnchangedToTheBitAlsoTurned) {
-    Bitmap pixels = *Bitmap::create(31, 17, ColorSpace::sRGB(), false);
-    std::minstd_rand random(5);
-    for (int y = 0; y < pixels.height(); ++y)
-        for (int x = 0; x < pixels.width(); ++x) {
-            std::uint8_t* at = pixels.mutableRow(y) + 4 * x;
-            at[3] = static_cast<std::uint8_t>(random() >> 8);
-            for (int channel = 0; channel < 3; ++channel)
-                at[channel] = static_cast<std::uint8_t>((random() >> 8) % (at[3] + 1u)); // premultiplied
-        }
-    const ImageRef original = Image::fromBitmap(pixels);
-    for (const int orientation : {1, 2, 3, 6, 8}) {
-        ImageRef image = original;
-        const int times = orientation == 3 ? 2 : orientation == 6 || orientation == 8 ? 4 : 1;
-        for (int time = 0; time < times; ++time) {
-            const auto turned = wrapped(image, orientation);
-            const Size size = turned->orientedSize();
-            const auto canvas = makeCanvas(size.width + 9, size.height + 5);
-            turned->setDrawingContext(canvas);
-            turned->setDestinationRect({4, 3, size.width, size.height});
-            turned->draw();
-            image = canvas->makeImage()->cropped({4, 2, size.width, size.height});
-        }
-        const Bitmap result = *image->bitmap();
-        ASSERT_EQ(result.width(), pixels.width());
-        for (int y = 0; y < pixels.height(); ++y)
-            ASSERT_TRUE(std::equal(pixels.row(y), pixels.row(y) + 4 * pixels.width(), result.row(y)))
-                << "orientation " << orientation << " row " << y;
-    }
-}
-
 TEST(KLARON_ImageDraw, BorderOverAndAroundTheContent) {
     const Rows inside = {".....", ".bbb.", ".bbb.", "....."}, grown = {"bbbbb", "brgbb", "bwkrb", "bbbbb"};
     const auto bordered = [](const Rows& rows, int orientation, bool clips, const Rect& destination) {
@@ -396,24 +368,6 @@ TEST(KLARON_ImageDraw, BackgroundShowsThroughTheAlphaOfThePicture) {
     image->setContentsGravity(std::string(kCAGravityResizeAspect)); // the fitted rectangle is what it fills
     EXPECT_EQ(drawn(image, 50, 20)[0][0], '.');
     EXPECT_EQ(drawn(image, 50, 20)[0][3], 'b');
-}
-
-TEST(KLARON_ImageDraw, CropTableOfTheOrientations) {
-    const auto image = cells(upright); // 30 x 20 as it lies
-    const struct {
-        int orientation;
-        Rect lying; // of {4, 2, 10, 6} upright
-    } cases[] = {{1, {4, 2, 10, 6}}, {2, {4, 2, 10, 6}}, {3, {16, 12, 10, 6}}, {4, {4, 2, 10, 6}},
-                 {5, {4, 2, 10, 6}}, {6, {2, 6, 6, 10}}, {7, {4, 2, 10, 6}},   {8, {22, 4, 6, 10}}};
-    for (const auto& row : cases) {
-        const ImageRef part = wrapped(image)->croppedImage(image, {4, 2, 10, 6}, row.orientation);
-        ASSERT_TRUE(part);
-        EXPECT_EQ((Rect{1.0 * part->x(), 1.0 * part->y(), 1.0 * part->width(), 1.0 * part->height()}), row.lying)
-            << row.orientation;
-    }
-    const ImageRef ofItself = wrapped(image, 6)->croppedImageWithRect({4, 2, 10, 6});
-    EXPECT_TRUE(ofItself->x() == 2 && ofItself->y() == 6);
-    EXPECT_EQ(wrapped(image)->croppedImageWithRect({100, 100, 10, 10}), nullptr);
 }
 
 TEST(KLARON_ImageDraw, LogsWhatItCanNotDraw) {

@@ -1,5 +1,4 @@
 #include "internal/Canvas.h"
-#include "internal/ImagePlacement.h"
 #include "platform/draw/BitmapContext.h"
 #include "platform/draw/ImageDestination.h"
 #include "platform/draw/ImageSource.h"
@@ -157,22 +156,6 @@ TEST(BitmapContext, DrawsImagesUprightUnderEveryQuarterTurnAndMirror) {
         canvas->drawImage(fourColors(), {0, 0, 40, 40});
         EXPECT_EQ(corners(canvas), row.corners);
     }
-}
-
-TEST(BitmapContext, TakesTheStraightWayOnlyAlongThePixelGrid) {
-    const Rect rect{10, 10, 100, 50};
-    const auto placementAt = [&](const AffineTransform& transform) {
-        return axisAlignedPlacement(ImageQuad::from(rect, transform));
-    };
-    EXPECT_TRUE(placementAt(AffineTransform::rotationAbout({60, 35}, 1.5708)));
-    EXPECT_FALSE(placementAt(AffineTransform::rotationAbout({60, 35}, 0.01)));
-    EXPECT_FALSE(placementAt({1, 0, 0.2, 1, 0, 0}));
-    const auto turned = placementAt(AffineTransform::rotationAbout({60, 35}, pi / 2));
-    ASSERT_TRUE(turned);
-    EXPECT_EQ(turned->rectangle, (Rect{35, -15, 50, 100})) << "no fractions left by the turn";
-    const auto fraction = placementAt(AffineTransform::translation(0.25, 0));
-    ASSERT_TRUE(fraction);
-    EXPECT_DOUBLE_EQ(fraction->rectangle.x, 10.25);
 }
 
 TEST(BitmapContext, TurnedImagesHaveCleanEdgesAndRightColours) {

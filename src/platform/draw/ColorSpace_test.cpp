@@ -232,19 +232,6 @@ TEST(ColorTransform, FollowsTheWishOfTheProfile) {
     }
 }
 
-TEST(ColorTransform, TakesGreyWithAlpha) {
-    const auto space = *ColorSpace::fromICC(grayProfile(cmsBuildGamma(nullptr, 1)));
-    const auto plain = *ColorTransform::between(space, PixelLayout::gray8, ColorSpace::sRGB());
-    const auto withAlpha = *ColorTransform::between(space, PixelLayout::bgra8, ColorSpace::sRGB());
-    const std::uint8_t level = 40;
-    std::uint8_t expected[4], pixel[4] = {level, level, level, 9};
-    plain->convert(&level, expected, 1);
-    withAlpha->convert(pixel, pixel, 1);
-    EXPECT_EQ(expected[3], 255);
-    expected[3] = 9;
-    EXPECT_TRUE(std::equal(pixel, pixel + 4, expected));
-}
-
 // A profile with changed bytes is refused or converts: it never breaks a picture that is opened with it.
 TEST(ColorSpace, FallsBackForBrokenProfiles) {
     const std::vector<std::uint8_t> whole[] = {

@@ -1,5 +1,5 @@
 #include "platform/draw/BitmapContext.h"
-#include "platform/draw/ImageDestination.h"
+#include "platform/draw/ImageMetadata.h"
 #include "platform/draw/ImageSource.h"
 #include "platform/draw/PDFDocument.h"
 #include "support/CommandOutput.h"
@@ -7,7 +7,7 @@
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <optional>
@@ -293,42 +293,4 @@ TEST(PDFDocument, PageThatTakesTooLongFails) {
     ASSERT_FALSE(bitmap);
     EXPECT_EQ(bitmap.error().localizedDescription,
               "cannot read the data: page 1 of the PDF document takes too long to draw");
-}
-
-TEST(PDFDocument, WrittenPicturesComeBack) {
-    const auto canvas = BitmapContext::create(320, 200, ColorSpace::sRGB());
-    for (int step = 0; step < 20; ++step) {
-        canvas->setFillColor(Color(step / 20.0, 1 - step / 20.0, 0.5, 1));
-        canvas->fillRect({step * 15.0, step * 8.0, 40, 60});
-    }
-    const ImageRef image = canvas->makeImage();
-    const support::TemporaryDirectory folder;
-    const std::string path = folder / "written.pdf";
-    auto destination = *ImageDestination::createWithURL(base::URL::fileURLWithPath(path), "com.adobe.pdf");
-    destination->addImage(image, {{std::string(kCGImageDestinationLossyCompressionQuality), 0.95}});
-    ASSERT_TRUE(destination->finalize());
-
-    const auto source = ImageSource::createWithURL(base::URL::fileURLWithPath(path));
-    ASSERT_TRUE(source);
-    const auto read = (*source)->imageAtIndex(0);
-    ASSERT_TRUE(read->width() == 320 && read->height() == 200);
-    const Bitmap back = *read->bitmap(), original = *image->bitmap();
-    double squares = 0; // against the original on white
-    for (int y = 0; y < 200; ++y)
-        for (int byte = 0; byte < 4 * 320; ++byte) {
-            const int wanted = byte % 4 == 3 ? 255 : original.row(y)[byte] + 255 - original.row(y)[byte | 3];
-            squares += std::pow(back.row(y)[byte] - wanted, 2);
-        }
-    EXPECT_GT(10 * std::log10(255.0 * 255 * 4 * 320 * 200 / squares), 38);
-
-    if (commandOutput("pdfimages '" + path + "' '" + folder / "picture" + "'")) {
-        const std::string ppm = support::readFile(folder / "picture-000.ppm");
-        EXPECT_LE(largestDifference(back, ppm.substr(std::min<std::size_t>(ppm.size(), 15))), 1);
-    }
-    if (const auto info = commandOutput("pdfinfo '" + path + "'")) {
-        EXPECT_NE(info->find("320 x 200 pts"), std::string::npos) << *info;
-    }
-    if (const auto list = commandOutput("pdfimages -list '" + path + "'")) {
-        EXPECT_NE(list->find("320   200  icc     3   8  jpeg"), std::string::npos) << *list;
-    }
 }

@@ -413,20 +413,3 @@ TEST(PictureCache, IsBoundedAndKeepsNoFailure) {
     clearPictureCache();
     EXPECT_EQ(pictureCacheStatistics().bytes, 0u);
 }
-
-TEST(Bitmap, SharesUntilWritten) {
-    Bitmap first = canvas(4, 4);
-    first.mutableRow(1)[3] = 9;
-    const Bitmap second = first;
-    EXPECT_EQ(first.pixels(), second.pixels());
-    first.mutableRow(1)[3] = 10;
-    EXPECT_NE(first.pixels(), second.pixels());
-    EXPECT_EQ(second.row(1)[3], 9);
-    const std::uint8_t* own = first.pixels();
-    first.mutableRow(2)[0] = 1;
-    EXPECT_EQ(first.pixels(), own) << "an unshared bitmap is not copied";
-    for (const auto& [width, height] :
-         {std::pair<std::int64_t, std::int64_t>{0, 5}, {5, -1}, {70000, 1}, {60000, 60000}})
-        EXPECT_FALSE(Bitmap::create(width, height, ColorSpace::sRGB(), false));
-    EXPECT_EQ(pixel(*Bitmap::create(3, 3, ColorSpace::sRGB(), true), 1, 1), (std::vector<int>{0, 0, 0, 255}));
-}

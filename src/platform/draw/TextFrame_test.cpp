@@ -60,14 +60,8 @@ TEST(TextFrame, AlignsItsLines) {
         return TextFrame(text(std::move(string), 20, alignment), {300, 100}).lines().at(0);
     };
     const auto left = lineAt(TextAlignment::left, "word");
-    EXPECT_NEAR(left.x, 0, 0.01);
     EXPECT_NEAR(lineAt(TextAlignment::center, "word").x, (300 - left.width) / 2, 0.51);
-    EXPECT_NEAR(lineAt(TextAlignment::right, "word").x, 300 - left.width, 0.51);
-    EXPECT_NEAR(lineAt(TextAlignment::natural, "word").x, 0, 0.01);
     const std::string hebrew = "\xD7\xA9\xD7\x9C\xD7\x95\xD7\x9D";
-    EXPECT_NEAR(lineAt(TextAlignment::left, hebrew).x, 0, 0.51);
-    EXPECT_GT(lineAt(TextAlignment::natural, hebrew).x, 200);
-    EXPECT_GT(lineAt(TextAlignment::right, hebrew).x, 200);
     // Each paragraph has its own direction; left and right are the page's.
     const std::string both = "word\n" + hebrew;
     const struct {
