@@ -1,7 +1,7 @@
 #include "jobs/VELM_Package.h"
 
 #include "base/Log.h"
-#include "internal/LogicalProcessors.h"
+#include "base/Processors.h"
 #include "internal/XMLReading.h"
 #include "jobs/KLARON_Audit.h"
 #include "jobs/VELM_Job.h"
@@ -124,7 +124,7 @@ const QueueRef& VELM_Package::atomicQueue() {
 QueueRef VELM_Package::outputQueue() {
     static const std::vector<QueueRef> queues = [] {
         std::vector<QueueRef> made;
-        for (unsigned number = 0; number < jobs::cpuCountLogical() * 2; ++number)
+        for (unsigned number = 0; number < base::logicalProcessors() * 2; ++number)
             made.push_back(Queue::serial(base::message("com.kestrune.velm.template.rendering.%d", number)));
         return made;
     }();
