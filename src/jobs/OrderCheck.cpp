@@ -101,14 +101,14 @@ private:
 std::vector<Finding> Checker::findings() {
     checkTicket();
     std::set<std::string> holesOfAll;
-    bool allAreFound = true;
+    bool allAreKnown = true;
     jobs::OutputCheck outputs;
     const base::Array references = job_.jobPackages();
     for (std::size_t index = 0; index < plan_.packages.size(); ++index) {
         const PlannedPackage& package = plan_.packages[index];
         checkReference(index);
         if (!package.search.package) {
-            allAreFound = false;
+            allAreKnown = false;
             continue;
         }
         // References that find one file take the same values: its holes are looked at once.
@@ -118,20 +118,26 @@ std::vector<Finding> Checker::findings() {
         outputs.check(package, packageElement(index), packagePlace);
 
         std::set<std::string> holes;
+        bool areHolesKnown = true;
         for (const PlannedOutput& output : package.outputs) {
             checkCopies(index, output);
+            // A template that can't be read might have holes for the slots.
+            areHolesKnown = areHolesKnown && output.missingTemplates.empty();
             for (const PlannedTemplate& planned : output.templates) {
+                areHolesKnown = areHolesKnown && !planned.error;
                 if (isFirst) checkHoles(index, output, planned);
                 for (const PlannedHole& hole : planned.holes)
                     holes.insert(hole.key);
             }
         }
         checkInlineTemplates(index);
-        if (const auto* reference = references[index].as<Dictionary>()) checkSlots(index, *reference, holes);
+        if (const auto* reference = references[index].as<Dictionary>(); reference && areHolesKnown)
+            checkSlots(index, *reference, holes);
+        allAreKnown = allAreKnown && areHolesKnown;
         holesOfAll.merge(holes);
     }
     // A hole of a package that is not there might take them.
-    if (allAreFound && !plan_.packages.empty()) checkSlots({}, job_.valuesDict(), holesOfAll);
+    if (allAreKnown && !plan_.packages.empty()) checkSlots({}, job_.valuesDict(), holesOfAll);
     for (Finding& finding : outputs.takeFindings())
         findings_.push_back(std::move(finding));
 
@@ -196,9 +202,12 @@ void Checker::checkTicket() {
 
 void Checker::checkReference(std::size_t index) {
     const PackageSearch& search = plan_.packages[index].search;
-    if (!search.package)
-        add(referencePlace(index), "could not find package with name %@: %@", quotable(search.baseName.value_or("")),
-            search.reason);
+    if (search.package) return;
+    add(referencePlace(index), "could not find package with name %@: %@", quotable(search.baseName.value_or("")),
+        search.reason);
+    for (const auto& each : search.passedOver) // it may be one of these
+        if (std::find(search.folders.begin(), search.folders.end(), each.path) == search.folders.end())
+            add({.file = each.path}, "is no package: %@", each.reason);
 }
 
 void Checker::checkSlots(Index index, const Dictionary& values, const std::set<std::string>& holes) {
@@ -260,9 +269,11 @@ void Checker::checkHole(std::size_t index, const PlannedOutput& output, const Pl
     const bool showsPictureOfRun = hole.type == VELM_Template::LayerTypeImage && output.picture;
     if (!hole.value && !showsPictureOfRun) {
         const bool isEmpty = hole.omission == LayerOmission::noPath || hole.omission == LayerOmission::noText;
-        if (isEmpty)
-            add(referencePlace(index), "no slot fills the hole \"%@\" of %@, so it stays empty", quotable(hole.key),
-                where);
+        // A text layer without a string shows its key.
+        const bool showsKey = !isPicture && hole.text == hole.key;
+        if (isEmpty || showsKey)
+            add(referencePlace(index), "no slot fills the hole \"%@\" of %@, so it %s", quotable(hole.key), where,
+                showsKey ? "shows that key" : "stays empty");
         return;
     }
     const Place place = slotPlace(index, hole.key);

@@ -9,18 +9,34 @@
 #include <algorithm>
 #include <array>
 
+using grammar::Form;
 using platform::data::Findings;
 using platform::data::XMLNode;
 
 namespace {
 
+struct ValueKey {
+    std::string_view name;
+    Form form = Form::text;
+};
+
 // The child elements of a destination, in the spelling under which their text is kept.
-constexpr std::array<std::string_view, 15> valueKeys = {
-    "filepath",  "filename",  "saveoriginalfileasis",
-    "resize",    "limitsize", "printer",
-    "mediaType", "cutInHalf", "uploadsite",
-    "model",     "queue",     "copies",
-    "papersize", "gravity",   "itempath",
+constexpr std::array valueKeys = {
+    ValueKey{"filepath"},
+    ValueKey{"filename"},
+    ValueKey{"saveoriginalfileasis", Form::yesNo},
+    ValueKey{"resize", Form::yesNo},
+    ValueKey{"limitsize", Form::number},
+    ValueKey{"printer"},
+    ValueKey{"mediaType"},
+    ValueKey{"cutInHalf", Form::yesNo},
+    ValueKey{"uploadsite"},
+    ValueKey{"model"},
+    ValueKey{"queue"},
+    ValueKey{"copies", Form::integer},
+    ValueKey{"papersize"},
+    ValueKey{"gravity", Form::gravity},
+    ValueKey{"itempath"},
 };
 
 } // namespace
@@ -54,13 +70,15 @@ std::shared_ptr<VELM_Destination> VELM_Destination::initWithNode(const XMLNode& 
         output::note(report, element, "the type of <%@> is neither filepath nor printer: nothing is delivered to it",
                      element.name());
     output::forEachChildElement(element, report, [&](const XMLNode& child) {
-        const auto key = std::ranges::find_if(
-            valueKeys, [&](std::string_view candidate) { return base::equalIgnoringCase(candidate, child.name()); });
+        const auto key = std::ranges::find_if(valueKeys, [&](const ValueKey& candidate) {
+            return base::equalIgnoringCase(candidate.name, child.name());
+        });
         if (key == valueKeys.end()) {
             base::log("Found unexpected XML element \"%@\" while parsing %@", child.name(), element.name());
             return false;
         }
-        destination->setValue(*key, child.stringValue());
+        destination->setValue(key->name, child.stringValue());
+        output::noteForm(report, child, key->form);
         return true;
     });
     return destination;

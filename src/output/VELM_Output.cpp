@@ -13,6 +13,7 @@
 
 #include <algorithm>
 
+using grammar::Form;
 using platform::data::Findings;
 using platform::data::XMLNode;
 
@@ -64,16 +65,17 @@ std::shared_ptr<VELM_Output> VELM_Output::initWithNode(const XMLNode& element, F
 
 void VELM_Output::readAttributes(const XMLNode& element, Findings* report) {
     output::forEachAttribute(element, report, [&](const std::string& name, const std::string& text) {
-        if (name == "name")
+        if (name == "name") {
             valuesDict_.insert_or_assign("name", text);
-        else if (name == "size")
+        } else if (name == "size") {
             setSize(base::sizeFromString(text));
-        else if (name == "width")
-            width_ = base::doubleValue(text);
-        else if (name == "height")
-            height_ = base::doubleValue(text);
-        else
+            output::noteForm(report, element, name, Form::size, text);
+        } else if (name == "width" || name == "height") {
+            (name == "width" ? width_ : height_) = base::doubleValue(text);
+            output::noteForm(report, element, name, Form::side, text);
+        } else {
             return false;
+        }
         return true;
     });
 }
@@ -84,6 +86,8 @@ bool VELM_Output::readChild(const XMLNode& child, Findings* report) {
     } else if (child.nameIs("allimages")) {
         if (child.children().empty() || base::boolValue(child.stringValue()))
             valuesDict_.insert_or_assign("allimages", true);
+        else
+            output::noteForm(report, child, Form::yesNo);
     } else if (child.nameIs("whattoprint")) {
         if (base::equalIgnoringCase(child.stringValue(), "all"))
             valuesDict_.insert_or_assign("allimages", true);

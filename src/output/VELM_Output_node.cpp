@@ -6,6 +6,7 @@
 #include "platform/data/XMLDocument.h"
 #include "template/VELM_Template.h"
 
+using grammar::Form;
 using platform::data::Findings;
 using platform::data::XMLNode;
 
@@ -13,12 +14,15 @@ std::shared_ptr<VELM_Output_node> VELM_Output_node::initWithNode(const XMLNode& 
     auto node = std::make_shared<VELM_Output_node>();
     node->name_ = element.name();
     output::forEachAttribute(element, report, [&](const std::string& name, const std::string& text) {
-        if (name == "frame")
+        if (name == "frame") {
             node->addOutputFrameString(text);
-        else if (name == "croprect")
+            output::noteForm(report, element, name, Form::frame, text);
+        } else if (name == "croprect") {
             node->cropRectString_ = text;
-        else
+            output::noteForm(report, element, name, Form::rectangle, text);
+        } else {
             return name == "type";
+        }
         return true;
     });
     output::forEachChildElement(element, report, [&](const XMLNode& child) { return node->readChild(child, report); });
@@ -30,22 +34,30 @@ bool VELM_Output_node::readChild(const XMLNode& child, Findings* report) {
     const std::string text = child.stringValue();
     if (name == "frame") {
         addOutputFrameString(text);
+        output::noteForm(report, child, Form::frame);
     } else if (name == "origin") {
         const base::Point origin = base::pointFromString(text);
         addOutputFrame({origin.x, origin.y, 0, 0});
+        output::noteForm(report, child, Form::point);
     } else if (name == "gravity") {
         gravity_ = std::string(VELM_Template::normalizedGravity(text));
+        output::noteForm(report, child, Form::gravity);
     } else if (name == "backgroundcolor") {
         backgroundColor_ = text;
+        output::noteForm(report, child, Form::color);
     } else if (name == "tifforientation") {
         tiffOrientation_ = base::integerValue(text);
+        output::noteForm(report, child, Form::integer);
     } else if (name == "shadowcolor") {
         shadowColor_ = text;
+        output::noteForm(report, child, Form::color);
         output::forEachAttribute(child, report, [&](const std::string& attribute, const std::string& value) {
             if (attribute == "blur") {
                 shadowBlur_ = value;
+                output::noteForm(report, child, attribute, Form::number, value);
             } else if (attribute == "offset") {
                 offsetPointString_ = value;
+                output::noteForm(report, child, attribute, Form::point, value);
             } else {
                 base::log("encountered unknown %@ attribute: %@", child.name(), attribute);
                 return false;

@@ -9,9 +9,9 @@
 #include "template/TemplateKeys.h"
 #include "template/TemplateLayout.h"
 #include "template/VELM_Template.h"
+#include "template/ValueForm.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <map>
 #include <optional>
@@ -24,14 +24,6 @@ using base::Rect;
 namespace {
 
 using Finding = TemplateReport::Finding;
-
-bool isColorCode(std::string_view code) {
-    while (code.starts_with('#'))
-        code.remove_prefix(1);
-    constexpr std::array<std::size_t, 4> lengths{3, 4, 6, 8};
-    return std::find(lengths.begin(), lengths.end(), code.size()) != lengths.end() &&
-           code.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
-}
 
 bool isOneOf(std::string_view word, std::initializer_list<std::string_view> words, bool ignoringCase) {
     return std::any_of(words.begin(), words.end(), [&](std::string_view known) {
@@ -324,16 +316,17 @@ void Checker::checkStamp(const LayerLayout& layout) {
 }
 
 void Checker::checkWords(const VELM_Template& layer) {
-    if (const auto gravity = layer.value(VELM_XML_Key_gravity).stringValue();
-        gravity && !isOneOf(*gravity, {"resize", "resizeAspect", "resizeAspectFill"}, false))
-        add(layer, VELM_XML_Key_gravity, "the gravity \"%@\" is unknown: resizeAspectFill is taken", *gravity);
+    if (const auto gravity = layer.value(VELM_XML_Key_gravity).stringValue())
+        if (const auto fault = grammar::faultOf(grammar::Form::gravity, *gravity))
+            add(layer, VELM_XML_Key_gravity, "the gravity \"%@\" %@", *gravity, *fault);
     if (const auto alignment = layer.textAlignmentString();
         alignment && !isOneOf(*alignment, {"", "left", "right", "center", "justified"}, true))
         add(layer, VELM_XML_Key_textAlignment, "the alignment \"%@\" is unknown: left is taken", *alignment);
     for (const TemplateKey& key : templateKeys()) {
         if (key.kind != TemplateKey::Kind::colorCode) continue;
-        if (const auto code = layer.value(key.name).stringValue(); code && !isColorCode(*code))
-            add(layer, key.name, "the colour \"%@\" is no colour code such as #RRGGBB: black is taken", *code);
+        if (const auto code = layer.value(key.name).stringValue())
+            if (const auto fault = grammar::faultOf(grammar::Form::color, *code))
+                add(layer, key.name, "the colour \"%@\" %@", *code, *fault);
     }
 }
 

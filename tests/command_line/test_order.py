@@ -212,6 +212,8 @@ class CheckOrder(OrderTest):
                 ("<output>\n<other type='node'/><destination type='filepath'/></output>", {3: "<other>"}),
                 ("<output>\n<print type='node'/><print type='node'><origin>{1, 1}</origin></print>"
                  "<destination type='filepath'/></output>", {2: "has no size"}),
+                ("<output>\n<print type='node'><frame>wide</frame></print>\n<destination type='filepath'><resize>maybe"
+                 "</resize></destination></output>", {3: "0 of the 4 numbers", 4: "neither yes nor no"}),
                 ("<output><allimages/><print type='node'/><destination type='filepath'/></output>", {2: "<allimages>"}),
                 ("\n<template name='more'><filepath>No.xml</filepath></template>", {1: "no output", 3: "No.xml"}))):
             with self.subTest(content):
@@ -224,6 +226,8 @@ class CheckOrder(OrderTest):
                                  dict.fromkeys(told, True), found)
 
     def test_orders_that_make_nothing_and_paths_without_a_folder(self):
+        self.home.write("VELM/Templates/Simple.xml", simple_template(extra=CAPTION.replace("<string>none</string>", "")))
+        self.assertIn("shows that key", self.check(self.home.bundle("key"))[0][2])
         empty = self.home.bundle("empty", '<data type="VELM_Job" version="1.0"/>')
         self.assertEqual([line for _, line, sentence in self.check(empty) if "nothing to make" in sentence], [0])
         foreign = self.home.write("f.xml", "<p><plucode>Simple</plucode>\n<imagepath>photo.jpg</imagepath></p>")

@@ -36,4 +36,18 @@ void forEachChildElement(const XMLNode& element, Findings* report, const Element
     }
 }
 
+void noteForm(Findings* report, const XMLNode& child, grammar::Form form) {
+    if (!report) return;
+    const std::string text = child.stringValue();
+    if (const auto fault = grammar::faultOf(form, text))
+        note(report, child, "<%@>: \"%@\" %@", child.name(), text, *fault);
+}
+
+void noteForm(Findings* report, const XMLNode& element, std::string_view attribute, grammar::Form form,
+              const std::string& text) {
+    if (!report) return;
+    if (const auto fault = grammar::faultOf(form, text))
+        note(report, element, "attribute %@ of <%@>: \"%@\" %@", attribute, element.name(), text, *fault);
+}
+
 } // namespace output

@@ -6,6 +6,7 @@
 #include "base/MessageTemplate.h"
 #include "platform/data/Finding.h"
 #include "platform/data/XMLDocument.h"
+#include "template/ValueForm.h"
 
 #include <functional>
 #include <string>
@@ -30,5 +31,10 @@ void note(platform::data::Findings* report, const platform::data::XMLNode& node,
           const Arguments&... arguments) {
     if (report) report->add(node.line(), base::message(sentence, arguments...));
 }
+
+/// Tells a report of a text that can't mean what it should: that of a child element, or of an element's attribute.
+void noteForm(platform::data::Findings* report, const platform::data::XMLNode& child, grammar::Form form);
+void noteForm(platform::data::Findings* report, const platform::data::XMLNode& element, std::string_view attribute,
+              grammar::Form form, const std::string& text);
 
 } // namespace output

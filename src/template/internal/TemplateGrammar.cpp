@@ -160,70 +160,7 @@ constexpr std::array childRules{
     Rule{"background", VELM_XML_Key_backgroundEnabled, storeYesNo, Form::yesNo, backgroundAttributes},
 };
 
-bool isClearlyNo(std::string_view text) {
-    text = base::trimmed(text);
-    return text.empty() || std::string_view("nNfF0").find(text.front()) != std::string_view::npos;
-}
-
-std::array<double, 4> numbersOf(const std::string& text) {
-    const base::Rect rect = base::rectFromString(text);
-    return {rect.x, rect.y, rect.width, rect.height};
-}
-
-/// How many numbers the text holds, counted to 4: those that stay the same whatever follows the text.
-int numberCount(const std::string& text) {
-    const auto ones = numbersOf(text + " 1 1 1 1");
-    const auto twos = numbersOf(text + " 2 2 2 2");
-    return static_cast<int>(std::mismatch(ones.begin(), ones.end(), twos.begin()).first - ones.begin());
-}
-
 } // namespace
-
-bool isLedByNumber(std::string_view text) {
-    text = base::trimmed(text);
-    if (!text.empty() && (text.front() == '-' || text.front() == '+')) text.remove_prefix(1);
-    if (!text.empty() && text.front() == '.') text.remove_prefix(1);
-    return !text.empty() && text.front() >= '0' && text.front() <= '9';
-}
-
-std::optional<std::string> faultOf(Form form, const std::string& text) {
-    const auto missing = [&](int needed, std::string_view what) -> std::optional<std::string> {
-        const int held = numberCount(text);
-        if (held >= needed) return std::nullopt;
-        return base::message("holds %d of the %d numbers of a %@", held, needed, what);
-    };
-    switch (form) {
-    case Form::text:
-        return std::nullopt;
-    case Form::yesNo:
-        if (base::boolValue(text) || isClearlyNo(text)) return std::nullopt;
-        return "is neither yes nor no, and is read as no";
-    case Form::number:
-    case Form::integer:
-        if (isLedByNumber(text)) return std::nullopt;
-        return "does not begin with a number, and is read as 0";
-    case Form::side:
-        if (!isLedByNumber(text)) return "does not begin with a number, and is read as 0";
-        if (base::doubleValue(text) > 0) return std::nullopt;
-        return "is not above 0";
-    case Form::point:
-        return missing(2, "point");
-    case Form::size: {
-        if (auto fault = missing(2, "size")) return fault;
-        const base::Size size = base::sizeFromString(text);
-        if (size.width > 0 && size.height > 0) return std::nullopt;
-        return "has a side that is not above 0";
-    }
-    case Form::rectangle: {
-        if (auto fault = missing(4, "rectangle")) return fault;
-        const base::Rect rect = base::rectFromString(text);
-        if (rect.width < 0 || rect.height < 0) return "is a rectangle with a negative side";
-        if (rect.isEmpty()) return "is an empty rectangle";
-        return std::nullopt;
-    }
-    }
-    return std::nullopt;
-}
 
 void Target::setValue(std::string_view key, base::Value value) const {
     if (stored) {

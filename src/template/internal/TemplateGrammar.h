@@ -5,8 +5,8 @@
 #include "base/Geometry.h"
 #include "base/Text.h"
 #include "base/Value.h"
+#include "template/ValueForm.h"
 
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -15,25 +15,6 @@
 class VELM_Template;
 
 namespace grammar {
-
-/// What a text of the file means.
-enum class Form {
-    text,
-    number, ///< 0 when no number leads the text.
-    integer,
-    side, ///< A number above 0.
-    yesNo,
-    point,
-    size, ///< Both sides above 0.
-    rectangle,
-};
-
-/// Whether reading the text as a number finds one.
-bool isLedByNumber(std::string_view text);
-
-/// Why the text can't mean what its author had in mind, as the end of a sentence ("is an empty rectangle"); none for a
-/// sound one.
-std::optional<std::string> faultOf(Form form, const std::string& text);
 
 /// The layer or document that is being read.
 struct Target {
