@@ -328,6 +328,8 @@ void VELM_JobFolders::configureFolder(const base::URL& url, const std::shared_pt
 }
 
 void VELM_JobFolders::scan(const Watch& watch, const KLARON_FileEvent::Paths& changed) {
+    const auto stream = watch.stream.lock();
+    if (!stream) return; // by now the folder has another one, or none
     const bool concernsFolder = std::any_of(changed.begin(), changed.end(), [&watch](const std::string& path) {
         return base::standardizingPath(path) == watch.url.path() || watch.container->holds(path);
     });
@@ -348,12 +350,10 @@ void VELM_JobFolders::scan(const Watch& watch, const KLARON_FileEvent::Paths& ch
         paths, [&watch](const base::Object& object) { return watch.isSpent && watch.isSpent(object); });
 
     FolderContainer::Items additions;
-    const auto stream = watch.stream.lock();
-    const std::string folderPath = stream ? stream->observedPaths().front() : std::string();
+    const std::string folderPath = stream->observedPaths().front();
     for (const std::string& path : come) {
         // What is still being copied in is left until it is whole: the stream tells of it once it is quiet.
-        if (stream && stream->isSettling(base::appendingPathComponent(folderPath, base::lastPathComponent(path))))
-            continue;
+        if (stream->isSettling(base::appendingPathComponent(folderPath, base::lastPathComponent(path)))) continue;
         if (base::ObjectRef object = watch.objectInit(base::URL::fileURLWithPath(path))) {
             additions.emplace(path, std::move(object));
             removals.erase(path); // of a spent object, which the new one replaces
@@ -363,7 +363,7 @@ void VELM_JobFolders::scan(const Watch& watch, const KLARON_FileEvent::Paths& ch
 
     folders::performSyncOnMainQueue([&] {
         const auto folder = watch.folder.lock();
-        if (!folder || folder->fileEvent() != watch.stream.lock()) return;
+        if (!folder || folder->fileEvent() != stream) return;
         folder->observable().change(watch.keyPath, [&] { watch.container->merge(additions, removals); });
         if (watch.reload) watch.reload(removals, additions);
     });

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <fstream>
+#include <future>
 #include <gtest/gtest.h>
 #include <limits>
 #include <regex>
@@ -352,7 +353,13 @@ TEST_F(JobFolders, AFolderThatCannotBeMadeIsNotWatchedAndNeitherIsTheOneBefore) 
     LogCapture log;
     drop("a.velm_job", goodOrder);
     ASSERT_TRUE(listed(1));
+    auto stream = folder_->fileEvent();
+    std::promise<void> held; // a scan that is still to come when its stream has gone
+    stream->eventQueue()->async([future = held.get_future().share()] { future.wait(); });
+    stream->handleFileEventpaths(stream->observedPaths(), {});
+    stream.reset();
     folder_->setURL(URL::fileURLWithPath(home().write("engine/File", "") + "/inside"));
+    held.set_value();
     EXPECT_FALSE(folder_->fileEvent());
     EXPECT_TRUE(log.has("ERROR: "));
     drop("b.velm_job", goodOrder);
@@ -396,10 +403,10 @@ TEST_F(JobFolders, AnOrderThatCannotBeMovedSaysWhyAndIsNotLost) {
     ASSERT_TRUE(finished(1) && listed(0));
     drop("same.velm_job", goodOrder);
     ASSERT_TRUE(finished(2));
-    drop("waits.velm_job", goodOrder, -10);
+    drop("waits.velm_job", goodOrder, 1000);
     ASSERT_TRUE(listed(2));
     settle();
-    EXPECT_EQ(finishedJobs().size(), 2U) << "the one that is stuck blocks, and runs once";
+    EXPECT_EQ(finishedJobs().size(), 2U) << "the one that is stuck blocks an older one too, and runs once";
     const std::string destination = finishedJobs()[0].destination->path();
     EXPECT_EQ(finishedJobs()[1].destination->path(), destination);
     const std::string words = finishedJobs()[1].moveError->localizedDescription;
@@ -418,6 +425,16 @@ TEST_F(JobFolders, AnOrderThatCannotBeMovedSaysWhyAndIsNotLost) {
               "cannot move " + home() / "engine/Watched/homeless.velm_job: there is no folder " +
                   (home() / "engine/Completed"));
     EXPECT_EQ(namesIn("Watched"), std::vector<std::string>{"homeless.velm_job"});
+
+    // A folder that leaves the list takes what blocks along.
+    fs::rename(home() / "engine/Elsewhere", home() / "engine/Completed");
+    const auto other = VELM_JobFolders::initWithName("Other", URL::fileURLWithPath(home() / "engine/Other"));
+    VELM_JobFolders::classObject().addFolderSet(other);
+    other->configureJobsFolder();
+    home().write("engine/Other/next.velm_job/job.xml", nativeTicket(goodOrder));
+    ASSERT_TRUE(listed(2));
+    VELM_JobFolders::classObject().removeFolderSet(folder_);
+    EXPECT_TRUE(finished(6));
 }
 
 TEST_F(JobFolders, AnOrderThatIsRemovedWhileItRunsBlocksNothing) {

@@ -213,7 +213,9 @@ void JobFoldersClass::endObservingRemovedFolders() {
             return true;
         });
     }
-    if (!ended.empty()) rebuildJobsPending();
+    if (ended.empty()) return;
+    rebuildJobsPending();
+    processNextJob(); // the queue may have been blocked by one of them
 }
 
 void JobFoldersClass::jobsDidChange(const FolderRef& folder) {
@@ -318,6 +320,7 @@ void JobFoldersClass::runJob(const VELM_Job::Ref& job, Start start) {
            !isRetired_) {
         if (start == Start::inTurn && !UserDefaults::standard().boolForKey(key_velmProcessorIsRunning))
             return; // paused while it waited for its turn
+        if (start == Start::inTurn && isBlocked()) return;
         if (start == Start::inTurn && timeToSettle(job, foldersWithStillness()) > std::chrono::nanoseconds(0)) {
             processNextJob(); // it was touched while it waited for its turn: another one may have settled
             return;
@@ -334,6 +337,16 @@ void JobFoldersClass::runJob(const VELM_Job::Ref& job, Start start) {
             waitForChange(); // another thread has run this very job: it is pending until its file is seen to be gone
         awaitedNoMore(job, start);
     }
+}
+
+/// Whether the last job could not be moved away when it ended: none comes in turn, however old, until its file goes.
+bool JobFoldersClass::isBlocked() const {
+    VELM_Job::Ref last;
+    {
+        std::lock_guard lock(mutex_);
+        if (!group_) last = currentJob_;
+    }
+    return last && !last->isDisposedOf() && isPending(*last) && conformsToType(last->documentURL(), kUTTypeXML);
 }
 
 /// Of the threads that the engine itself sends for a job while another runs, one is enough: it looks at everything

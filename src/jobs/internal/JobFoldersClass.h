@@ -81,6 +81,7 @@ private:
 
     enum class Start { byHand, inTurn };
     void runJob(const VELM_Job::Ref& job, Start start);
+    bool isBlocked() const;
     bool isAwaited(const VELM_Job::Ref& job, Start start);
     void awaitedNoMore(const VELM_Job::Ref& job, Start start);
 
