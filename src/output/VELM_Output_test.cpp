@@ -41,15 +41,8 @@ TEST(OutputReading, runsForAllImages) {
         EXPECT_EQ(outputFrom("<output>" + children + "</output>")->allImages(), expected) << children;
 }
 
-TEST(OutputReading, takesSizeAndNameFromAttributesInAnyCase) {
-    const auto output = outputFrom("<output NAME='sheet' Size='{1800, 1200}' height='900.5' other='x'/>");
-    EXPECT_EQ(output->size(), (base::Size{1800, 900.5}));
-    EXPECT_EQ(base::textForKey(output->valuesDict(), "name"), "sheet");
-    EXPECT_EQ(outputFrom("<output/>")->size(), base::Size{});
-}
-
 TEST(OutputReading, readsNodesAndSkipsOtherElements) {
-    const auto output = outputFrom(R"(<output>
+    const auto output = outputFrom(R"(<output NAME='sheet' Size='{1800, 1200}' height='900.5' other='x'>
         <Front TYPE="node" frame="{{1,2},{3,4}}" croprect="{{0, 0}, {5, 6}}">
             <Frame>{{10, 20}, {30, 40}}</Frame><origin>{7, 8}</origin><frame>nonsense</frame>
             <gravity>resizeAspect</gravity><backgroundColor>#FFF</backgroundColor>
@@ -57,6 +50,8 @@ TEST(OutputReading, readsNodesAndSkipsOtherElements) {
         </Front>
         <plain/><group type="other"/><back type="node"/>
     </output>)");
+    EXPECT_EQ(output->size(), (base::Size{1800, 900.5}));
+    EXPECT_EQ(base::textForKey(output->valuesDict(), "name"), "sheet");
     EXPECT_THAT(output->nodeNames(), ElementsAre("Front", "back"));
     const VELM_Output_node& node = *output->outputNodes().front();
     EXPECT_THAT(node.frames(),
@@ -159,33 +154,11 @@ TEST(OutputAttributes, ignoresTemplatesWhenNoDestinationWantsAProduct) {
     EXPECT_FALSE(outputFrom("<output>" + save + "<destination/></output>")->ignoresTemplates());
 }
 
-TEST(OutputAttributes, addsDestinationsAsOneChange) {
-    VELM_Output output;
-    int changes = 0;
-    const auto token = output.observable().observe("destinations", [&] { ++changes; });
-    output.addDestinations(
-        {VELM_Destination::initWithFilepath("/a"), "rubbish", VELM_Destination::initWithPrinterModel("DS620")});
-    EXPECT_EQ(changes, 1);
-    ASSERT_EQ(output.destinations().size(), 2u);
-    EXPECT_EQ(output.destinations()[1]->printerModel(), "DS620");
-}
-
 VELM_Output_node nodeWithFrames(const std::vector<std::string>& frames) {
     VELM_Output_node node;
     for (const std::string& frame : frames)
         node.addOutputFrameString(frame);
     return node;
-}
-
-TEST(OutputNode, stopsAmongItsFramesWhenTold) {
-    const VELM_Output_node node = nodeWithFrames({"{{0, 0}, {1, 1}}", "{{0, 0}, {1, 1}}", "{{0, 0}, {1, 1}}"});
-    std::vector<std::size_t> indices;
-    node.canvasSize({10, 10}, {1, 1}, [&](std::size_t index, bool& stop, const base::Rect&) {
-        indices.push_back(index);
-        stop = index == 1;
-    });
-    EXPECT_THAT(indices, ElementsAre(0, 1));
-    node.canvasSize({10, 10}, {1, 1}, nullptr);
 }
 
 TEST(OutputNode, matchesASizeThatItsOneFrameCovers) {
