@@ -6,6 +6,7 @@
 #include "internal/FolderEnumeration.h"
 #include "jobs/KLARON_Audit.h"
 #include "jobs/OrderReport.h"
+#include "platform/data/Collation.h"
 #include "platform/data/Dates.h"
 #include "platform/data/FileAttributes.h"
 #include "platform/data/FileTypes.h"
@@ -15,7 +16,6 @@
 #include <functional>
 #include <set>
 
-using base::equalIgnoringCase;
 using platform::data::conformsToType;
 using platform::data::kUTType_VELM_Job;
 using platform::data::kUTTypeData;
@@ -233,13 +233,14 @@ void VELM_Job::indexPackageReferences() {
         if (const auto* reference = references[index].as<base::Dictionary>())
             for (const char* key : {"plucode", "name"})
                 if (const auto name = base::textForKey(*reference, key))
-                    referencesByName_.emplace(base::lowercase(*name), index);
+                    referencesByName_.emplace(platform::data::foldedForm(*name), index);
 }
 
 const base::Dictionary* VELM_Job::packageReference(const std::optional<std::string>& packageName) const {
     const auto* references = valueForKeyInDict("package").as<base::Array>();
     if (!references || references->empty()) return nullptr;
-    const auto named = packageName ? referencesByName_.find(base::lowercase(*packageName)) : referencesByName_.end();
+    const auto named =
+        packageName ? referencesByName_.find(platform::data::foldedForm(*packageName)) : referencesByName_.end();
     return (*references)[named == referencesByName_.end() ? 0 : named->second].as<base::Dictionary>();
 }
 

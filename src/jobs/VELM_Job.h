@@ -217,7 +217,7 @@ private:
     std::optional<base::URL> previewItemURL_;
     std::vector<std::shared_ptr<VELM_Package>> packages_;
     base::Dictionary valuesDict_;
-    std::map<std::string, std::size_t> referencesByName_; // by product code and name in lower case
+    std::map<std::string, std::size_t> referencesByName_; // by product code and name, folded
     std::vector<std::optional<base::URL>> previewItems_;
     std::vector<std::shared_ptr<VELM_Template>> templates_;
     std::vector<base::URL> images_;

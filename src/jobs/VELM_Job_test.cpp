@@ -315,7 +315,7 @@ TEST(Job, LooksUpValues) {
     const auto job =
         jobFromText(nativeTicket("<image1>job.jpg</image1><image2>two.jpg</image2>"
                                  "<package name='ABC'><image1>abc.jpg</image1></package>"
-                                 "<package name='Other' plucode='XYZ'><image1 croprect='c'>xyz.jpg</image1>"
+                                 "<package name='\u00C4ndere' plucode='XYZ'><image1 croprect='c'>xyz.jpg</image1>"
                                  "</package>"));
     ASSERT_TRUE(job);
     const struct {
@@ -328,7 +328,7 @@ TEST(Job, LooksUpValues) {
         {"image1", "ABCPRT", "key", "abc.jpg"},
         {"image1", "xyzLS", "key", "xyz.jpg"},
         {"image1", "xyzls", "key", "abc.jpg"}, // the suffix counts in capitals only
-        {"image1", "other", "key", "xyz.jpg"},
+        {"image1", "\u00E4ndere", "key", "xyz.jpg"},
         {"image1", "nobody", "key", "abc.jpg"},
         {"image1", std::nullopt, "key", "abc.jpg"},
         {"image2", "XYZ", "key", "two.jpg"},

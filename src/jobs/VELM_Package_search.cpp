@@ -1,7 +1,6 @@
 // Finding the package that a ticket names, by that name and the orientation of its picture: for the run, and for
 // whoever wants to know how the run would find it.
 #include "base/Log.h"
-#include "base/Text.h"
 #include "folders/DefaultsKeys.h"
 #include "imaging/KLARON_Image.h"
 #include "internal/FolderEnumeration.h"
@@ -9,6 +8,7 @@
 #include "jobs/OrderReport.h"
 #include "jobs/PackageSearch.h"
 #include "jobs/VELM_Package.h"
+#include "platform/data/Collation.h"
 #include "platform/data/FileTypes.h"
 #include "platform/data/UserDefaults.h"
 #include "platform/data/XMLDocument.h"
@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <utility>
 
-using base::equalIgnoringCase;
 using jobs::suffixLandscape;
 using jobs::suffixPortrait;
 
@@ -26,6 +25,10 @@ struct PackageNames {
     std::optional<std::string> base;
     std::optional<std::string> oriented; ///< The base name with the suffix of the picture's orientation.
 };
+
+bool areSameName(std::string_view left, std::string_view right) {
+    return platform::data::foldedForm(left) == platform::data::foldedForm(right);
+}
 
 KLARON_ImageRef firstPicture(const base::Value& image, const base::URL* jobContainer) {
     if (auto opened = KLARON_Image::imageWithObject(image)) return opened;
@@ -48,7 +51,7 @@ public:
         if (wasRightAtFirst)
             passOver(path, name, "the name in its elements takes the place of the one in its attributes");
         else if (names_.base &&
-                 equalIgnoringCase(name, *names_.base + std::string(isPortrait ? suffixLandscape : suffixPortrait)))
+                 areSameName(name, *names_.base + std::string(isPortrait ? suffixLandscape : suffixPortrait)))
             passOver(path, name,
                      isPortrait ? "it is for lying pictures, and the first picture stands"
                                 : "it is for standing pictures, and the first picture lies or counts as lying");
@@ -104,9 +107,9 @@ private:
             name = package.pluCode();
             if (!name) name = package.name();
             if (!name) return;
-            if (names_.oriented && equalIgnoringCase(*name, *names_.oriented)) {
+            if (names_.oriented && areSameName(*name, *names_.oriented)) {
                 isFound = true;
-            } else if (!names_.base || !equalIgnoringCase(*name, *names_.base)) {
+            } else if (!names_.base || !areSameName(*name, *names_.base)) {
                 isSkipped = true;
                 stop = true;
             } else {

@@ -78,6 +78,10 @@ TEST_F(PackageSearching, TakesTheOrientedNameBeforeThePlainOne) {
     for (const std::string& image : {landscape, square, std::string("/no/such.jpg"), std::string()})
         EXPECT_EQ(find("ABC", image), "deep/4.txt") << image;
 
+    shared("\u00C4pfel.xml", named("\u00C4PFELprt"));
+    EXPECT_EQ(find("\u00E4pfel", portrait), "Packages/\u00C4pfel.xml");
+    EXPECT_EQ(find("a\u0308pfel", portrait), "Packages/\u00C4pfel.xml"); // decomposed
+
     shared("only.xml", named("XLS"));
     EXPECT_EQ(find("X", portrait), "(none)");
     EXPECT_EQ(find("Nobody", portrait), "(none)");

@@ -1,5 +1,8 @@
 #include "platform/data/Collation.h"
 
+#include "base/Text.h"
+
+#include <algorithm>
 #include <string>
 #include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
@@ -63,6 +66,14 @@ int compareIgnoringCaseNumeric(std::string_view leftText, std::string_view right
         rightPosition += U16_LENGTH(rightCharacter);
     }
     return order(left.length() - leftPosition, right.length() - rightPosition);
+}
+
+std::string foldedForm(std::string_view text) {
+    if (std::all_of(text.begin(), text.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x80; }))
+        return base::lowercase(text);
+    std::string folded;
+    comparableForm(text).toUTF8String(folded);
+    return folded;
 }
 
 } // namespace platform::data
