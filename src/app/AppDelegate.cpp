@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <iterator>
 #include <unistd.h>
@@ -230,8 +231,16 @@ void AppDelegate::replaceWithExecutable(const std::string& path) {
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
     Logger::drain();
+    // The pipe of the log is read by a thread of this process, which will be gone.
+    const int toLog = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    dup2(Logger::firstStandardError(), STDERR_FILENO);
     execv(path.c_str(), arguments.data());
-    base::log("Failed exec to %@ with error %s", path, std::strerror(errno));
+    const int failedWith = errno;
+    if (toLog >= 0) {
+        dup2(toLog, STDERR_FILENO);
+        close(toLog);
+    }
+    base::log("Failed exec to %@ with error %s", path, std::strerror(failedWith));
 }
 
 void AppDelegate::relauchSelf() {
