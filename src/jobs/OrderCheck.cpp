@@ -2,10 +2,10 @@
 
 #include "base/MessageTemplate.h"
 #include "base/Text.h"
+#include "imaging/PictureProbe.h"
 #include "internal/OutputCheck.h"
 #include "internal/XMLReading.h"
 #include "jobs/VELM_Package.h"
-#include "platform/draw/ImageSource.h"
 #include "template/TemplateCheck.h"
 
 #include <algorithm>
@@ -13,7 +13,6 @@
 #include <cmath>
 #include <map>
 #include <set>
-#include <tuple>
 #include <utility>
 
 using base::Dictionary;
@@ -76,7 +75,6 @@ private:
     void checkTemplateFile(const std::string& path, const std::shared_ptr<VELM_Package>& package);
     void checkInlineTemplates(std::size_t index);
     /// Empty for a picture that is whole.
-    const std::string& whyUndecodable(const std::string& file);
 
     Place ticketPlace() const { return {.file = job_.documentURL().path()}; }
     Place referencePlace(std::size_t index) const;
@@ -93,7 +91,7 @@ private:
     const VELM_Job& job_;
     std::vector<Finding> findings_;
     std::map<int, XMLNodeRef> packageElements_; // of the ticket, by their lines
-    std::map<std::string, std::string> undecodable_;
+    PictureProbe pictures_;
     std::set<std::string> checkedTemplates_;
     std::set<std::string> checkedPackages_;
 };
@@ -141,15 +139,9 @@ std::vector<Finding> Checker::findings() {
     for (Finding& finding : outputs.takeFindings())
         findings_.push_back(std::move(finding));
 
-    const auto order = [](const Finding& finding) {
-        return std::tie(finding.place.file, finding.place.line, finding.message);
-    };
-    std::sort(findings_.begin(), findings_.end(),
-              [&](const Finding& left, const Finding& right) { return order(left) < order(right); });
+    std::sort(findings_.begin(), findings_.end());
     // One file may serve several references, and one picture several holes.
-    findings_.erase(std::unique(findings_.begin(), findings_.end(),
-                                [&](const Finding& left, const Finding& right) { return order(left) == order(right); }),
-                    findings_.end());
+    findings_.erase(std::unique(findings_.begin(), findings_.end()), findings_.end());
     return std::move(findings_);
 }
 
@@ -321,7 +313,7 @@ void Checker::checkPicture(const Place& place, const std::string& slot, const st
         return add(place, "the picture \"%@\" of slot \"%@\" can't be read, so the order fails", quotable(picture),
                    quotable(slot));
     if (hole.file.empty()) return;
-    if (const std::string& reason = whyUndecodable(hole.file); !reason.empty())
+    if (const std::string& reason = pictures_.whyUndecodable(hole.file); !reason.empty())
         add(place, "the picture \"%@\" of slot \"%@\" can't be read, so the order fails: %@", quotable(picture),
             quotable(slot), reason);
     else if (crop && !base::rectFromString(*crop).isEmpty() && hole.shown.isEmpty())
@@ -339,22 +331,10 @@ void Checker::checkCopies(std::size_t index, const PlannedOutput& output) {
                                      : job_.valueForKey(firstPicture, plan_.packages[index].search.package->name());
             add(place, "an output of package \"%@\" copies the picture \"%@\", which is missing: it fails",
                 quotable(packageName(index)), quotable(picture.value_or("")));
-        } else if (const std::string& reason = whyUndecodable(file.original); !reason.empty()) {
+        } else if (const std::string& reason = pictures_.whyUndecodable(file.original); !reason.empty()) {
             add(place, "the picture \"%@\" can't be copied: %@", base::lastPathComponent(file.original), reason);
         }
     }
-}
-
-const std::string& Checker::whyUndecodable(const std::string& file) {
-    const auto [known, isNew] = undecodable_.try_emplace(file);
-    if (!isNew) return known->second;
-    constexpr int enoughToSee = 64;
-    const auto source = platform::draw::ImageSource::createWithURL(base::URL::fileURLWithPath(file));
-    if (!source)
-        known->second = source.error().localizedDescription;
-    else if (const auto decoded = (*source)->thumbnailAtIndex(0, enoughToSee, false); !decoded)
-        known->second = decoded.error().localizedDescription;
-    return known->second;
 }
 
 // -- Templates -------------------------------------------------------------------------------------------------------

@@ -4,8 +4,8 @@
 #include "base/Path.h"
 #include "base/Text.h"
 #include "imaging/KLARON_color.h"
+#include "imaging/PictureProbe.h"
 #include "platform/draw/BitmapContext.h"
-#include "platform/draw/ImageSource.h"
 #include "template/TemplateKeys.h"
 #include "template/TemplateLayout.h"
 #include "template/VELM_Template.h"
@@ -16,7 +16,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <tuple>
 #include <utility>
 
 using base::Rect;
@@ -87,7 +86,6 @@ private:
     void checkWords(const VELM_Template& layer);
     /// Whether the report names the word at the place of the key's value.
     bool isTold(const VELM_Template& layer, std::string_view key, std::string_view word) const;
-    const std::string& whyUndecodable(const std::string& file);
 
     /// The line that gave the key's value, or else the layer's.
     TemplateReport::Place placeOf(const VELM_Template& layer, std::string_view key) const;
@@ -99,7 +97,7 @@ private:
     const TemplateReport& report_;
     std::vector<Finding> findings_;
     std::multimap<TemplateReport::Place, std::string_view> told_; // what the report names, by its place
-    std::map<std::string, std::string> undecodable_; // the reason for each file; empty for one that is whole
+    PictureProbe pictures_;
 };
 
 TemplateReport::Place Checker::placeOf(const VELM_Template& layer, std::string_view key) const {
@@ -135,15 +133,9 @@ std::vector<Finding> Checker::findings() {
             return told.message.find(error->localizedDescription) != std::string::npos;
         }))
         add(document_, VELM_XML_Key_layers, "%@", *error);
-    const auto order = [](const Finding& finding) {
-        return std::tie(finding.place.file, finding.place.line, finding.message);
-    };
-    std::stable_sort(findings_.begin(), findings_.end(),
-                     [&](const Finding& left, const Finding& right) { return order(left) < order(right); });
+    std::sort(findings_.begin(), findings_.end());
     // A file that is nested twice is read twice.
-    findings_.erase(std::unique(findings_.begin(), findings_.end(),
-                                [&](const Finding& left, const Finding& right) { return order(left) == order(right); }),
-                    findings_.end());
+    findings_.erase(std::unique(findings_.begin(), findings_.end()), findings_.end());
     return std::move(findings_);
 }
 
@@ -251,7 +243,7 @@ void Checker::checkPicture(const LayerLayout& layout) {
         break;
     }
     if (!layout.picture || layout.picture->file.empty()) return;
-    if (const std::string& reason = whyUndecodable(layout.picture->file); !reason.empty())
+    if (const std::string& reason = pictures_.whyUndecodable(layout.picture->file); !reason.empty())
         add(layer, pathKeyOf(layer), "the picture \"%@\" can't be read: %@", path, reason);
     else if (layout.picture->rect.isEmpty())
         add(layer, VELM_XML_Key_borderWidth, "the border of %@ leaves nothing of the picture",
@@ -259,20 +251,6 @@ void Checker::checkPicture(const LayerLayout& layout) {
     else if (layout.picture->shown.isEmpty())
         add(layer, VELM_XML_Key_croprect, "the crop \"%@\" misses the picture of %@ pixels",
             layer.value(VELM_XML_Key_croprect), base::stringFromSize(layout.picture->size));
-}
-
-// Headers may promise what the data doesn't hold.
-const std::string& Checker::whyUndecodable(const std::string& file) {
-    const auto [known, isNew] = undecodable_.try_emplace(file);
-    if (!isNew) return known->second;
-    constexpr int enoughToSee = 64;
-    const auto source = platform::draw::ImageSource::createWithURL(base::URL::fileURLWithPath(file));
-    if (!source)
-        known->second = source.error().localizedDescription;
-    else if (const auto decoded = (*source)->thumbnailAtIndex(0, enoughToSee, false, platform::draw::Quality::preview);
-             !decoded)
-        known->second = decoded.error().localizedDescription;
-    return known->second;
 }
 
 void Checker::checkText(const LayerLayout& layout) {

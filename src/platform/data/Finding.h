@@ -19,6 +19,7 @@ struct Place {
 struct Finding {
     Place place;
     std::string message;
+    friend auto operator<=>(const Finding&, const Finding&) = default;
 };
 
 /// In the order in which they were met. Not synchronized.

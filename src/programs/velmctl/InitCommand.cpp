@@ -56,13 +56,7 @@ int makeFolders() {
 
 void declareInit(CLI::App& app, const Chosen& chosen) {
     CLI::App* command = app.add_subcommand("init", "Make the folder tree and print where each folder is");
-    command->callback([chosen] {
-        chosen([](const Options& options) {
-            Session session(options);
-            session.launch();
-            return Session::runBesideMainQueue(makeFolders);
-        });
-    });
+    command->callback([chosen] { chosen(Session::withEngine(makeFolders)); });
 }
 
 } // namespace velmctl

@@ -80,13 +80,7 @@ void declareOrder(CLI::App& app, const Chosen& chosen) {
             ->required()
             ->expected(1, mostOrders)
             ->type_name("");
-        action->callback([request, work, chosen] {
-            chosen([request, work](const Options& options) {
-                Session session(options);
-                session.launch();
-                return Session::runBesideMainQueue([&] { return work(*request); });
-            });
-        });
+        action->callback([=] { chosen(Session::withEngine([=] { return work(*request); })); });
         return action;
     };
 

@@ -121,13 +121,7 @@ void declarePackage(CLI::App& app, const Chosen& chosen) {
     listing->add_flag("--json", request->asJSON, "One JSON array");
     listing->footer("Prints name, product code, orientation (PRT standing, LS lying, - any) and file, sorted by name.\n"
                     "Files that are no packages, and names that several files have, are told on standard error.\n");
-    listing->callback([request, chosen] {
-        chosen([request](const Options& options) {
-            Session session(options);
-            session.launch();
-            return Session::runBesideMainQueue([&] { return list(*request); });
-        });
-    });
+    listing->callback([=] { chosen(Session::withEngine([=] { return list(*request); })); });
 }
 
 } // namespace velmctl

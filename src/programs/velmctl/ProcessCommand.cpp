@@ -49,13 +49,7 @@ void declareProcess(CLI::App& app, const Chosen& chosen) {
     command->add_option("ORDER", *orders, "A job bundle (*.velm_job), a ticket, or a Sorrel ticket")
         ->required()
         ->type_name("");
-    command->callback([orders, chosen] {
-        chosen([orders](const Options& options) {
-            Session session(options);
-            session.launch();
-            return Session::runBesideMainQueue([&] { return processOrders(*orders); });
-        });
-    });
+    command->callback([=] { chosen(Session::withEngine([=] { return processOrders(*orders); })); });
 }
 
 } // namespace velmctl

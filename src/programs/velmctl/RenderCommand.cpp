@@ -95,20 +95,16 @@ void declareRender(CLI::App& app, const Chosen& chosen) {
         ->add_option("--layout", request->layout,
                      "Write a text too: where each layer lies, its file or font, and its lines")
         ->type_name("FILE");
-    command->callback([request, chosen] {
-        chosen([request](const Options& options) {
-            Session session(options);
-            session.launch();
-            return Session::runBesideMainQueue([&] {
-                if (const base::Result<void> rendered = render(*request); !rendered) {
-                    Console::shared().diagnostic("FAILED " + request->templatePath + ": " +
-                                                 rendered.error().localizedDescription);
-                    return exitFailure;
-                }
-                Console::shared().result(base::URL::fileURLWithPath(request->output).path());
-                return exitSuccess;
-            });
-        });
+    command->callback([=] {
+        chosen(Session::withEngine([=] {
+            if (const base::Result<void> rendered = render(*request); !rendered) {
+                Console::shared().diagnostic("FAILED " + request->templatePath + ": " +
+                                             rendered.error().localizedDescription);
+                return exitFailure;
+            }
+            Console::shared().result(base::URL::fileURLWithPath(request->output).path());
+            return exitSuccess;
+        }));
     });
 }
 

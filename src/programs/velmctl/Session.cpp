@@ -54,6 +54,14 @@ int Session::runBesideMainQueue(const std::function<int()>& work) {
     return result;
 }
 
+Run Session::withEngine(std::function<int()> work) {
+    return [work = std::move(work)](const Options& options) {
+        Session session(options);
+        session.launch();
+        return runBesideMainQueue(work);
+    };
+}
+
 void Session::endProcess(int status) {
     std::fflush(nullptr);
     Logger::drain();

@@ -27,6 +27,9 @@ public:
     /// An engine that waits for the main queue is never kept waiting by a command.
     static int runBesideMainQueue(const std::function<int()>& work);
 
+    /// What a command hands to `Chosen` that needs the engine: a session, its launch, and the work as above.
+    static Run withEngine(std::function<int()> work);
+
     /// Flushes what was written and ends the process. The engine's threads go on until then, and would meet the
     /// destruction of what they use if the process left by way of main().
     [[noreturn]] static void endProcess(int status);

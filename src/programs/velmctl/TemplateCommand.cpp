@@ -152,13 +152,7 @@ void declareTemplate(CLI::App& app, const Chosen& chosen) {
             ->type_name("");
         action->add_option("--order", request->order, "Look in this order, too, for nested files and pictures")
             ->type_name("ORDER");
-        action->callback([request, work, chosen] {
-            chosen([request, work](const Options& options) {
-                Session session(options);
-                session.launch();
-                return Session::runBesideMainQueue([&] { return work(*request); });
-            });
-        });
+        action->callback([=] { chosen(Session::withEngine([=] { return work(*request); })); });
         return action;
     };
 
