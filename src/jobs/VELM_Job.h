@@ -135,6 +135,8 @@ public:
     /// Writes the job as a bundle, whole or not at all, in the place of what stands at the URL. Fails when a picture
     /// can't be read, when two files would need one name in it, and when the ticket would not read back; a template
     /// that can't be read is left out, logged.
+    /// Pictures go into "images", while reading looks into "Images": a file system that tells them apart needs a
+    /// rename.
     void writeToURL(const base::URL& url, const WriteResult& result);
     std::vector<std::pair<std::string, std::string>> xmlElementAttributes() const;
     std::vector<platform::data::XMLNodeRef> xmlElementChildren() const;
