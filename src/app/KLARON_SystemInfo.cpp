@@ -17,6 +17,7 @@
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -303,6 +304,8 @@ std::string app::gigabytesText(std::int64_t bytes) {
 
 std::optional<std::string> app::outputWhenRunAsShellCommand(const std::string& command) {
     if (command.empty()) return std::nullopt;
+    static std::mutex mutex; // of two at a time the second would keep what the first has set
+    const std::lock_guard lock(mutex);
     // So that the command leaves nothing behind for somebody else's wait.
     struct sigaction ignoring {};
     struct sigaction before {};

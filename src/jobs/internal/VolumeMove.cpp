@@ -71,6 +71,20 @@ private:
     int error_;
 };
 
+int bringToDisk(const std::string& path) {
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int number = file < 0 || fsync(file) != 0 ? errno : 0;
+    if (file >= 0) close(file);
+    return number == EINVAL ? 0 : number; // a volume that has nothing to bring to a disk
+}
+
+/// The copy under its new name, which must be on the disk before the item goes.
+int renameCopy(const std::string& copy, const std::string& target) {
+    const int number = renameWithoutReplacing(copy, target);
+    if (number == 0) bringToDisk(base::deletingLastPathComponent(target));
+    return number;
+}
+
 /// The dates, which tell the age of an order, and the contents brought to the disk: the source goes soon.
 int settle(const std::string& from, const std::string& to) {
     struct stat status {};
@@ -79,10 +93,7 @@ int settle(const std::string& from, const std::string& to) {
         utimensat(AT_FDCWD, to.c_str(), times, AT_SYMLINK_NOFOLLOW);
     }
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return 0;
-    const int file = open(to.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    const int number = file < 0 || fsync(file) != 0 ? errno : 0;
-    if (file >= 0) close(file);
-    return number == EINVAL ? 0 : number; // a volume that has nothing to bring to a disk
+    return bringToDisk(to);
 }
 
 std::error_code copyTree(const std::string& from, const std::string& to) {
@@ -154,7 +165,7 @@ void finishInterruptedMove(const std::string& folder, const std::string& leaving
                       folderOfTarget);
             return;
         }
-        if (renameWithoutReplacing(copy, target) == 0) {
+        if (renameCopy(copy, target) == 0) {
             base::log("the move of %@ to %@, which was interrupted, is completed", name, target);
         } else if (renameWithoutReplacing(item, appendingPathComponent(folder, name)) != 0) {
             base::log("the move of %@, which was interrupted, can't be completed; it stays in %@", name, leaving);
@@ -190,7 +201,7 @@ base::Result<void> moveToOtherVolume(const std::string& from, const std::string&
         return failed(error.value(), "cannot copy " + from + " to " + to);
     if (const int number = renameWithoutReplacing(from, item); number != 0)
         return failed(number, "cannot remove " + from);
-    if (const int number = renameWithoutReplacing(copy, to); number != 0) {
+    if (const int number = renameCopy(copy, to); number != 0) {
         if (renameWithoutReplacing(item, from) != 0) // stays, to be completed at a next start
             return base::failure(base::systemError(number, "cannot move " + item + " to " + to));
         return failed(number, "cannot move " + from + " to " + to);

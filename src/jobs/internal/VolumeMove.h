@@ -6,7 +6,7 @@
 //      with a link in it to where the copy will be
 //   2. the item is copied into a hidden folder beside the target, and brought to the disk
 //   3. the item is renamed into the leaving folder: from here on the copy is what counts
-//   4. the copy is renamed to the target
+//   4. the copy is renamed to the target, and that brought to the disk
 //   5. both hidden folders are removed
 #pragma once
 
