@@ -145,26 +145,4 @@ TEST(TemplateGrammar, CanvasElements) {
     EXPECT_EQ(templateFrom(R"(<canvas size="{10, 20}" width="30"/>)")->canvasSize(), (base::Size{30, 20}));
 }
 
-TEST(TemplateGrammar, NamesAndOrderOfWhatIsWritten) {
-    const std::pair<std::string_view, std::string> cases[] = {
-        {"borderEnabled", "border: clipsContent color width shadowcolor blur"},
-        {"bordercolor", "bordercolor: width clipsContent shadowcolor blur"},
-        {"shadowEnabled", "shadow: blur color offset"},
-        {"shadowcolor", "shadowcolor: offset blur"},
-        {"backgroundEnabled", "background: color"},
-        {"croprect", "croprect: normal"},
-        {"font", "font: size"},
-        {"other", "other:"},
-    };
-    for (const auto& [key, expected] : cases) {
-        std::string written = std::string(VELM_Template::translatedChildName(key)) + ":";
-        for (const std::string_view attribute : VELM_Template::attributesForChild(key))
-            written += " " + std::string(VELM_Template::translatedAttributeName(attribute));
-        EXPECT_EQ(written, expected);
-    }
-    for (const std::string_view key : {"borderEnabled", "shadowEnabled", "backgroundEnabled"})
-        EXPECT_EQ(VELM_Template::translatedAttributeName(key), "enabled");
-    EXPECT_EQ(VELM_Template::translatedAttributeValue("container"), "node");
-}
-
 } // namespace

@@ -129,13 +129,4 @@ TEST(TemplateImages, ManyAskAtOnceWhileTheMainQueueWaits) {
     EXPECT_EQ(documents[0]->image()->width(), 80);
 }
 
-TEST(TemplateImages, TheClassHandsOutAPoolOfQueuesInTurn) {
-    const auto first = VELM_Template::classRenderingQueue();
-    std::size_t count = 1;
-    while (VELM_Template::classRenderingQueue() != first && count < 10000)
-        ++count;
-    EXPECT_EQ(count, std::max(1U, std::thread::hardware_concurrency()));
-    EXPECT_THAT(first->label(), testing::MatchesRegex("com.kestrune.velm.template.rendering.[0-9]+"));
-}
-
 } // namespace

@@ -49,19 +49,6 @@ TEST(TemplateLayers, AddedLayersLieInFrontAndAreSelected) {
     EXPECT_EQ(document->layers()[2]->parent(), document);
 }
 
-TEST(TemplateLayers, LayersOfATypeComeWithAFrameAndTheTypesWord) {
-    const auto document = templateFrom("<layout size='{300, 200}'><layer key='old' zindex='7'/></layout>");
-    for (const auto type :
-         {VELM_Template::LayerTypeImage, VELM_Template::LayerTypeStamp, VELM_Template::LayerTypeUnknown}) {
-        const auto layer = document->addLayerOfType(type);
-        EXPECT_EQ(layer->layerType(), type);
-        EXPECT_EQ(layer->stringValue(), VELM_Template::stringForLayerType(type));
-        EXPECT_EQ(layer->frame(), (Rect{100, 100, 150, 40}));
-        EXPECT_THAT(document->layersSelected(), ElementsAre(layer));
-        EXPECT_EQ(document->layers().back(), layer);
-    }
-}
-
 TEST(TemplateLayers, DeletingGoesByEquality) {
     const auto document = VELM_Template::init();
     const auto twin = layerNamed("a");

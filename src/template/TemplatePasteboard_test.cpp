@@ -135,14 +135,4 @@ TEST_F(TemplatePasteboard, ATextBecomesATextboxInItsStyle) {
     EXPECT_THAT(log.lines(), testing::ElementsAre("cannot read the text: it is no RTF"));
 }
 
-TEST_F(TemplatePasteboard, TypesAreListedOnce) {
-    using testing::ElementsAre;
-    const auto types = VELM_Template::readableTypesForPasteboard(
-        {{"public.image", "public.png", "com.example.x"}, {"public.text", "PUBLIC.image", "public.image"}});
-    EXPECT_EQ(types.front(), "public.rtf") << "styled text before all";
-    EXPECT_EQ(types.back(), "public.image");
-    for (const auto* type : {"public.png", "public.text", "public.image"})
-        EXPECT_EQ(std::count(types.begin(), types.end(), type), 1) << type;
-}
-
 } // namespace

@@ -78,23 +78,6 @@ TEST(VELM_Template, ViewsCarryTheDefaults) {
     EXPECT_TRUE(templateFrom("<layer><croprect normal='no'>{{0,0},{1,1}}</croprect></layer>")->isNormalizedCropRect());
 }
 
-TEST(VELM_Template, TypesByTheirText) {
-    const struct {
-        std::string text;
-        unsigned type;
-        std::string written;
-    } cases[] = {{"canvas", 1, "canvas"}, {"container", 2, "container"}, {"node", 2, "container"},
-                 {"image", 4, "image"},   {"graphic", 8, "graphic"},     {"textbox", 16, "textbox"},
-                 {"stamp", 32, "stamp"},  {"Image", 0, "(null)"},        {"", 0, "(null)"}};
-    for (const auto& test : cases) {
-        const auto layer = templateFrom("<layer type='" + test.text + "'/>");
-        EXPECT_EQ(layer->layerType(), test.type) << test.text;
-        EXPECT_EQ(base::message("%@", VELM_Template::stringForLayerType(layer->layerType())), test.written);
-        EXPECT_EQ(layer->isTypeContainer(), test.text == "container") << test.text;
-        EXPECT_EQ(layer->isTypeNode(), test.text == "node") << test.text;
-    }
-}
-
 TEST(VELM_Template, ScaleActsOnFrameFontAndBorder) {
     const auto layer = templateFrom("<layer type='textbox' frame='{{10, 20}, {30, 40}}'><string>x</string>"
                                     "<font size='10'>Helvetica</font><border width='3'>yes</border></layer>");
