@@ -6,6 +6,7 @@
 #include "base/Text.h"
 #include "folders/DefaultsKeys.h"
 #include "jobs/PackageSearch.h"
+#include "platform/data/Collation.h"
 #include "platform/data/UserDefaults.h"
 
 #include <algorithm>
@@ -70,7 +71,7 @@ void printTable(const Files& packages) {
 void pointOutTwins(const Files& packages) {
     std::map<std::string, std::vector<const PackageFile*>> byName;
     for (const PackageFile& file : packages)
-        byName[base::lowercase(file.lookupName())].push_back(&file);
+        byName[platform::data::foldedForm(file.lookupName())].push_back(&file);
     for (const auto& [key, twins] : byName) {
         if (twins.size() < 2) continue;
         std::string line = std::to_string(twins.size()) + " files go by the name " + twins.front()->lookupName() + ":";

@@ -2,6 +2,7 @@
 #include "Command.h"
 #include "Console.h"
 #include "Session.h"
+#include "TextForms.h"
 #include "base/Path.h"
 #include "jobs/VELM_Job.h"
 #include "output/VELM_Output.h"
@@ -33,7 +34,7 @@ int processOrders(const std::vector<std::string>& orders) {
     for (const std::string& order : orders) {
         const std::optional<std::string> reason = processOrder(order);
         if (!reason) continue;
-        Console::shared().diagnostic("FAILED " + order + ": " + *reason);
+        Console::shared().diagnostic(oneLine("FAILED " + order + ": " + *reason));
         allWell = false;
     }
     return allWell ? exitSuccess : exitFailure;
