@@ -426,15 +426,22 @@ TEST_F(JobFolders, AnOrderThatCannotBeMovedSaysWhyAndIsNotLost) {
                   (home() / "engine/Completed"));
     EXPECT_EQ(namesIn("Watched"), std::vector<std::string>{"homeless.velm_job"});
 
-    // A folder that leaves the list takes what blocks along.
     fs::rename(home() / "engine/Elsewhere", home() / "engine/Completed");
+    fs::rename(home() / "engine/Watched/homeless.velm_job", home() / "engine/Aside/homeless.velm_job");
+    ASSERT_TRUE(listed(0));
+    fs::rename(home() / "engine/Aside/homeless.velm_job", home() / "engine/Watched/homeless.velm_job");
+    ASSERT_TRUE(finished(6) && listed(0)) << "what is put back runs again";
+
+    // A folder that leaves the list takes what blocks along.
+    drop("same.velm_job", goodOrder);
+    ASSERT_TRUE(finished(7));
     const auto other = VELM_JobFolders::initWithName("Other", URL::fileURLWithPath(home() / "engine/Other"));
     VELM_JobFolders::classObject().addFolderSet(other);
     other->configureJobsFolder();
     home().write("engine/Other/next.velm_job/job.xml", nativeTicket(goodOrder));
     ASSERT_TRUE(listed(2));
     VELM_JobFolders::classObject().removeFolderSet(folder_);
-    EXPECT_TRUE(finished(6));
+    EXPECT_TRUE(finished(8));
 }
 
 TEST_F(JobFolders, AnOrderThatIsRemovedWhileItRunsBlocksNothing) {

@@ -344,9 +344,12 @@ bool JobFoldersClass::isBlocked() const {
     VELM_Job::Ref last;
     {
         std::lock_guard lock(mutex_);
-        if (!group_) last = currentJob_;
+        // The very object: what was taken away and has come back is another order.
+        if (group_ || std::find(jobsPending_.begin(), jobsPending_.end(), currentJob_) == jobsPending_.end())
+            return false;
+        last = currentJob_;
     }
-    return last && !last->isDisposedOf() && isPending(*last) && conformsToType(last->documentURL(), kUTTypeXML);
+    return !last->isDisposedOf() && conformsToType(last->documentURL(), kUTTypeXML);
 }
 
 /// Of the threads that the engine itself sends for a job while another runs, one is enough: it looks at everything
