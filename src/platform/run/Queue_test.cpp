@@ -3,6 +3,7 @@
 #include "platform/run/Queue.h"
 
 #include <atomic>
+#include <csignal>
 #include <future>
 #include <gtest/gtest.h>
 #include <memory>
@@ -90,13 +91,26 @@ TEST(GlobalQueue, GrowsWhenItsThreadsBlock) {
     // Each piece waits for the next one: without growth none but the last ones would ever run.
     constexpr int depth = 60;
     const QueueRef queue = Queue::global();
+    int masked = 0; // pieces that met the signals blocked that who asks for them has
     std::function<void(int)> descend = [&](int level) {
+        sigset_t mask;
+        pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+        masked += level > 0 && sigismember(&mask, SIGUSR1);
         if (level == depth) return;
         Group group;
         group.async(queue, [&, level] { descend(level + 1); });
         group.wait();
     };
+    std::promise<void> begun;
+    queue->async([&] { begun.set_value(); });
+    begun.get_future().wait(); // the pool is there
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     descend(0);
+    pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
+    EXPECT_EQ(masked, 0);
 }
 
 TEST(GlobalQueue, GrowsWhenItsThreadsBlockWithoutTellingIt) {

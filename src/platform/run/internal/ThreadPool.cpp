@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -41,7 +42,9 @@ ThreadPool& ThreadPool::shared() {
     return pool;
 }
 
-ThreadPool::ThreadPool() : width_(std::max(2u, std::thread::hardware_concurrency())) {}
+ThreadPool::ThreadPool() : width_(std::max(2u, std::thread::hardware_concurrency())) {
+    pthread_sigmask(SIG_BLOCK, nullptr, &signals_);
+}
 
 void ThreadPool::submit(QualityOfService quality, Work work) {
     std::lock_guard lock(mutex_);
@@ -89,6 +92,8 @@ Work ThreadPool::take() {
 
 void ThreadPool::work() {
     isPoolThread = true;
+    // A thread begins with the mask of the one that made it, which may have blocked signals for its own work alone.
+    pthread_sigmask(SIG_SETMASK, &signals_, nullptr);
     std::unique_lock lock(mutex_);
     for (;;) {
         if (!mayRun()) {

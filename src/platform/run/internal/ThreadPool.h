@@ -7,6 +7,7 @@
 
 #include <array>
 #include <condition_variable>
+#include <csignal>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -43,6 +44,7 @@ private:
     std::size_t idleCount_ = 0;
     std::size_t threadCount_ = 0;
     const std::size_t width_;
+    sigset_t signals_{};    // those that the first user of the pool had blocked
     std::size_t extra_ = 0; // let in because of a stall; taken back when no work waits
     std::uint64_t startedCount_ = 0;
     bool watching_ = false;
