@@ -133,11 +133,15 @@ TEST(Group, WaitsForAllAndNotifiesOnce) {
         group->async(Queue::global(QualityOfService::userInitiated), [&] { ++finished; });
     group->enter();
     const QueueRef queue = Queue::serial();
-    group->notify(queue, [&] { notified += finished; });
+    std::promise<void> told;
+    group->notify(queue, [&] {
+        notified += finished;
+        told.set_value();
+    });
     queue->sync([&] { EXPECT_EQ(notified, 0); });
     group->leave();
     group->wait();
-    queue->sync([] {});
+    told.get_future().wait(); // it may come a little after the wait's end
     EXPECT_EQ(notified, 20);
     group->leave(); // surplus
     group->enter();
