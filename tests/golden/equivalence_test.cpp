@@ -1,5 +1,4 @@
 // One template by two roads: the same pixels, to the last bit. The templates are those of the golden cases that render.
-#include "PictureComparison.h"
 #include "base/Places.h"
 #include "folders/DefaultsKeys.h"
 #include "jobs/VELM_Job.h"
@@ -8,8 +7,6 @@
 #include "platform/data/XMLDocument.h"
 #include "platform/draw/Bitmap.h"
 #include "platform/draw/Image.h"
-#include "platform/draw/ImageDestination.h"
-#include "platform/draw/ImageMetadata.h"
 #include "platform/draw/PictureCache.h"
 #include "support/LogCapture.h"
 #include "support/TemporaryDirectory.h"
@@ -19,7 +16,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -270,52 +266,6 @@ TEST_F(Equivalence, ManyThreads) {
             });
     for (std::thread& thread : threads)
         thread.join();
-}
-
-// The scene's pixels as they lie in a file of an orientation, without loss.
-void writeScene(const Bitmap& scene, int orientation, const std::string& path) {
-    const int width = scene.width();
-    const int height = scene.height();
-    const bool isOnItsSide = orientation >= 5;
-    auto pixels = Bitmap::create(isOnItsSide ? height : width, isOnItsSide ? width : height, scene.colorSpace(), true);
-    ASSERT_TRUE(pixels);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            const int toX = orientation == 3   ? width - 1 - x
-                            : orientation == 6 ? y
-                            : orientation == 8 ? height - 1 - y
-                                               : x;
-            const int toY = orientation == 3   ? height - 1 - y
-                            : orientation == 6 ? width - 1 - x
-                            : orientation == 8 ? x
-                                               : y;
-            std::memcpy(pixels->mutableRow(toY) + 4 * toX, scene.row(y) + 4 * x, 4);
-        }
-    }
-    fs::remove(path);
-    auto file = platform::draw::ImageDestination::createWithURL(URL::fileURLWithPath(path), "public.tiff");
-    ASSERT_TRUE(file);
-    (*file)->addImage(platform::draw::Image::fromBitmap(*pixels),
-                      {{std::string(platform::draw::kCGImagePropertyOrientation), orientation}});
-    ASSERT_TRUE((*file)->finalize());
-}
-
-TEST_F(Equivalence, TurnedByTheFileOrByItsPixels) {
-    const auto scene = golden::readPicture(fs::path(GOLDEN_PHOTOS) / "upright1.jpg");
-    ASSERT_TRUE(scene);
-    const Order upright("gravity");
-    const Order turned("gravity");
-    for (const int orientation : {1, 3, 6, 8}) {
-        const std::string name = "Images/upright" + std::to_string(orientation) + ".jpg";
-        writeScene(*scene, 1, upright.container / name);
-        writeScene(*scene, orientation, turned.container / name);
-    }
-    const auto left = upright.filled()->imageUncached()->bitmap();
-    const auto right = turned.filled()->imageUncached()->bitmap();
-    ASSERT_TRUE(left && right);
-    const golden::Difference difference = golden::compare(*left, *right);
-    EXPECT_TRUE(difference.sameSize);
-    EXPECT_LE(difference.largest, 1) << "more than the rounding between the filter's two directions";
 }
 
 } // namespace
