@@ -231,7 +231,3 @@ class CommandLineTest(unittest.TestCase):
             for column, x in ((0, 0.2), (1, 0.8)):
                 self.assertTrue(near(picture.at(x, y), QUARTERS[row][column]),
                                 f"{path}: {picture.at(x, y)} at {x}, {y}, not {QUARTERS[row][column]}")
-
-    def assert_whole_jpeg(self, path):
-        data = path.read_bytes()
-        self.assertEqual((data[:2], data[-2:]), (b"\xff\xd8", b"\xff\xd9"), f"{path} is not whole")

@@ -72,16 +72,6 @@ class Codes(CommandLineTest):
         self.assertIn("a.gif", self.code("make", "qrcode", "a", "-o", "a.gif", status=2))
         self.assertEqual(self.code("make", "qrcode", "a", "-o", "/proc/a.png", status=1).count("\n"), 1)
 
-    def test_the_name_decides_the_type(self):
-        for name, written in (("c", "c.png"), ("c.jpg", "c.jpeg"), ("c.tif", "c.tiff"), ("c.heic", "c.heic"),
-                              ("c.psd", "c.psd"), ("c.pdf", "c.pdf")):
-            with self.subTest(name):
-                path = self.make("qrcode", "typed", name)
-                self.assertEqual(path, str(self.home.path / written))
-                self.assertEqual(self.code("read", path), "typed\n")
-                if not name.endswith((".pdf", ".heic")):
-                    self.assertEqual(run("zbarimg", "-q", "--nodbus", "--raw", path + "[0]").decode(), "typed\n")
-
     def test_each_message_is_one_line(self):
         path = self.make("qrcode", "a\nb\tc\\n\x1d")
         self.assertEqual(self.code("read", path), "a\\nb\\tc\\n\\x1d\n")

@@ -1,6 +1,5 @@
 """velmctl process: good orders and bad ones."""
 
-import contextlib
 import os
 import subprocess
 import unittest
@@ -176,24 +175,6 @@ class BadSurroundings(Process):
         self.home.write("VELM/Packages/Simple.xml", simple_package("Simple", self.home.path / "occupied/inner"))
         order = self.home.bundle("order")
         self.assert_failed(self.process(order), order, "occupied")
-
-    def test_a_full_disk(self):
-        disk = self.home.path / "disk"
-        disk.mkdir()
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", str(disk)], capture_output=True,
-                                 text=True)
-        if mounted.returncode != 0:
-            self.skipTest(f"a small disk can't be mounted here: {mounted.stderr.strip()}")
-        self.addCleanup(subprocess.run, ["umount", str(disk)])
-        with contextlib.suppress(OSError), open(disk / "filling", "wb") as filling:
-            filling.write(b"x" * (60 << 10))
-            filling.flush()
-        self.home.write("VELM/Templates/Simple.xml", simple_template(1800, 1200))
-        self.home.write("VELM/Packages/Simple.xml", simple_package("Simple", disk / "out"))
-        order = self.home.bundle("order")
-        self.assert_failed(self.process(order), order)
-        self.assertEqual([path.name for path in disk.rglob("*") if path.is_file()], ["filling"],
-                         "nothing is left of what did not fit")
 
 
 def scan_data(path):

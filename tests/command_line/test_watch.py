@@ -80,17 +80,6 @@ class Tickets(WatchTest):
         watch.wait_for_lines("completed growing ")
         self.assertTrue(empty.is_dir())
 
-    def test_a_bundle_that_is_copied_in_slowly(self):
-        watch = Watch(self.home)
-        target = watch.bundles / "slow.velm_job"
-        for step in (target.mkdir, lambda: photograph(target / "Images/photo.jpg")):
-            seen = self.home.log().count(f'{target.name}"')
-            step()
-            watch.wait_for_log(f'{target.name}"', seen + 1)
-        (target / "job.xml").write_text(ticket())
-        watch.wait_for_lines("completed slow ")
-        self.assertEqual(len(self.home.products()), 1)
-
     def test_rubbish_is_left_alone(self):
         watch = Watch(self.home)
         (watch.bundles / "a folder").mkdir()
@@ -199,23 +188,6 @@ class Ending(WatchTest):
         again = Watch(self.home)
         again.wait_for_lines("completed long ")
 
-    def test_an_order_that_was_cut_off_runs_again_and_leaves_only_whole_files(self):
-        watch = Watch(self.home)
-        order = watch.drop(self.long_order("long"))
-        self.wait_for_first_product(watch)
-        watch.kill()
-        self.assertTrue(order.is_dir())
-        for product in self.home.products():
-            if product.suffix == ".jpeg":
-                self.assert_whole_jpeg(product)
-        before = len([path for path in self.home.products() if path.suffix == ".jpeg"])
-        again = Watch(self.home)
-        again.wait_for_lines("completed long ")
-        whole = [path for path in self.home.products() if path.suffix == ".jpeg"]
-        self.assertEqual(len(whole), before + 24, "nothing is overwritten")
-        for product in whole:
-            self.assert_whole_jpeg(product)
-
     def test_the_run_flag_outlives_the_process(self):
         watch = Watch(self.home)
         self.assertEqual(watch.stop(), 0)
@@ -223,14 +195,6 @@ class Ending(WatchTest):
 
 
 class Surroundings(WatchTest):
-    def test_a_second_watch_on_the_same_home_is_refused(self):
-        watch = Watch(self.home)
-        answer = self.home.velmctl("watch")
-        self.assertEqual((answer.returncode, answer.stdout), (1, ""))
-        self.assertIn("another velmctl watch", answer.stderr)
-        watch.drop(self.home.bundle("order"))
-        watch.wait_for_lines("completed order ")
-
     def test_an_order_that_cannot_be_moved_blocks_until_it_is_removed(self):
         watch = Watch(self.home)
         self.completed.rmdir()
@@ -248,22 +212,6 @@ class Surroundings(WatchTest):
         watch.wait_for_lines("completed waiting ")
         self.assertEqual(watch.stop(), 0)
         self.assertEqual(len([line for line in watch.lines if "stuck" in line]), 1, "it ran once")
-
-    def test_the_engine_goes_on_after_each_bad_order(self):
-        watch = Watch(self.home)
-        self.home.write("VELM/Packages/Occupied.xml", simple_package("Occupied", self.home.path / "occupied/inner"))
-        self.home.write("occupied", "a file")
-        corrupt = self.home.bundle("corrupt", ticket(image="bad.jpg"), images=())
-        (corrupt / "Images").mkdir()
-        (corrupt / "Images/bad.jpg").write_bytes(b"")
-        for order in (corrupt, self.home.bundle("occupied", ticket("Occupied")),
-                      self.home.bundle("missing", ticket("Nowhere"))):
-            watch.drop(order)
-        watch.wait_for_lines("failed ", 3)
-        watch.drop(self.home.bundle("good"))
-        watch.wait_for_lines("completed good ")
-        self.assertEqual(len(self.home.products()), 1)
-        self.assertEqual(len(list(self.failed.iterdir())), 3)
 
 
 if __name__ == "__main__":
