@@ -198,8 +198,7 @@ void Checker::checkReference(std::size_t index) {
     add(referencePlace(index), "could not find package with name %@: %@", quotable(search.baseName.value_or("")),
         search.reason);
     for (const auto& each : search.passedOver) // it may be one of these
-        if (std::find(search.folders.begin(), search.folders.end(), each.path) == search.folders.end())
-            add({.file = each.path}, "is no package: %@", each.reason);
+        if (search.isWorthTelling(each)) add({.file = each.path}, "is passed over: %@", each.reason);
 }
 
 void Checker::checkSlots(Index index, const Dictionary& values, const std::set<std::string>& holes) {

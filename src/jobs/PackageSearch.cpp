@@ -8,7 +8,10 @@
 #include "platform/data/TextEncoding.h"
 #include "platform/data/XMLDocument.h"
 
+#include <algorithm>
 #include <array>
+#include <filesystem>
+#include <system_error>
 
 namespace jobs {
 
@@ -67,6 +70,12 @@ PackageFile packageFileAt(const std::string& path) {
 }
 
 } // namespace
+
+bool PackageSearch::isWorthTelling(const PassedOver& passed) const {
+    std::error_code failed;
+    return std::find(folders.begin(), folders.end(), passed.path) == folders.end() ||
+           std::filesystem::exists(passed.path, failed);
+}
 
 std::vector<PackageFile> packagesInFolder(const std::string& folder) {
     std::vector<PackageFile> files;

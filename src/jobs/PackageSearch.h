@@ -35,6 +35,9 @@ struct PackageSearch {
     std::string reason;                    ///< Why this one, or why none, in plain words.
     /// Besides those of other names, of which there may be thousands, everything that was looked at and not taken.
     std::vector<PassedOver> passedOver;
+
+    /// False for a search folder that is not there: an order seldom has packages of its own.
+    bool isWorthTelling(const PassedOver& passed) const;
 };
 
 /// With a report the found package is read with it: what its reading dropped stands there.

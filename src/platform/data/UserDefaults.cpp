@@ -78,7 +78,8 @@ struct UserDefaults::Implementation {
         if (auto stored = file.read())
             contents = std::move(*stored);
         else
-            base::log("ERROR: %@", stored.error());
+            readingError = stored.error();
+        if (readingError) base::log("ERROR: %@", *readingError);
     }
 
     /// What readers see. Called with the state locked.
@@ -172,10 +173,11 @@ struct UserDefaults::Implementation {
     }
 
     const DefaultsFile file;
-    std::mutex writeMutex;         // one writer or reader of the file at a time; taken before stateMutex
-    mutable std::mutex stateMutex; // guards what follows; written only by whoever holds both
-    base::Dictionary contents;     // what stands in the file
-    base::Dictionary unsaved;      // what could not be written; nothing for a removed key
+    std::optional<base::Error> readingError; // of the first reading
+    std::mutex writeMutex;                   // one writer or reader of the file at a time; taken before stateMutex
+    mutable std::mutex stateMutex;           // guards what follows; written only by whoever holds both
+    base::Dictionary contents;               // what stands in the file
+    base::Dictionary unsaved;                // what could not be written; nothing for a removed key
     std::string generation;
     std::vector<std::weak_ptr<Record>> observers;
 };
@@ -224,6 +226,10 @@ UserDefaults& UserDefaults::suite(std::string_view name) {
 
 const std::string& UserDefaults::path() const {
     return implementation_->file.path();
+}
+
+const std::optional<base::Error>& UserDefaults::readingError() const {
+    return implementation_->readingError;
 }
 
 base::Value UserDefaults::objectForKey(std::string_view key) const {

@@ -27,6 +27,9 @@ public:
     UserDefaults& operator=(const UserDefaults&) = delete;
 
     const std::string& path() const;
+    /// Why the file could not be read when the process began with it: its settings count as absent. The next write
+    /// keeps a damaged file under another name.
+    const std::optional<base::Error>& readingError() const;
 
     /// Reading never touches the disk. An absent key reads as nothing, no or 0; texts are read as numbers and
     /// booleans by base/Text.h.

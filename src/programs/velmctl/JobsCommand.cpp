@@ -50,7 +50,7 @@ int listJobs(const Options& options, bool asJSON) {
                        (label ? " (" + oneLine(*label) + ")" : std::string()) + " -> " + oneLine(itemOf(*job).path()));
     }
     for (const auto& [item, error] : listing.unreadable)
-        console.result(oneLine("unreadable " + item.path() + ": " + error.localizedDescription));
+        console.result("unreadable " + oneLine(item.path(), error));
     return exitSuccess;
 }
 

@@ -6,7 +6,6 @@
 #include "jobs/VELM_Package.h"
 #include "output/VELM_PrintToFileSet.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace velmctl {
@@ -245,9 +244,8 @@ void addPackage(Lines& lines, const PlannedPackage& planned, const Value& refere
     if (!search.package)
         for (const std::string& folder : search.folders)
             lines.add(2, "looked in " + folder);
-    for (const auto& each : search.passedOver) // an order seldom has packages of its own
-        if (std::find(search.folders.begin(), search.folders.end(), each.path) == search.folders.end())
-            lines.add(2, "passed over " + each.path + ": " + each.reason);
+    for (const auto& each : search.passedOver)
+        if (search.isWorthTelling(each)) lines.add(2, "passed over " + each.path + ": " + each.reason);
 
     Dictionary values = reference.as<Dictionary>() ? *reference.as<Dictionary>() : Dictionary();
     for (const char* other : {"job", "name", "plucode", "package"})

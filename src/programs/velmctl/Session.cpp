@@ -5,6 +5,7 @@
 #include "app/Logger.h"
 #include "base/Log.h"
 #include "base/Places.h"
+#include "platform/data/UserDefaults.h"
 #include "platform/run/MainQueue.h"
 
 #include <cstdio>
@@ -31,6 +32,8 @@ Session::Session(const Options& options) {
     });
     for (const std::string& message : early)
         base::logMessage(message);
+    if (const auto& error = platform::data::UserDefaults::standard().readingError())
+        console.diagnostic("the settings can't be read and count as absent: " + error->localizedDescription);
 }
 
 Session::~Session() = default;

@@ -172,6 +172,12 @@ std::string oneLine(std::string_view text) {
     });
 }
 
+std::string oneLine(const std::string& path, const base::Error& reason) {
+    const std::string lead = path + ": ";
+    const std::string& words = reason.localizedDescription;
+    return oneLine(words.starts_with(lead) ? words : lead + words);
+}
+
 std::string jsonText(const base::Value& value) {
     return std::visit(JSONWriter(0), value.storage());
 }

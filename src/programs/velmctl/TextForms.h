@@ -2,6 +2,7 @@
 // terminal, and bytes that are no UTF-8 become U+FFFD. Pure functions.
 #pragma once
 
+#include "base/Error.h"
 #include "base/Value.h"
 
 #include <string>
@@ -14,6 +15,9 @@ namespace velmctl {
 /// A text as a part of one line: line breaks and other control characters become \n, \r, \t and \x1b; all else stands
 /// as it is, backslashes too.
 std::string oneLine(std::string_view text);
+
+/// "PATH: reason" as one line; a reason may begin with the path itself.
+std::string oneLine(const std::string& path, const base::Error& reason);
 
 /// A JSON document, indented by two blanks. Data is base64, a date ISO 8601 in UTC; URLs, geometry and objects are
 /// their texts; numbers that JSON doesn't know (infinity) are null.

@@ -66,8 +66,7 @@ public:
             if (told_.size() >= mostTold) told_.clear();
             if (std::exchange(told_[item.path()], error) == error) return;
         }
-        Console::shared().diagnostic(
-            oneLine("cannot read the order " + item.path() + ": " + error.localizedDescription));
+        Console::shared().diagnostic("cannot read the order " + oneLine(item.path(), error));
     }
 
 private:
