@@ -94,7 +94,7 @@ public:
 
     /// Each change to an order that is listed and not run yet.
     void change(const std::string& title) {
-        setRunning(false);
+        soak::Engine::setRunning(false);
         std::map<int, const Change*> changed;
         for (const Change& change : soak::changes()) {
             const int number = ++lastNumber_;
@@ -114,7 +114,7 @@ public:
         engine_.runUntil([&] { return VELM_JobFolders::jobsPending().size() == staying; }, limit);
         figures_.promise(title + ": what was removed leaves the list",
                          VELM_JobFolders::jobsPending().size() == staying);
-        setRunning(true);
+        soak::Engine::setRunning(true);
         awaitRuns(title);
         const auto completed = SoakHome::ordersIn(home_.completed());
         for (const auto& [number, change] : changed)
@@ -150,16 +150,7 @@ private:
     }
 
     void awaitWatching() {
-        const auto isWatching = [] {
-            for (const auto& folder : VELM_JobFolders::enabledFolders())
-                if (const auto stream = folder->fileEvent(); !stream || !stream->isRunning()) return false;
-            return true;
-        };
-        if (!engine_.runUntil(isWatching, limit)) figures_.promise("the folders are watched", false);
-    }
-
-    static void setRunning(bool isRunning) {
-        static_cast<void>(platform::data::UserDefaults::standard().setObject(isRunning, key_velmProcessorIsRunning));
+        if (!engine_.awaitWatching(limit)) figures_.promise("the folders are watched", false);
     }
 
     /// Until each order has run, and then one more: by then a second run of any would have begun.
@@ -257,7 +248,6 @@ int main(int count, char** arguments) {
     trial.setSettleSeconds(settleSeconds);
     trial.arrive("settling", (rounds + 9) / 10, quietTime * 2, settleTime, true);
     const int status = trial.conclude();
-    std::error_code ignored;
-    if (knobs.text("home").empty()) fs::remove_all(home.path(), ignored);
+    home.removeUnlessKept();
     soak::Engine::endProcess(status);
 }

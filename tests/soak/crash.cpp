@@ -288,13 +288,13 @@ int main(int count, char** arguments) {
     const int stride = static_cast<int>(knobs.number("stride", 9, 1));
     std::printf("seed %u\n", seed);
     std::fflush(stdout);
-    const std::string home = knobs.text("home");
-    const auto folder = [&home](const char* part) { return home.empty() ? fs::path() : fs::absolute(home) / part; };
+    const fs::path home = knobs.text("home");
+    const auto folder = [&home](const std::string& part) { return home.empty() ? fs::path() : home / part; };
     Figures figures;
     for (const bool onOtherVolume : {false, true}) {
         const std::string name = onOtherVolume ? "other" : "same";
-        steps(figures, folder(("steps-" + name).c_str()), onOtherVolume, stride);
-        randomMoments(figures, folder(("random-" + name).c_str()), onOtherVolume, kills / 2, seed);
+        steps(figures, folder("steps-" + name), onOtherVolume, stride);
+        randomMoments(figures, folder("random-" + name), onOtherVolume, kills / 2, seed);
     }
     return figures.conclude("An engine that is killed");
 }

@@ -13,7 +13,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using soak::Footprint;
 using soak::OrderKind;
 using soak::SoakHome;
@@ -65,8 +64,7 @@ std::int64_t growth(const std::vector<Sample>& curve, std::int64_t (*value)(cons
 int main(int count, char** arguments) {
     const soak::Knobs knobs(count, arguments);
     const std::int64_t orders = knobs.number("orders", 300, 20'000);
-    const std::string folder = knobs.text("home");
-    auto& home = *new SoakHome(folder.empty() ? fs::path() : fs::absolute(folder)); // outlives the engine
+    auto& home = *new SoakHome(knobs.text("home")); // outlives the engine
     soak::EngineOptions options;
     options.home = home.path();
     options.logFile = home.path() / "engine.log";
@@ -133,7 +131,6 @@ int main(int count, char** arguments) {
         figures.promise(row.name, grown <= row.allowed, std::to_string(grown) + " more");
     }
     const int status = figures.conclude("Very many orders in one process");
-    std::error_code ignored;
-    if (folder.empty()) fs::remove_all(home.path(), ignored);
+    home.removeUnlessKept();
     soak::Engine::endProcess(status);
 }

@@ -35,7 +35,6 @@ int main(int count, char** arguments) {
     const soak::SoakHome home;
     if (isToPlay("orders")) soak::playOrders(figures, home);
     const int status = figures.conclude("faults");
-    std::error_code ignored;
-    std::filesystem::remove_all(home.path(), ignored);
+    home.removeUnlessKept();
     soak::Engine::endProcess(status);
 }

@@ -35,6 +35,20 @@ void allowAll(const fs::path& item) {
     chmod(item.c_str(), 0755);
 }
 
+/// An order that can't be moved blocks the queue until it is taken away.
+void playCompletedUnusable(Figures& figures, const char* name, void (*spoil)(const fs::path&),
+                           void (*mend)(const fs::path&)) {
+    Scene scene(figures, name);
+    scene.start();
+    spoil(scene.home().completed());
+    const int stuck = scene.add();
+    scene.expectMessage("Failed to move completed job");
+    mend(scene.home().completed());
+    scene.dropAgain(stuck);
+    scene.expectCompleted(stuck);
+    scene.expectNothingLost();
+}
+
 } // namespace
 
 void playDisk(Figures& figures) {
@@ -114,35 +128,16 @@ void playRights(Figures& figures) {
         scene.expectCompleted(scene.add());
         scene.expectNothingLost();
     }
-    {
-        Scene scene(figures, "Completed without rights");
-        scene.start();
-        allowReading(scene.home().completed());
-        const int stuck = scene.add();
-        scene.expectMessage("Failed to move completed job");
-        allowAll(scene.home().completed());
-        scene.dropAgain(stuck);
-        scene.expectCompleted(stuck);
-        scene.expectNothingLost();
-    }
-    {
-        Scene scene(figures, "product folder without rights");
+    playCompletedUnusable(figures, "Completed without rights", allowReading, allowAll);
+    for (const auto& [name, folder] : {std::pair{"product folder without rights", "Products/Proof"},
+                                       std::pair{"packages without rights", "VELM/Packages"}}) {
+        Scene scene(figures, name);
         scene.start();
         scene.expectCompleted(scene.add());
-        allowReading(scene.home().products() / "Proof");
+        allowNothing(scene.home().path() / folder);
         scene.expectFailed(scene.add());
         scene.expectMessage("Job completed successfully? No");
-        allowAll(scene.home().products() / "Proof");
-        scene.expectCompleted(scene.add());
-        scene.expectNothingLost();
-    }
-    {
-        Scene scene(figures, "packages without rights");
-        scene.start();
-        allowNothing(scene.home().path() / "VELM/Packages");
-        scene.expectFailed(scene.add());
-        scene.expectMessage("Job completed successfully? No");
-        allowAll(scene.home().path() / "VELM/Packages");
+        allowAll(scene.home().path() / folder);
         scene.expectCompleted(scene.add());
         scene.expectNothingLost();
     }
@@ -200,17 +195,9 @@ void playFolders(Figures& figures) {
         scene.expectCompleted(scene.add());
         scene.expectNothingLost();
     }
-    {
-        Scene scene(figures, "Completed is missing");
-        scene.start();
-        fs::remove_all(scene.home().completed());
-        const int stuck = scene.add();
-        scene.expectMessage("Failed to move completed job");
-        fs::create_directories(scene.home().completed());
-        scene.dropAgain(stuck);
-        scene.expectCompleted(stuck);
-        scene.expectNothingLost();
-    }
+    playCompletedUnusable(
+        figures, "Completed is missing", [](const fs::path& folder) { fs::remove_all(folder); },
+        [](const fs::path& folder) { fs::create_directories(folder); });
     {
         Scene scene(figures, "order is removed while it is stuck");
         scene.start();

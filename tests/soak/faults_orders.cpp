@@ -2,9 +2,7 @@
 #include "soak/faults_scene.h"
 
 #include "base/Path.h"
-#include "folders/DefaultsKeys.h"
 #include "platform/data/Dates.h"
-#include "platform/data/UserDefaults.h"
 
 #include <fcntl.h>
 #include <map>
@@ -101,12 +99,12 @@ public:
         clear(home_.completed());
         constexpr std::time_t future = 4'102'444'800, past = 1; // 2100 and 1970
         const std::vector<std::pair<const char*, std::time_t>> dates{{"future", future}, {"past", past}, {"now", 0}};
-        setRunning(false);
+        Engine::setRunning(false);
         int number = 100;
         for (const auto& [name, date] : dates)
             dropOrder(home_, std::string(name) + ".velm_job", ++number, date);
         engine_.runUntil([&] { return VELM_JobFolders::jobsPending().size() == dates.size(); }, limit);
-        setRunning(true);
+        Engine::setRunning(true);
         std::string order;
         for (std::size_t i = 0; i < dates.size(); ++i)
             if (const auto end = nextEnd()) order += end->job->name() + " ";
@@ -164,7 +162,8 @@ public:
                 return std::chrono::time_point_cast<base::Date::duration>(
                     std::chrono::system_clock::now() + std::chrono::seconds(static_cast<long>(jump)));
             });
-            dropOrder(home_, "settling" + std::to_string(number) + ".velm_job", ++number, 4'102'444'800);
+            ++number;
+            dropOrder(home_, "settling" + std::to_string(number) + ".velm_job", number, 4'102'444'800);
             const auto end = nextEnd();
             figures_.promise("clock " + std::to_string(static_cast<int>(jump)) + " s off: an order of 2100 settles",
                              end && !end->moveError);
@@ -207,10 +206,6 @@ private:
             fs::remove_all(entry.path());
     }
 
-    static void setRunning(bool isRunning) {
-        static_cast<void>(platform::data::UserDefaults::standard().setObject(isRunning, key_velmProcessorIsRunning));
-    }
-
     Figures& figures_;
     const SoakHome& home_;
     std::mutex mutex_;
@@ -223,8 +218,7 @@ private:
 } // namespace
 
 void playOrders(Figures& figures, const SoakHome& home) {
-    SoakHome::write(home.path() / "VELM/Packages/Nothing.xml",
-                    "<data type=\"VELM_Package\" version=\"1.0\" name=\"Nothing\"/>");
+    home.addIdlePackage();
     auto& orders = *new Orders(figures, home); // the engine's threads use it to the end
     orders.playNames();
     orders.playClock();

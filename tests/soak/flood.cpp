@@ -10,8 +10,6 @@
 
 #include "base/Log.h"
 #include "base/Path.h"
-#include "folders/DefaultsKeys.h"
-#include "platform/data/UserDefaults.h"
 
 #include <algorithm>
 #include <atomic>
@@ -123,17 +121,7 @@ public:
             const std::lock_guard lock(mutex_);
             finishedNames_.push_back(finished.job->name());
         });
-        figures_.promise("both folders are watched",
-                         engine_.runUntil(
-                             [] {
-                                 const auto folders = VELM_JobFolders::enabledFolders();
-                                 return std::all_of(folders.begin(), folders.end(),
-                                                    [](const VELM_JobFolders::Ref& folder) {
-                                                        const auto stream = folder->fileEvent();
-                                                        return stream && stream->isRunning();
-                                                    });
-                             },
-                             limit));
+        figures_.promise("both folders are watched", engine_.awaitWatching(limit));
     }
 
     void flood(const Crowd& crowd, unsigned char index, int total) {
@@ -182,11 +170,11 @@ public:
         Names order = sortedNames();
         const std::int64_t readings = counts_.readings;
         const auto start = Clock::now();
-        setRunning(true);
+        soak::Engine::setRunning(true);
         const bool hasBegun = engine_.runUntil([&] { return finishedNames().size() >= count / 2; }, limit);
         fs::rename(made, crowd.folder / made.filename());
         const bool areRun = engine_.runUntil([&] { return finishedNames().size() >= count; }, limit);
-        setRunning(false);
+        soak::Engine::setRunning(false);
         engine_.runUntil([] { return !VELM_JobFolders::isProcessing(); }, limit);
         const double seconds = secondsSince(start);
 
@@ -244,10 +232,6 @@ private:
         figures_.promise(name + ": in the order of their dates", pending == sortedNames());
     }
 
-    static void setRunning(bool isRunning) {
-        static_cast<void>(platform::data::UserDefaults::standard().setObject(isRunning, key_velmProcessorIsRunning));
-    }
-
     const SoakHome& home_;
     const int requests_;
     const int replies_;
@@ -269,8 +253,7 @@ int main(int count, char** arguments) {
     const auto orders = static_cast<std::size_t>(knobs.number("orders", 30, 300));
     const int total = tickets + bundles;
     const SoakHome home;
-    SoakHome::write(home.path() / "VELM/Packages/Nothing.xml",
-                    "<data type=\"VELM_Package\" version=\"1.0\" name=\"Nothing\"/>");
+    home.addIdlePackage();
     const std::vector<Crowd> crowds{{"tickets", false, 0, tickets, home.tickets()},
                                     {"bundles", true, tickets, bundles, home.bundles()}};
 

@@ -91,9 +91,12 @@ void addTicketText(const fs::path& bundle, const std::string& picture, int numbe
                     SoakHome::ticketText(number, picture, "<image1>" + picture + "</image1>\n" + elements));
 }
 
-void replaceByPipe(const fs::path& file) {
-    fs::remove(file);
+void makePipe(const fs::path& file) {
     if (mkfifo(file.c_str(), 0644) != 0) std::perror("cannot make a pipe");
+}
+
+void linkToEndlessDevice(const fs::path& file) {
+    fs::create_symlink("/dev/zero", file);
 }
 
 std::string inlinePackage(const std::string& templateFile, const std::string& place) {
@@ -110,42 +113,34 @@ std::vector<Poison> poisons(const SoakHome& home) {
             addTicketText(bundle, picture, number, elements);
         };
     };
+    // Another thing in the place of the picture, or of the ticket.
+    using Replace = void (*)(const fs::path& file);
+    const auto picture = [](Replace replace) {
+        return [replace](const fs::path& bundle, const std::string& name, int) {
+            fs::remove(bundle / "Images" / name);
+            replace(bundle / "Images" / name);
+        };
+    };
+    const auto ticket = [](Replace replace) {
+        return [replace](const fs::path& bundle, const std::string&, int) {
+            fs::remove(bundle / "job.xml");
+            replace(bundle / "job.xml");
+        };
+    };
     return {
         {"a picture of random bytes", Fate::fails,
-         [](const fs::path& bundle, const std::string& picture, int) {
-             SoakHome::write(bundle / "Images" / picture, std::string(5000, 'x'));
-         }},
-        {"an empty picture", Fate::fails,
-         [](const fs::path& bundle, const std::string& picture, int) {
-             SoakHome::write(bundle / "Images" / picture, "");
-         }},
-        {"a picture that is a named pipe", Fate::fails,
-         [](const fs::path& bundle, const std::string& picture, int) { replaceByPipe(bundle / "Images" / picture); }},
-        {"a picture that is a device without an end", Fate::fails,
-         [](const fs::path& bundle, const std::string& picture, int) {
-             fs::remove(bundle / "Images" / picture);
-             fs::create_symlink("/dev/zero", bundle / "Images" / picture);
-         }},
+         picture([](const fs::path& file) { SoakHome::write(file, std::string(5000, 'x')); })},
+        {"an empty picture", Fate::fails, picture([](const fs::path& file) { SoakHome::write(file, ""); })},
+        {"a picture that is a named pipe", Fate::fails, picture(makePipe)},
+        {"a picture that is a device without an end", Fate::fails, picture(linkToEndlessDevice)},
         {"a picture that is a folder (as a missing one)", Fate::completes,
-         [](const fs::path& bundle, const std::string& picture, int) {
-             fs::remove(bundle / "Images" / picture);
-             fs::create_directory(bundle / "Images" / picture);
-         }},
+         picture([](const fs::path& file) { fs::create_directory(file); })},
         {"a picture of 60000 x 60000 (PNG)", Fate::fails,
-         [](const fs::path& bundle, const std::string& picture, int) {
-             SoakHome::write(bundle / "Images" / picture, hugePNG(60'000, 60'000));
-         }},
+         picture([](const fs::path& file) { SoakHome::write(file, hugePNG(60'000, 60'000)); })},
         {"a picture of 30000 x 30000 (BMP, sparse, 2.7 GB)", Fate::fails,
-         [](const fs::path& bundle, const std::string& picture, int) {
-             sparseBitmap(bundle / "Images" / picture, 30'000, 30'000);
-         }},
-        {"a ticket that is a named pipe", Fate::staysUnlisted,
-         [](const fs::path& bundle, const std::string&, int) { replaceByPipe(bundle / "job.xml"); }},
-        {"a ticket without an end (/dev/zero)", Fate::staysUnlisted,
-         [](const fs::path& bundle, const std::string&, int) {
-             fs::remove(bundle / "job.xml");
-             fs::create_symlink("/dev/zero", bundle / "job.xml");
-         }},
+         picture([](const fs::path& file) { sparseBitmap(file, 30'000, 30'000); })},
+        {"a ticket that is a named pipe", Fate::staysUnlisted, ticket(makePipe)},
+        {"a ticket without an end (/dev/zero)", Fate::staysUnlisted, ticket(linkToEndlessDevice)},
         {"a ticket of 200000 slots", Fate::staysUnlisted,
          with(repeated("<caption>more and more words of no use</caption>\n", 200'000)), true},
         {"a ticket of 200 MB", Fate::staysUnlisted,
@@ -162,9 +157,7 @@ std::vector<Poison> poisons(const SoakHome& home) {
          }},
         {"a ticket with an endless comment", Fate::staysUnlisted, with("<!--" + std::string(2'000'000, '-'))},
         {"no packages", Fate::fails,
-         [](const fs::path& bundle, const std::string&, int) {
-             SoakHome::write(bundle / "job.xml", "<?xml version=\"1.0\"?><data type=\"VELM_Job\" version=\"1.0\"/>");
-         }},
+         ticket([](const fs::path& file) { SoakHome::write(file, "<data type=\"VELM_Job\" version=\"1.0\"/>"); })},
         {"10000 packages that there are not", Fate::fails, with(repeated("<package name=\"None\"/>\n", 10'000)), true},
         {"10000 good packages", Fate::completes, with(repeated("<package name=\"Proofs\"/>\n", 10'000)), true},
         {"300 good packages", Fate::completes, with(repeated("<package name=\"Proofs\"/>\n", 300))},
@@ -211,8 +204,7 @@ private:
 
 int main(int count, char** arguments) {
     const soak::Knobs knobs(count, arguments);
-    const std::string folder = knobs.text("home");
-    auto& home = *new SoakHome(folder.empty() ? fs::path() : fs::absolute(folder)); // outlives the engine
+    auto& home = *new SoakHome(knobs.text("home")); // outlives the engine
     SoakHome::write(home.path() / "VELM/Packages/Nested.xml",
                     "<?xml version=\"1.0\"?>\n<data type=\"VELM_Package\" version=\"1.0\" name=\"Nested\"><template "
                     "name=\"print\"><filepath>Nested.xml</filepath></template><output name=\"print\"><print "
@@ -291,7 +283,6 @@ int main(int count, char** arguments) {
     const std::int64_t peak = soak::Footprint::ofThisProcess().peakKilobytes / 1024;
     figures.promise("memory stays below 2.5 GB", peak < allowedMegabytes, std::to_string(peak) + " MB");
     const int status = figures.conclude("Orders that poison the engine");
-    std::error_code ignored;
-    if (folder.empty()) fs::remove_all(home.path(), ignored);
+    home.removeUnlessKept();
     soak::Engine::endProcess(status);
 }

@@ -6,6 +6,7 @@
 #include "platform/data/UserDefaults.h"
 #include "soak/support/HurriedClock.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -28,6 +29,10 @@ namespace {
 
 constexpr std::string_view engineWord = "--engine";
 
+int exitStatus(int waited) {
+    return WIFEXITED(waited) ? WEXITSTATUS(waited) : 128 + WTERMSIG(waited);
+}
+
 } // namespace
 
 Engine::Preparation::Preparation(const EngineOptions& options) {
@@ -44,9 +49,25 @@ Engine::Preparation::Preparation(const EngineOptions& options) {
 
 Engine::Engine(const EngineOptions& options) : preparation_(options) {
     application_.applicationDidFinishLaunching();
-    static_cast<void>(UserDefaults::standard().setObject(!options.isPaused, key_velmProcessorIsRunning));
+    setRunning(!options.isPaused);
     VELM_JobFolders::jobsPending(); // the first use starts the engine
     VELM_JobFolders::enabledFolders();
+}
+
+void Engine::setRunning(bool isRunning) {
+    static_cast<void>(UserDefaults::standard().setObject(isRunning, key_velmProcessorIsRunning));
+}
+
+bool Engine::awaitWatching(std::chrono::seconds limit) {
+    return runUntil(
+        [] {
+            const auto folders = VELM_JobFolders::enabledFolders();
+            return std::all_of(folders.begin(), folders.end(), [](const VELM_JobFolders::Ref& folder) {
+                const auto stream = folder->fileEvent();
+                return stream && stream->isRunning();
+            });
+        },
+        limit);
 }
 
 std::int64_t Engine::completedCount() const {
@@ -96,7 +117,7 @@ bool EngineProcess::isRunning() {
     if (status_) return false;
     int status = 0;
     if (waitpid(pid_, &status, WNOHANG) != pid_) return true;
-    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    status_ = exitStatus(status);
     return false;
 }
 
@@ -115,7 +136,7 @@ int EngineProcess::wait() {
         int status = 0;
         while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
         }
-        status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        status_ = exitStatus(status);
     }
     if (lifeline_ >= 0) close(std::exchange(lifeline_, -1));
     return *status_;

@@ -32,6 +32,10 @@ public:
     /// Serves the main queue until the condition holds or the limit has passed by the real clock.
     bool runUntil(const std::function<bool()>& done, std::chrono::seconds limit) { return loop_.runUntil(done, limit); }
     bool isIdle() const { return VELM_JobFolders::jobsPending().empty() && !VELM_JobFolders::isProcessing(); }
+    /// Lets orders run or not, as the operator's switch does.
+    static void setRunning(bool isRunning);
+    /// Until each enabled folder has its stream of events.
+    bool awaitWatching(std::chrono::seconds limit);
     std::int64_t completedCount() const;
     std::int64_t failedCount() const;
 

@@ -18,7 +18,6 @@ public:
     /// The same, kept when nothing broke it; the first few are told.
     void promise(std::string_view name, const std::vector<std::string>& whatBrokeIt);
 
-    bool areAllKept() const { return faults_ == 0; }
     /// Prints all rows as an aligned table and answers the exit status: 1 when a promise is broken.
     int conclude(std::string_view title) const;
 

@@ -56,8 +56,10 @@ void SoakHome::write(const fs::path& file, std::string_view bytes) {
     std::ofstream(file, std::ios::binary) << bytes;
 }
 
-SoakHome::SoakHome(const fs::path& folder) : path_(folder), isKept_(!folder.empty()), photograph_(smallPhotograph()) {
-    if (path_.empty()) {
+SoakHome::SoakHome(const fs::path& folder) : isKept_(!folder.empty()), photograph_(smallPhotograph()) {
+    if (isKept_) {
+        path_ = fs::absolute(folder);
+    } else {
         std::string pattern = (fs::temp_directory_path() / "velm-soak-XXXXXX").string();
         if (!mkdtemp(pattern.data())) {
             std::perror("cannot make a folder for the soak run");
@@ -74,7 +76,7 @@ SoakHome::SoakHome(const fs::path& folder) : path_(folder), isKept_(!folder.empt
     write(path_ / "VELM/Packages/Proofs.xml", packageText("Proofs", "Proof.xml", outputText(products() / "Proof")));
 }
 
-SoakHome::~SoakHome() {
+void SoakHome::removeUnlessKept() const {
     std::error_code ignored;
     if (!isKept_) fs::remove_all(path_, ignored);
 }
@@ -103,6 +105,10 @@ std::string SoakHome::ticketText(int number, std::string_view image, std::string
     return std::string(prologue) + "<data type=\"VELM_Job\" version=\"1.0\">\n<number>" + std::to_string(number) +
            "</number>\n" + std::string(elements) + "<package name=\"Prints\">" + slot +
            "</package>\n<package name=\"Proofs\">" + slot + "</package>\n</data>\n";
+}
+
+void SoakHome::addIdlePackage() const {
+    write(path_ / "VELM/Packages/Nothing.xml", "<data type=\"VELM_Package\" version=\"1.0\" name=\"Nothing\"/>");
 }
 
 fs::path SoakHome::makeOrder(int number, OrderKind kind) const {

@@ -20,13 +20,13 @@ enum class OrderKind {
 
 class SoakHome {
 public:
-    /// Lays a home out in a new folder, or in the given one, which is kept. `folder` is absolute.
+    /// Lays a home out in a new folder, or in the given one, which is kept.
     explicit SoakHome(const std::filesystem::path& folder = {});
-    /// Removes the folder that it made, unless it is to be kept.
-    ~SoakHome();
+    ~SoakHome() { removeUnlessKept(); }
     SoakHome(const SoakHome&) = delete;
     SoakHome& operator=(const SoakHome&) = delete;
-    void keep() { isKept_ = true; }
+    /// Removes the folder that it made: at its end, or before a process is ended that leaves no object time for that.
+    void removeUnlessKept() const;
 
     const std::filesystem::path& path() const { return path_; }
     /// Watched for bundles and for tickets.
@@ -42,6 +42,8 @@ public:
 
     /// The native ticket of an order for this home's packages. `elements` stand in front of them.
     static std::string ticketText(int number, std::string_view image, std::string_view elements = {});
+    /// A package of the name Nothing, which makes nothing.
+    void addIdlePackage() const;
     /// Makes an order beside the watched folders, on their volume. Answers where it stands.
     std::filesystem::path makeOrder(int number, OrderKind kind) const;
     /// Makes one and renames it into its watched folder.
@@ -59,7 +61,7 @@ public:
 
 private:
     std::filesystem::path path_;
-    bool isKept_ = false;
+    const bool isKept_;
     std::string photograph_;
 };
 
