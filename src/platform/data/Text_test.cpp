@@ -1,14 +1,12 @@
-// Dates, the order of names, regular expressions, encodings, identifiers.
+// Dates, the order of names, regular expressions, encodings.
 #include "platform/data/Collation.h"
 #include "platform/data/Dates.h"
 #include "platform/data/RegularExpression.h"
 #include "platform/data/TextEncoding.h"
-#include "platform/data/UUID.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <limits>
-#include <set>
 
 namespace platform::data {
 namespace {
@@ -156,17 +154,6 @@ TEST(TextEncoding, RefusesWhatIsNoText) {
     }
     EXPECT_FALSE(readTextDetectingEncoding(base::URL::fileURLWithPath("/no/such/file")));
     EXPECT_FALSE(readTextDetectingEncoding(base::URL::fromString("http://example.com/a.xml")));
-}
-
-TEST(UUID, IsRandomAndInItsUsualForm) {
-    const auto form = RegularExpression::compile("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-    std::set<std::string> seen;
-    for (int round = 0; round < 100; ++round) {
-        const std::string uuid = makeUUIDString();
-        EXPECT_TRUE(form->matchesWhole(uuid)) << uuid;
-        seen.insert(uuid);
-    }
-    EXPECT_EQ(seen.size(), 100u);
 }
 
 } // namespace
