@@ -1,5 +1,6 @@
 #include "soak/faults_scene.h"
 
+#include <chrono>
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -127,12 +128,22 @@ void Scene::expectNothingLost(const std::set<int>& elsewhere) {
 FullVolume::FullVolume(const fs::path& folder) : file_(folder / "filling") {
     const int descriptor = open(file_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
     const std::string bytes(4096, 'x');
-    while (write(descriptor, bytes.data(), bytes.size()) > 0) {
-    }
-    close(descriptor);
+    const auto fill = [descriptor, bytes] {
+        while (write(descriptor, bytes.data(), bytes.size()) > 0) {
+        }
+    };
+    fill();
+    // What is being written now may make room when it is done.
+    filler_ = std::jthread([descriptor, fill](const std::stop_token& stop) {
+        for (; !stop.stop_requested(); std::this_thread::sleep_for(std::chrono::milliseconds(1)))
+            fill();
+        close(descriptor);
+    });
 }
 
 FullVolume::~FullVolume() {
+    filler_.request_stop();
+    filler_.join();
     std::error_code ignored;
     fs::remove(file_, ignored);
 }

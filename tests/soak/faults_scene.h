@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace soak {
 
@@ -52,7 +53,7 @@ private:
     std::set<int> orders_;
 };
 
-/// Fills the volume of a folder until nothing goes in any more; the end of the object makes room again.
+/// Fills the volume of a folder and keeps it full; the end of the object makes room again.
 class FullVolume {
 public:
     explicit FullVolume(const std::filesystem::path& folder);
@@ -60,6 +61,7 @@ public:
 
 private:
     std::filesystem::path file_;
+    std::jthread filler_;
 };
 
 void playDisk(Figures& figures);
