@@ -149,6 +149,7 @@ void VELM_Job::addOutputs(const base::Array& added) {
 }
 
 void VELM_Job::addImages(const std::vector<JobImage>& images) {
+    std::vector<std::shared_ptr<VELM_Template>> templates;
     for (const JobImage& image : images) {
         if (image.URL.absoluteString().empty()) continue;
         images_.push_back(image.URL);
@@ -160,8 +161,9 @@ void VELM_Job::addImages(const std::vector<JobImage>& images) {
             templatesOfImages.insert_or_assign(image.URL.lastPathComponent(), *fileName);
             setObject(std::move(templatesOfImages), "template");
         }
-        addTemplates({image.imageTemplate});
+        templates.push_back(image.imageTemplate);
     }
+    addTemplates(templates);
 }
 
 // The ticket -----------------------------------------------------------------------------------------------------

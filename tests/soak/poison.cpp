@@ -144,16 +144,16 @@ std::vector<Poison> poisons(const SoakHome& home) {
         {"a ticket of 200000 slots", Fate::staysUnlisted,
          with(repeated("<caption>more and more words of no use</caption>\n", 200'000)), true},
         {"a ticket of 200 MB", Fate::staysUnlisted,
-         [](const fs::path& bundle, const std::string& picture, int number) {
+         [](const fs::path& bundle, const std::string& photograph, int number) {
              constexpr std::uintmax_t size = 200'000'000;
-             addTicketText(bundle, picture, number, "");
+             addTicketText(bundle, photograph, number, "");
              fs::resize_file(bundle / "job.xml", size);
          }},
         {"a ticket of 100000 nested elements", Fate::staysUnlisted,
          with(repeated("<a>", 100'000) + repeated("</a>", 100'000))},
         {"a ticket of entities that multiply", Fate::staysUnlisted,
-         [](const fs::path& bundle, const std::string& picture, int number) {
-             SoakHome::write(bundle / "job.xml", entityBomb(number, picture));
+         [](const fs::path& bundle, const std::string& photograph, int number) {
+             SoakHome::write(bundle / "job.xml", entityBomb(number, photograph));
          }},
         {"a ticket with an endless comment", Fate::staysUnlisted, with("<!--" + std::string(2'000'000, '-'))},
         {"no packages", Fate::fails,
