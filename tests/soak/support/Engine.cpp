@@ -160,6 +160,8 @@ std::optional<int> runAsEngine(int count, char** arguments) {
     }).detach();
     constexpr std::chrono::hours never(24 * 365);
     engine.runUntil([&isToEnd] { return isToEnd && !VELM_JobFolders::isProcessing(); }, never);
+    // One that is told to end at once has its start nevertheless, which clears away what a killed one left.
+    engine.awaitWatching(std::chrono::seconds(10));
     Engine::endProcess(0);
 }
 
