@@ -233,12 +233,3 @@ TEST(Log, LinesOfManyThreadsArriveWhole) {
     EXPECT_EQ(lines.size(), 200u);
     EXPECT_TRUE(logLine("x").ends_with("] x\n"));
 }
-
-TEST(Places, BelowOneFolder) {
-    const Places below = Places::below("/tmp/home");
-    EXPECT_EQ(below.velmDirectory, "/tmp/home/VELM");
-    EXPECT_EQ(below.settings, "/tmp/home/Settings");
-    EXPECT_EQ(below.logs, "/tmp/home/Logs");
-    EXPECT_EQ(below.applications, "/tmp/home/Applications");
-    EXPECT_EQ(below.home, "/tmp/home");
-}

@@ -127,15 +127,6 @@ TEST_F(FileEvent, NamesAFolderOnceForManyDocumentsInsideIt) {
     EXPECT_TRUE(waitUntil([&] { return delivered_->paths.size() == count + 1; }));
 }
 
-TEST_F(FileEvent, ReportsTheFileThatItObserves) {
-    const std::string file = directory_.write("a.xml", "1");
-    const auto event = make(file);
-    event->setRun(true);
-    EXPECT_TRUE(take(file));
-    directory_.write("a.xml", "2");
-    EXPECT_TRUE(take(file));
-}
-
 TEST_F(FileEvent, LooksAsOftenAsTheSettingsSay) {
     const auto clock = std::make_shared<platform::run::ManualClock>();
     platform::run::setClock(clock);

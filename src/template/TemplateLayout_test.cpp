@@ -1,12 +1,10 @@
-// The layout tells where the render draws: both are compared.
+// What the layout tells beside the places, which stand with their pictures in tests/golden.
 #include "internal/TemplateFixture.h"
 #include "template/TemplateLayout.h"
 
-#include "imaging/KLARON_Image.h"
 #include "platform/draw/ImageMetadata.h"
 
 using namespace template_testing;
-using platform::draw::BitmapContext;
 
 namespace {
 
@@ -44,24 +42,6 @@ TEST(TemplateLayout, SaysWhatOfAPictureShowsWhere) {
         EXPECT_EQ(picture.file, path);
         EXPECT_EQ(picture.shown, test.shown);
         EXPECT_EQ(picture.rect, test.rect);
-
-        // Drawn by what the layout says, it is the same picture.
-        const auto context = BitmapContext::create(100, 70, KLARON_color::colorSpace());
-        if (!picture.shown.isEmpty()) {
-            const auto image = KLARON_Image::imageWithObject(path);
-            image->setOrientationForced(picture.orientation);
-            const auto part = KLARON_Image::initWithCGImage(image->croppedImageWithRect(picture.shown));
-            part->setOrientationForced(picture.orientation);
-            part->setDrawingContext(context);
-            part->setDestinationRect(
-                {picture.rect.x, 70 - picture.rect.maxY(), picture.rect.width, picture.rect.height});
-            part->draw();
-        }
-        document->layers()[0]->setHasBorder(false);
-        document->layers()[0]->setFrame(picture.rect);
-        const auto drawn = document->createProductImage(), again = context->makeImage();
-        for (const base::Point point : {base::Point{20, 15}, {80, 15}, {20, 55}, {80, 55}, {5, 35}, {50, 2}})
-            EXPECT_EQ(pixelAt(drawn, int(point.x), int(point.y)), pixelAt(again, int(point.x), int(point.y)));
     }
 }
 
@@ -84,23 +64,6 @@ TEST(TemplateLayout, TellsTheLinesOfTextsAndWhyLayersAreLeftOut) {
     const LogCapture log;
     const auto layers = layoutOf(*document);
     EXPECT_THAT(log.lines(), testing::IsEmpty());
-
-    const auto& text = layers.at(0).text.value();
-    ASSERT_EQ(text.lines.size(), 2u);
-    const auto image = document->createProductImage();
-    for (const auto& line : text.lines) {
-        // The letters stand on the baseline, between the line's ends.
-        const int foot = int(std::lround(line.baseline)), start = int(line.x), end = int(line.x + line.width);
-        int ink = 0, below = 0, beside = 0;
-        for (int x = 0; x < 60; ++x) {
-            ink += x >= start && x <= end && pixelAt(image, x, foot - 1).alpha > 0;
-            below += pixelAt(image, x, foot + 1).alpha > 0;
-            beside += (x < start || x > end) && pixelAt(image, x, foot - 1).alpha > 0;
-        }
-        EXPECT_GE(ink, 6);
-        EXPECT_EQ(below, 0);
-        EXPECT_EQ(beside, 0);
-    }
 
     using enum LayerOmission;
     std::vector<LayerOmission> omissions;

@@ -100,21 +100,6 @@ TEST_F(TemplateLoading, TheLastBodyIsTheDocument) {
     EXPECT_EQ(document->changeCount(), count + 2);
 }
 
-TEST_F(TemplateLoading, DamagedFilesGiveWhatCanBeRead) {
-    LogCapture log;
-    const auto cut = VELM_Template::instanceWithXMLObject(
-        files.write("cut.xml", "<data version='1.0'><layout size='{9, 9}'><layer key='k'/><layer key="));
-    ASSERT_TRUE(cut);
-    ASSERT_FALSE(cut->layers().empty());
-    EXPECT_EQ(cut->layers()[0]->key(), "k");
-    EXPECT_THAT(log.lines().front(), HasSubstr("cut.xml"));
-
-    const auto rubbish = VELM_Template::instanceWithXMLObject(files.write("rubbish.xml", "no xml at all"));
-    ASSERT_TRUE(rubbish);
-    EXPECT_THAT(rubbish->layers(), IsEmpty());
-    EXPECT_EQ(rubbish->createProductImage(), nullptr);
-}
-
 TEST_F(TemplateLoading, ANodeTakesThePlaceOfItsLayer) {
     const LogCapture log;
     files.write("Nodes/n.xml", fileOf("<layer key='inner' frame='{{90, 90}, {20, 20}}'/>"));

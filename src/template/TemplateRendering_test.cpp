@@ -32,27 +32,6 @@ ImageRef plain(std::string_view code) {
     return halves(8, 8, code, code);
 }
 
-TEST(TemplateRendering, ScaleAndBackground) {
-    const auto document = templateFrom("<layout size='{100, 50}'><backgroundEnabled>yes</backgroundEnabled>"
-                                       "<backgroundcolor>#F00</backgroundcolor></layout>");
-    document->setLayers({layerWith(plain("#00F"), "{{50, 0}, {50, 25}}")});
-    document->setScale(0.255);
-    const auto image = document->createProductImage();
-    ASSERT_TRUE(image);
-    EXPECT_EQ(image->width(), 25); // cut, not rounded
-    EXPECT_EQ(image->height(), 12);
-    EXPECT_EQ(pixelAt(image, 2, 2), white); // whatever the colour says
-    EXPECT_EQ(pixelAt(image, 20, 2), blue);
-
-    // The white begins at the frame's own place, counted from the bottom.
-    const auto moved = templateFrom("<layout size='{20, 20}'><backgroundEnabled>yes</backgroundEnabled></layout>");
-    moved->setFrame({5, 8, 20, 20});
-    const auto movedImage = moved->createProductImage();
-    EXPECT_EQ(pixelAt(movedImage, 4, 2), clear);
-    EXPECT_EQ(pixelAt(movedImage, 6, 2), white);
-    EXPECT_EQ(pixelAt(movedImage, 6, 14), clear);
-}
-
 TEST(TemplateRendering, ATemplateWithoutLayersDrawsItself) {
     const auto layer = layerWith(plain("#F00"), "{{500, 500}, {20, 10}}");
     const auto image = layer->createProductImage();
@@ -133,19 +112,6 @@ TEST(TemplateRendering, ABrokenPictureMustNotBecomeAProduct) {
                 layer->imageUncached();
                 EXPECT_EQ(layer->renderError(), std::nullopt);
             }
-        }
-    }
-}
-
-TEST(TemplateRendering, OnlyAPictureWiderThanHighIsLandscape) {
-    for (const base::Size hole : {base::Size{40, 20}, {20, 40}, {40, 40}}) {
-        for (const bool autorotate : {true, false}) {
-            const auto layer =
-                layerWith(halves(48, 48, "#F00", "#00F"), base::stringFromRect({0, 0, hole.width, hole.height}));
-            layer->setAutorotate(autorotate);
-            const bool isTurned = autorotate && hole.width > hole.height;
-            const auto image = layer->createProductImage();
-            EXPECT_EQ(pixelAt(image, 2, image->height() - 3), isTurned ? blue : red);
         }
     }
 }

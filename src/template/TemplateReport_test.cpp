@@ -137,12 +137,9 @@ TEST_F(TemplateReports, TellWhereEachValueStands) {
         const char *name, *element;
         TemplateReport::Place place;
     } cases[] = {
-        {*document, "version", Kind::attribute, "version", "data", {path, 1}},
         {*document, "frame", Kind::attribute, "size", "layout", {path, 2}},
-        {*layers[0], "gravity", Kind::attribute, "gravity", "layer", {path, 3}},
         {*layers[0], "frame", Kind::element, "startx", "startx", {path, 4}},
         {*layers[0], "blur", Kind::attribute, "blur", "shadow", {path, 4}},
-        {*layers[0], "shadowEnabled", Kind::element, "shadow", "shadow", {path, 4}},
         {*layers[0], "key", Kind::element, "filepath", "filepath", {path, 4}},
         {*layers[1], "filepath", Kind::node, "filename", "filename", {path, 6}},
         {*layers[1], "key", Kind::node, "key", "layer", {path, 5}},

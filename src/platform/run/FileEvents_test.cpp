@@ -137,22 +137,6 @@ TEST_F(FileEvents, SaysNothingOfWhatLiesDeeperOrBeside) {
         EXPECT_THAT(paths, ElementsAre(folder));
 }
 
-TEST_F(FileEvents, ReportsWhatChangesInAFolderInsideASubfolderUnderTheSubfolder) {
-    const std::string order = directory_ / "in/order.velm_job";
-    fs::create_directories(order + "/Images");
-    for (const bool alwaysPoll : {false, true}) {
-        const std::string suffix = alwaysPoll ? "polled" : "";
-        const auto stream = start({directory_ / "in"}, {.alwaysPoll = alwaysPoll});
-        directory_.write("in/order.velm_job/Images/a.jpg" + suffix, "x");
-        EXPECT_TRUE(reports_.take(order)) << suffix;
-        fs::create_directories(order + "/Packages" + suffix);
-        EXPECT_TRUE(reports_.take(order)) << suffix;
-        directory_.write("in/order.velm_job/Packages" + suffix + "/p.xml", "x");
-        EXPECT_TRUE(reports_.take(order)) << suffix;
-        EXPECT_FALSE(reports_.hasSeen(order + "/Images"));
-    }
-}
-
 TEST_F(FileEvents, KnowsWhatIsStillBeingWritten) {
     const std::string folder = directory_ / "in";
     fs::create_directories(folder + "/old/Images");
@@ -217,16 +201,6 @@ TEST_F(FileEvents, ReportsFilesOfFoldersOnRequest) {
     const auto stream = start({directory_ / "in"}, {.fileEvents = true});
     for (const char* file : {"in/a.xml", "in/sub/b.xml"})
         EXPECT_TRUE(reports_.take(directory_.write(file, "1"))) << file;
-}
-
-TEST_F(FileEvents, WaitsForAFolderThatDoesNotExist) {
-    const std::string folder = directory_ / "a/b/in";
-    const auto stream = start({folder});
-    directory_.write("a/else", "");
-    fs::create_directories(folder);
-    EXPECT_EQ(reports_.take(folder), fileEventFlags::rootChanged);
-    directory_.write("a/b/in/file", "");
-    EXPECT_TRUE(reports_.take(folder));
 }
 
 TEST_F(FileEvents, FollowsAFolderThatIsRemovedAndMadeAgain) {
