@@ -233,6 +233,16 @@ TEST(KLARON_ImageDraw, CropFollowsTheNaturalOrientationDrawingTheForcedOne) {
     EXPECT_EQ(drawn(forced, 10, 20), (Rows{"g", "b"}));
 }
 
+TEST(KLARON_ImageDraw, AShadowWithoutAColourIsAThirdOfBlack) {
+    const auto image = wrapped(cells({"g"}));
+    const auto canvas = image->drawingContextWithCanvasSize({30, 30});
+    image->setDestinationRect({0, 20, 10, 10});
+    image->setHasShadow(true);
+    image->setShadowOffset({10, -10});
+    image->draw();
+    EXPECT_EQ(canvas->makeImage()->bitmap()->row(15)[4 * 15 + 3], 0x55);
+}
+
 TEST(KLARON_ImageDraw, LogsWhatItCanNotDraw) {
     support::LogCapture log;
     const auto image = wrapped(cells({"rg"}));
