@@ -235,8 +235,10 @@ TEST(KLARON_ImageDraw, CropFollowsTheNaturalOrientationDrawingTheForcedOne) {
 
 TEST(KLARON_ImageDraw, AShadowWithoutAColourIsAThirdOfBlack) {
     const auto image = wrapped(cells({"g"}));
-    const auto canvas = image->drawingContextWithCanvasSize({30, 30});
+    const auto canvas = makeCanvas(30, 30);
+    image->setDrawingContext(canvas);
     image->setDestinationRect({0, 20, 10, 10});
+    image->setShadowColorCode(std::nullopt);
     image->setHasShadow(true);
     image->setShadowOffset({10, -10});
     image->draw();
