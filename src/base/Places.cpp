@@ -1,6 +1,7 @@
 #include "base/Places.h"
 
 #include "base/Path.h"
+#include "base/Text.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -20,6 +21,21 @@ std::string environmentFolder(const char* name, const std::string& otherwise) {
 bool isWritableFolder(const std::string& path) {
     std::error_code ignored;
     return std::filesystem::is_directory(path, ignored) && access(path.c_str(), W_OK) == 0;
+}
+
+std::vector<std::string> resourceFolders() {
+    std::vector<std::string> folders;
+    std::error_code failed;
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe", failed).string();
+    if (!failed)
+        folders.push_back(
+            appendingPathComponent(deletingLastPathComponent(deletingLastPathComponent(program)), "share"));
+    const char* shared = std::getenv("XDG_DATA_DIRS");
+    for (std::string& folder : split(shared && *shared ? shared : "/usr/local/share:/usr/share", ":"))
+        if (folder.starts_with('/')) folders.push_back(std::move(folder));
+    for (std::string& folder : folders)
+        folder = appendingPathComponent(folder, "velm");
+    return folders;
 }
 
 Places& current() {
@@ -45,6 +61,7 @@ Places Places::standard() {
                               : appendingPathComponent(data, "Kestrune/Applications");
     places.colorProfiles = {appendingPathComponent(data, "color/icc"), "/usr/local/share/color/icc",
                             "/usr/share/color/icc"};
+    places.resources = resourceFolders();
     return places;
 }
 
@@ -64,6 +81,15 @@ const Places& places() {
 
 void setPlaces(Places places) {
     current() = std::move(places);
+}
+
+std::optional<URL> resourceURL(std::string_view name, std::string_view extension) {
+    for (const std::string& folder : places().resources) {
+        const std::string path = appendingPathComponent(folder, appendingPathExtension(std::string(name), extension));
+        std::error_code ignored;
+        if (std::filesystem::is_regular_file(path, ignored)) return URL::fileURLWithPath(path);
+    }
+    return std::nullopt;
 }
 
 } // namespace base

@@ -2,7 +2,11 @@
 // at its start, before any other thread runs, and read everywhere after that.
 #pragma once
 
+#include "base/Path.h"
+
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace base {
@@ -15,8 +19,11 @@ struct Places {
     std::string logs;                       ///< One log file for each program.
     std::string applications;               ///< Holds the folder of the first default job folder.
     std::vector<std::string> colorProfiles; ///< Searched in this order for ICC profiles.
+    std::vector<std::string> resources;     ///< Searched in this order for what comes with the program.
 
-    /// By the environment: XDG_DATA_HOME, XDG_CONFIG_HOME, XDG_STATE_HOME and HOME with their usual defaults.
+    /// By the environment: XDG_DATA_HOME, XDG_CONFIG_HOME, XDG_STATE_HOME, XDG_DATA_DIRS and HOME with their usual
+    /// defaults. Resources stand in share/velm beside the folder of the running program, or in the system's data
+    /// folders.
     static Places standard();
     /// VELM, Settings, Logs and Applications below `directory`, which is also the home folder.
     static Places below(const std::string& directory);
@@ -25,5 +32,8 @@ struct Places {
 /// The places in force; the standard ones until set.
 const Places& places();
 void setPlaces(Places places);
+
+/// A file that comes with the program ("CPD70_SF", "icc"); nothing when it isn't there.
+std::optional<URL> resourceURL(std::string_view name, std::string_view extension);
 
 } // namespace base
