@@ -16,7 +16,6 @@
 #include <string_view>
 #include <vector>
 
-inline constexpr int dnp_lastCommandCode = 57;
 inline constexpr std::size_t dnp_headerSize = 32;
 /// What the eight digits of the length can tell.
 inline constexpr std::uint64_t dnp_maximumPayloadSize = 99999999;
@@ -66,6 +65,7 @@ public:
 private:
     std::size_t read(std::span<std::uint8_t> buffer);
     std::nullopt_t fail(std::uint64_t offset, std::string reason);
+    bool readPayload(DNPPacket& packet, std::uint64_t size);
 
     Source source_;
     std::size_t keptPayload_;

@@ -17,7 +17,7 @@
 // Media --------------------------------------------------------------------------------------------------------------
 
 /// All media codes, ascending.
-std::span<const std::int32_t> dnp_mediaSizes();
+std::vector<std::int32_t> dnp_mediaSizes();
 
 /// Without a leading "MT", and of a text of three characters or more the two before its last: "MT310" gives "31".
 std::string dnpNormalizedMediaType(std::string_view type);
