@@ -1,4 +1,4 @@
-#include "internal/RasterForms.h"
+#include "RasterForms.h"
 
 #include <algorithm>
 #include <bit>
