@@ -62,8 +62,7 @@ public:
     /// when the page can't be rastered; that is logged.
     std::optional<std::vector<base::Data>> YMCDataPlanes() override;
 
-    /// What the numbers of old property lists stand for; none or 0 for what there never was.
-    static std::optional<std::string> modelNameForOldVelmPrinterIndex(std::int64_t printer);
+    /// What the numbers of old property lists stand for; 0 for what there never was.
     static std::int32_t oldVelm_media(std::int64_t printer, std::int64_t mediaType);
     static std::int32_t oldVelm_multicut(std::int32_t media, std::int64_t cutInHalf);
     static std::int32_t oldVelm_cutmode(std::int32_t media, std::int64_t cutInHalf);
