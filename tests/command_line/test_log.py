@@ -37,6 +37,9 @@ class Log(CommandLineTest):
 
     def test_a_log_that_takes_nothing_stops_nothing(self):
         log, _ = self.logs()
+        log.parent.write_text("a file in the folder's place")
+        self.assertIn("cannot write the log", self.home.velmctl("process", self.home.bundle("order")).stderr)
+        log.parent.unlink()
         log.parent.mkdir()
         for name, make, told in (("a full disk", lambda: log.symlink_to("/dev/full"), "No space left"),
                                  ("a FIFO that nobody reads", lambda: os.mkfifo(log), "")):
@@ -47,7 +50,7 @@ class Log(CommandLineTest):
                 self.assertEqual(answer.stderr.count("cannot write the log"), 1 if told else 0)
                 self.assertIn(told, answer.stderr)
                 log.unlink()
-        self.assertEqual(len(self.home.products()), 2)
+        self.assertEqual(len(self.home.products()), 3)
 
     def test_a_running_engine_goes_on_in_a_new_file_and_its_last_words_reach_the_terminal(self):
         log, _ = self.logs()

@@ -1,10 +1,9 @@
 """velmctl process: good orders and bad ones."""
 
 import os
-import subprocess
 import unittest
 
-from support import (CommandLineTest, Picture, photograph, simple_package, simple_template, ticket)
+from support import CommandLineTest, photograph, simple_package, simple_template, ticket
 
 
 class Process(CommandLineTest):
@@ -32,27 +31,6 @@ class GoodOrders(Process):
         self.assertRegex(self.home.products()[0].name, r"^photo_\d{4}-\d\d-\d\d_\d\d-\d\d-\d\d\.\d{3}\.jpeg$")
         self.assert_upright(self.home.products()[0])
         self.assertEqual(sorted(path.name for path in order.rglob("*")), before)
-
-    def test_every_orientation_stands_upright(self):
-        for name, width, height in (("SimpleLS", 90, 60), ("SimplePRT", 60, 90)):
-            self.home.write(f"VELM/Templates/{name}.xml", simple_template(width, height))
-            self.home.write(f"VELM/Packages/{name}.xml", simple_package(name, self.home.output, f"{name}.xml"))
-        (self.home.path / "VELM/Packages/Simple.xml").unlink()
-        for orientation in (1, 3, 6, 8):
-            for shape, width, height in (("lying", 90, 60), ("upright", 60, 90)):
-                with self.subTest(orientation=orientation, shape=shape):
-                    name = f"{shape}{orientation}.jpg"
-                    order = self.home.bundle(f"{shape}{orientation}", ticket(image=name), images=())
-                    photograph(order / "Images" / name, width, height, orientation)
-                    answer = self.process(order)
-                    self.assertEqual(answer.returncode, 0, answer.stderr)
-                    product = answer.stdout.strip()
-                    picture = Picture(product)
-                    self.assertEqual((picture.width, picture.height), (width, height))
-                    self.assert_upright(product)
-                    stored = subprocess.run(["exiftool", "-n", "-s3", "-Orientation", product], capture_output=True,
-                                            text=True).stdout.strip()
-                    self.assertEqual(stored, "1")
 
     def test_each_image_of_an_order_and_the_originals(self):
         self.home.write("VELM/Packages/All.xml", simple_package("All", self.home.output / "proofs", more="<allimages/>")

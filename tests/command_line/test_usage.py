@@ -47,13 +47,6 @@ class Usage(CommandLineTest):
         self.assertIn('Package "Simple" render commencing', answer.stderr)
         self.assertIn('Package "Simple" render commencing', self.home.log())
 
-    def test_a_log_that_cannot_be_written_stops_nothing(self):
-        self.home.write("Logs", "a file in the folder's place")
-        answer = self.home.velmctl("process", self.home.bundle("order"))
-        self.assertEqual(answer.returncode, 0)
-        self.assertIn("cannot write the log", answer.stderr)
-        self.assertEqual(len(self.home.products()), 1)
-
     def test_progress_is_shown_on_a_terminal_and_not_in_a_pipe(self):
         order = self.home.bundle("order")
         piped = self.home.velmctl("process", order)

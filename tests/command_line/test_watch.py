@@ -110,17 +110,6 @@ class Pausing(WatchTest):
         self.home.velmctl("defaults", "write", "velmProcessorIsRunning", "yes")
         watch.wait_for_lines("completed fourth ")
 
-    def test_a_listed_order_that_is_removed_does_not_run(self):
-        watch = Watch(self.home, "--paused")
-        gone = watch.drop(self.home.bundle("gone"))
-        watch.wait_for_log("Lets rescan")
-        gone.rename(self.home.path / "taken-away.velm_job")
-        watch.drop(self.home.bundle("stays"))
-        self.home.velmctl("defaults", "write", "velmProcessorIsRunning", "yes")
-        watch.wait_for_lines("completed stays ")
-        self.assertEqual(watch.stop(), 0)
-        self.assertFalse(any(" gone " in line for line in watch.lines), watch.lines)
-
 
 class Waiting(WatchTest):
     def jobs(self):

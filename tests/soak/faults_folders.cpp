@@ -1,12 +1,8 @@
 // Faults of disks and folders.
 #include "soak/faults_scene.h"
 
-#include "app/SingleInstance.h"
-#include "base/Places.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace soak {
@@ -199,45 +195,9 @@ void playFolders(Figures& figures) {
     playCompletedUnusable(
         figures, "Completed is missing", [](const fs::path& folder) { fs::remove_all(folder); },
         [](const fs::path& folder) { fs::create_directories(folder); });
-    {
-        Scene scene(figures, "order is removed while it is stuck");
-        scene.start();
-        fs::remove_all(scene.home().completed());
-        const int stuck = scene.add();
-        scene.expectMessage("Failed to move completed job");
-        fs::create_directories(scene.home().completed());
-        const int next = scene.add();
-        fs::remove_all(scene.placeOf(stuck));
-        scene.expectCompleted(next);
-        scene.expectNothingLost({stuck});
-    }
 }
 
 void playTwoEngines(Figures& figures) {
-    {
-        // In a process of its own, as the places are decided once.
-        const SoakHome home;
-        int words[2];
-        if (pipe(words) != 0) return;
-        const pid_t child = fork();
-        if (child == 0) {
-            base::setPlaces(base::Places::below(home.path().string()));
-            const auto first = app::SingleInstance::take();
-            const auto second = app::SingleInstance::take();
-            const std::string told = second ? "" : second.error().localizedDescription;
-            static_cast<void>(!write(words[1], told.data(), told.size()));
-            _exit(first && !second ? 0 : 1);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        char told[1000];
-        const ssize_t length = read(words[0], told, sizeof told);
-        figures.promise("two engines, one home: the second is refused", status == 0);
-        figures.add("two engines, one home: told",
-                    std::string(told, static_cast<std::size_t>(std::max<ssize_t>(length, 0))));
-        close(words[0]);
-        close(words[1]);
-    }
     Scene first(figures, "two homes, one folder");
     Scene second(figures, "two homes, one folder (second)");
     fs::remove_all(second.home().bundles());
