@@ -27,6 +27,10 @@ std::uint64_t wordAt(const std::uint8_t* bytes, std::size_t index) {
     return sampleAt<std::uint64_t>(bytes, index);
 }
 
+void putWord(std::uint8_t* target, std::uint64_t word) {
+    std::memcpy(target, &word, sizeof word);
+}
+
 // --- Compaction -----------------------------------------------------------------------------------------------------
 // A word of 64 bits holds two pixels of 8 bits or one of 16. Its 48 bits that are kept are brought to its low end, and
 // four such words are written as three: the samples never go one by one, and no vector unit is needed to be as fast as
@@ -39,20 +43,22 @@ constexpr std::uint64_t low48 = 0xFFFFFFFFFFFF;
 std::uint64_t keptOf8(std::uint64_t twoPixels) {
     return (twoPixels & low24) | ((twoPixels >> 8) & (low24 << 24));
 }
-std::uint64_t complementedOf8(std::uint64_t twoPixels) {
-    const std::uint64_t reversed = std::rotl(__builtin_bswap64(~twoPixels), 32); // each pixel: alpha, blue, green, red
-    return ((reversed >> 8) & low24) | ((reversed >> 16) & (low24 << 24));
+std::uint64_t reversedOf8(std::uint64_t twoPixels) {
+    const std::uint64_t reversed =
+        __builtin_bswap64(twoPixels); // the second pixel's alpha, blue, green, red, then the first
+    return reversed >> 40 | (reversed << 16 & (low24 << 24));
 }
 std::uint64_t keptOf16(std::uint64_t pixel) {
     return pixel & low48;
 }
-std::uint64_t complementedOf16(std::uint64_t pixel) {
-    const std::uint64_t complemented = ~pixel;
-    return ((complemented >> 32) & low16) | (complemented & (low16 << 16)) | ((complemented & low16) << 32);
+std::uint64_t reversedOf16(std::uint64_t pixel) {
+    const std::uint64_t swapped = std::rotl(pixel, 32); // blue, alpha, red, green
+    return (swapped & (low16 | low16 << 32)) | (pixel & low16 << 16);
 }
 
-/// Answers how many words it read: all but at most three.
-template <std::uint64_t (*kept)(std::uint64_t)>
+/// The samples that `kept` brings together, with the bits of `flipped` turned over. Answers how many words it read: all
+/// but at most three.
+template <std::uint64_t (*kept)(std::uint64_t), std::uint64_t flipped>
 std::size_t compactWords(std::uint8_t* bytes, std::size_t wordCount) {
     // The shifts below put what stands first in memory at the low end.
     if constexpr (std::endian::native != std::endian::little) return 0;
@@ -63,9 +69,10 @@ std::size_t compactWords(std::uint8_t* bytes, std::size_t wordCount) {
         const std::uint64_t second = kept(wordAt(bytes, word + 1));
         const std::uint64_t third = kept(wordAt(bytes, word + 2));
         const std::uint64_t fourth = kept(wordAt(bytes, word + 3));
-        const std::uint64_t packed[] = {first | second << 48, second >> 16 | third << 32, third >> 32 | fourth << 16};
-        std::memcpy(target, packed, sizeof packed);
-        target += sizeof packed;
+        putWord(target, (first | second << 48) ^ flipped);
+        putWord(target + 8, (second >> 16 | third << 32) ^ flipped);
+        putWord(target + 16, (third >> 32 | fourth << 16) ^ flipped);
+        target += 24;
     }
     return whole;
 }
@@ -85,45 +92,58 @@ void compactRest(std::uint8_t* bytes, std::size_t first, std::size_t count, bool
 
 // --- Planes ---------------------------------------------------------------------------------------------------------
 
-/// A plane of the samples that `sampleOf(pixel)` gives. They are collected in a small block first: a vector that is
-/// resized would be written twice.
-template <class Sample, class SampleOf>
-base::Data plane(std::size_t count, SampleOf sampleOf) {
+/// Three planes, of the samples that each of the functions gives for a pixel. The buffer is gone through once, and the
+/// samples are collected in small blocks first: a vector that is resized would be written twice.
+template <class Sample, class First, class Second, class Third>
+std::array<base::Data, 3> planes(std::size_t count, First first, Second second, Third third) {
     constexpr std::size_t blockSize = 4096;
     std::array<Sample, blockSize> block;
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(block.data());
-    base::Data result;
-    result.bytes.reserve(count * sizeof(Sample));
-    for (std::size_t first = 0; first < count; first += blockSize) {
-        const std::size_t filled = std::min(blockSize, count - first);
-        for (std::size_t i = 0; i < filled; ++i)
-            block[i] = sampleOf(first + i);
-        result.bytes.insert(result.bytes.end(), bytes, bytes + filled * sizeof(Sample));
+    std::array<base::Data, 3> result;
+    for (base::Data& plane : result)
+        plane.bytes.reserve(count * sizeof(Sample));
+    for (std::size_t begin = 0; begin < count; begin += blockSize) {
+        const std::size_t filled = std::min(blockSize, count - begin);
+        const auto append = [&](base::Data& plane, auto& sampleOf) {
+            for (std::size_t i = 0; i < filled; ++i)
+                block[i] = sampleOf(begin + i);
+            const auto* bytes = reinterpret_cast<const std::uint8_t*>(block.data());
+            plane.bytes.insert(plane.bytes.end(), bytes, bytes + filled * sizeof(Sample));
+        };
+        append(result[0], first);
+        append(result[1], second);
+        append(result[2], third);
     }
     return result;
 }
 
+template <class Sample>
+auto component(const std::uint8_t* pixels, std::size_t index) {
+    return [=](std::size_t pixel) { return sampleAt<Sample>(pixels, componentsPerPixel * pixel + index); };
+}
+
+template <class Sample>
+auto complementOf(const std::uint8_t* pixels, std::size_t index) {
+    return [=](std::size_t pixel) { return complement(sampleAt<Sample>(pixels, componentsPerPixel * pixel + index)); };
+}
+
 std::array<base::Data, 3> planesOf8(const std::uint8_t* pixels, std::size_t count, bool cmy) {
-    const auto component = [&](std::size_t index) {
-        return plane<std::uint8_t>(count, [=](std::size_t i) { return pixels[componentsPerPixel * i + index]; });
-    };
-    const auto complemented = [&](std::size_t index) {
-        return plane<std::uint8_t>(count,
-                                   [=](std::size_t i) { return complement(pixels[componentsPerPixel * i + index]); });
-    };
-    if (cmy) return {complemented(2), complemented(1), complemented(0)};
-    return {component(0), component(1), component(2)};
+    using Sample = std::uint8_t;
+    if (cmy)
+        return planes<Sample>(count, complementOf<Sample>(pixels, 2), complementOf<Sample>(pixels, 1),
+                              complementOf<Sample>(pixels, 0));
+    return planes<Sample>(count, component<Sample>(pixels, 0), component<Sample>(pixels, 1),
+                          component<Sample>(pixels, 2));
 }
 
 /// What those who print from planes of 16 bits have always been given, and rely on: of each component nothing but the
 /// low byte of its sample.
 std::array<base::Data, 3> lowBytesOf16(const std::uint8_t* pixels, std::size_t count) {
-    const auto lowByte = [&](std::size_t component) {
-        return plane<std::uint16_t>(count, [=](std::size_t i) -> std::uint16_t {
-            return sampleAt<std::uint16_t>(pixels, componentsPerPixel * i + component) & 0xFF;
-        });
+    using Sample = std::uint16_t;
+    const auto lowByte = [=](std::size_t index) {
+        return
+            [sample = component<Sample>(pixels, index)](std::size_t pixel) -> Sample { return sample(pixel) & 0xFF; };
     };
-    return {lowByte(0), lowByte(1), lowByte(2)};
+    return planes<Sample>(count, lowByte(0), lowByte(1), lowByte(2));
 }
 
 /// What they have always been given as complemented planes. It is told by a compaction that goes through the buffer:
@@ -139,18 +159,17 @@ std::array<base::Data, 3> lowBytesOf16(const std::uint8_t* pixels, std::size_t c
 /// source's own sample, not complemented: of pixel (3 i + 4) / 4, whatever component it happens to be. In a buffer of
 /// a single pixel it would lie behind the end; the plane then holds 0.
 std::array<base::Data, 3> complementedPlanesOf16(const std::uint8_t* pixels, std::size_t count) {
-    const auto complementOf = [&](std::size_t component) {
-        return plane<std::uint16_t>(count, [=](std::size_t i) {
-            return complement(sampleAt<std::uint16_t>(pixels, componentsPerPixel * i + component));
-        });
+    using Sample = std::uint16_t;
+    constexpr std::size_t samplesBehind = 8 / sizeof(Sample);
+    const auto behindWritePosition = [=](std::size_t pixel) -> Sample {
+        const std::size_t writePosition = componentsKept * pixel;
+        return sampleAt<Sample>(pixels, writePosition + samplesBehind);
     };
-    constexpr std::size_t samplesBehind = 8 / sizeof(std::uint16_t);
-    base::Data first = count == 1 ? base::Data(std::vector<std::uint8_t>(sizeof(std::uint16_t)))
-                                  : plane<std::uint16_t>(count, [=](std::size_t i) {
-                                        const std::size_t writePosition = componentsKept * i;
-                                        return sampleAt<std::uint16_t>(pixels, writePosition + samplesBehind);
-                                    });
-    return {std::move(first), complementOf(2), complementOf(0)};
+    const auto nothing = [](std::size_t) -> Sample { return 0; };
+    const auto second = complementOf<Sample>(pixels, 2);
+    const auto third = complementOf<Sample>(pixels, 0);
+    return count == 1 ? planes<Sample>(count, nothing, second, third)
+                      : planes<Sample>(count, behindWritePosition, second, third);
 }
 
 } // namespace
@@ -162,12 +181,12 @@ void compactPixels(base::Data& buffer, int bitsPerComponent, bool cmy) {
     const std::size_t wordCount = buffer.size() / sizeof(std::uint64_t);
     std::uint8_t* bytes = buffer.bytes.data();
     if (is16) {
-        const std::size_t words =
-            cmy ? compactWords<complementedOf16>(bytes, wordCount) : compactWords<keptOf16>(bytes, wordCount);
+        const std::size_t words = cmy ? compactWords<reversedOf16, ~std::uint64_t{}>(bytes, wordCount)
+                                      : compactWords<keptOf16, 0>(bytes, wordCount);
         compactRest<std::uint16_t>(bytes, words, count, cmy);
     } else {
-        const std::size_t words =
-            cmy ? compactWords<complementedOf8>(bytes, wordCount) : compactWords<keptOf8>(bytes, wordCount);
+        const std::size_t words = cmy ? compactWords<reversedOf8, ~std::uint64_t{}>(bytes, wordCount)
+                                      : compactWords<keptOf8, 0>(bytes, wordCount);
         compactRest<std::uint8_t>(bytes, 2 * words, count, cmy);
     }
     buffer.bytes.resize(count * componentsKept * bytesPerSample);
