@@ -2,8 +2,9 @@
 // medium it needs, and while it prints, its status. The base of all pages; every real page is a KLARON_PrintPage_DNP or
 // a KLARON_PrintPageMitsu1. Sizes are in pixels of the printer, resolutions in dots per inch.
 //
-// Whoever made a page owns it. It is used by one thread at a time, except that imagePreview() and imageThumbnail()
-// render on a global queue and bring their result to the main queue.
+// Whoever made a page owns it. It is used by one thread at a time. imagePreview() and imageThumbnail() render a
+// snapshot of the page on a global queue and bring what they made to the main queue, where they announce it: whoever
+// asks for them uses the page there, or keeps the main queue from running meanwhile.
 //
 // The class in its files: KLARON_PrintPage.cpp its data, _archive its archived form, _previews the two caches,
 // _processing the way from a picture to the page's image, _raster the bytes that printers take; PrintPageFactory.cpp
@@ -27,6 +28,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -200,13 +202,18 @@ public:
     static std::vector<platform::filter::Filters>
     filtersForOLDVELMColorAdjustments(const base::Dictionary& adjustments);
 
-    // Previews. Null until the first rendering has ended.
+    // Previews: the image of the last rendering, null until the first has ended. There is one under way at a time.
+    /// The user default "thumbnailSizeCustom", else 64 by 64.
     static base::Size thumbnailSize();
+    /// Starts a rendering when there is no image.
     platform::draw::ImageRef imageThumbnail();
+    /// Starts a rendering each time, and drops the thumbnail with it.
     platform::draw::ImageRef imagePreview();
 
     /// Changes of "inputImages", "imageFilters", "printerProfileICC", "imageGravity", "colorManagement", "autoRotate",
-    /// "applyImageFilters", "multicut", "quality" and with each of them "imagePreview"; "selectedPaperIndex".
+    /// "applyImageFilters", "multicut", "quality" and with each of them "imagePreview"; with "multicut" also
+    /// "selectedPaperIndex". "imagePreview" and "imageThumbnail" too when a rendering has ended: reading the one that
+    /// is announced then starts no new one.
     const platform::run::Observable& observable() const { return observable_; }
 
     std::string className() const override { return "KLARON_PrintPage"; }
@@ -224,6 +231,18 @@ protected:
     void change(std::string_view key, const std::function<void()>& change);
 
 private:
+    enum class Preview { image, thumbnail };
+
+    void setProperty(std::string_view key, base::Value value);
+    /// A page with the same picture that shares nothing which changes.
+    KLARON_PrintPageRef snapshot() const;
+    /// Starts a rendering unless one is under way; answers whether it did.
+    bool startRendering(Preview preview);
+    void setRendered(Preview preview, platform::draw::ImageRef image);
+    platform::draw::ImageRef rendered(Preview preview) const;
+    /// On a snapshot: makes the picture of a preview.
+    platform::draw::ImageRef render(Preview preview);
+
     bool isPrinting_ = false;
     bool isDuplex_ = false;
     bool didUpdateImagePreview_ = false;   // main queue only
@@ -245,6 +264,7 @@ private:
     ResultBlock resultBlock_;
     std::weak_ptr<KLARON_USBPrinter> printer_;
     base::Dictionary properties_;
+    mutable std::mutex previewsMutex_; // for the two images
     platform::draw::ImageRef imagePreview_;
     platform::draw::ImageRef imageThumbnail_;
     std::int64_t printerUSBProductID_ = 0;
@@ -254,9 +274,10 @@ private:
     platform::run::Observable observable_;
 };
 
-/// Makes the classes of pages and filters known to archives. Again is without effect.
+/// Makes the classes of pages and filters known to archives. Whoever reads pages as a part of other archives calls it
+/// before. Again is without effect.
 void registerPrintPageClasses();
-/// The keyed archive of a page, its root.
+/// A keyed archive with the page as its root.
 base::Result<base::Data> archiveOfPage(const KLARON_PrintPageRef& page);
-/// The page of an archive; an error for what is none.
+/// The page of an archive; an error for what is none. A page of the base class counts as one.
 base::Result<KLARON_PrintPageRef> pageFromArchive(std::string_view bytes);
