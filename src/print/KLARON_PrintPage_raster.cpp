@@ -3,7 +3,7 @@
 
 #include "ImageProcessingKeys.h"
 #include "base/MessageTemplate.h"
-#include "internal/RasterForms.h"
+#include "RasterForms.h"
 #include "platform/draw/Bitmap.h"
 
 #include <new>
