@@ -29,6 +29,10 @@ struct ArchivedClass {
     std::map<std::string, std::vector<std::string>, std::less<>> keys;
     /// Makes the object out of the values read. Keys that were absent or null are missing in `values`.
     std::function<base::Result<base::ObjectRef>(base::Dictionary values)> make;
+    /// The order in which the class writes its keys; those that are not named here follow by their names.
+    std::vector<std::string> order = {};
+    /// Whether numbers under its keys are objects of their own, as a list's are, and not written in place.
+    bool numbersAreObjects = false;
 };
 
 /// Makes a class known. Again under the same name replaces it.
@@ -40,7 +44,7 @@ base::Result<base::Data> archivedData(const base::Value& root);
 
 /// Reads an archive back. `allowedClasses` are the classes expected of the root, and of the elements if it is a list
 /// or dictionary. An error (NSCocoaErrorDomain, 4864) for a class that is not expected or not known, for damaged
-/// data, and for objects that contain themselves.
+/// data, for objects that contain themselves, and for what unfolds into more than a million values or 256 MiB.
 base::Result<base::Value> unarchived(std::string_view bytes, const std::vector<std::string>& allowedClasses);
 inline base::Result<base::Value> unarchived(const base::Data& data, const std::vector<std::string>& allowedClasses) {
     return unarchived(data.asText(), allowedClasses);

@@ -6,6 +6,7 @@
 #include "platform/data/TextEncoding.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <set>
 
@@ -121,7 +122,7 @@ private:
 
     /// The value of a node that stands under a key or in a list: a reference, or an inline number.
     Outcome valueOf(plist_t node, const Expectation& expected, const std::string& place, int depth) {
-        if (++valueCount_ > maximumPlistValues) return refused("it unfolds into too many values");
+        if (!spend(valuesLeft_, 1)) return refused("it unfolds into too many values");
         if (depth > maximumPlistDepth) return refused("it is nested too deeply");
         if (!isOfType(node, PLIST_UID)) return bareValue(node, expected, place);
         const std::uint64_t uid = plistUID(node);
@@ -135,6 +136,14 @@ private:
         return value;
     }
 
+    /// What is shared is written once and made each time: the work and the memory that an archive asks for have no
+    /// bound by its size.
+    static bool spend(std::uint64_t& left, std::uint64_t amount) {
+        if (amount > left) return false;
+        left -= amount;
+        return true;
+    }
+
     static base::Result<void> check(const std::vector<std::string>& ancestry, const Expectation& expected,
                                     const std::string& place) {
         if (expected.admits(ancestry)) return {};
@@ -142,21 +151,29 @@ private:
                        "; expected: " + expected.description());
     }
 
-    static Outcome bareValue(plist_t node, const Expectation& expected, const std::string& place) {
+    Outcome bareValue(plist_t node, const Expectation& expected, const std::string& place) {
         const std::string name = bareClassOf(node);
         if (name.empty()) return refused("the value under \"" + place + "\" is of no known form");
         if (auto checked = check({name}, expected, place); !checked) return base::failure(checked.error());
         if (isOfType(node, PLIST_STRING)) return textValue(plistText(node));
+        if (isOfType(node, PLIST_DATA)) return dataValue(node);
         if (auto scalar = plistScalar(node)) return std::move(*scalar);
         return refused("a date stands without its class");
     }
 
-    static Outcome textValue(std::string_view text) {
+    Outcome dataValue(plist_t node) {
+        if (!spend(bytesLeft_, plistDataSize(node))) return refused("it unfolds into too many bytes");
+        return base::Value(plistData(node));
+    }
+
+    Outcome textValue(std::string_view text) {
+        if (!spend(bytesLeft_, text.size())) return refused("it unfolds into too many bytes");
         if (!isValidUTF8(text)) return refused("a text is damaged");
         return base::Value(text);
     }
 
     Outcome objectValue(std::uint64_t uid, const Expectation& expected, const std::string& place, int depth) {
+        if (!spend(entriesLeft_, plist_dict_get_size(nodes_[uid]))) return refused("it unfolds into too many values");
         const Entries entries = *entriesOf(nodes_[uid]);
         const std::optional<std::string> name = classNameOf(entries);
         if (!name) return refused("an object has no class");
@@ -176,14 +193,17 @@ private:
         return refused("the class " + *name + " is not known");
     }
 
-    std::optional<std::string> classNameOf(const Entries& entries) const {
+    std::optional<std::string> classNameOf(const Entries& entries) {
         const plist_t reference = entry(entries, "$class");
         if (!isOfType(reference, PLIST_UID) || plistUID(reference) >= nodes_.size()) return std::nullopt;
-        const auto description = entriesOf(nodes_[plistUID(reference)]);
-        if (!description) return std::nullopt;
-        const plist_t name = entry(*description, "$classname");
-        if (!isOfType(name, PLIST_STRING)) return std::nullopt;
-        return std::string(plistText(name));
+        const std::uint64_t uid = plistUID(reference);
+        if (const auto known = classNames_.find(uid); known != classNames_.end()) return known->second;
+        std::optional<std::string> className;
+        if (isOfType(nodes_[uid], PLIST_DICT)) {
+            const plist_t name = plist_dict_get_item(nodes_[uid], "$classname");
+            if (isOfType(name, PLIST_STRING)) className = plistText(name);
+        }
+        return classNames_.emplace(uid, std::move(className)).first->second;
     }
 
     Outcome madeObject(std::uint64_t uid, const Entries& entries, const ArchivedClass& archivedClass, int depth) {
@@ -238,20 +258,21 @@ private:
         return base::Value(std::move(dictionary));
     }
 
-    static Outcome longText(const Entries& entries) {
+    Outcome longText(const Entries& entries) {
         if (const plist_t text = entry(entries, "NS.string"); isOfType(text, PLIST_STRING)) {
             return textValue(plistText(text));
         }
         if (const plist_t bytes = entry(entries, "NS.bytes"); isOfType(bytes, PLIST_DATA)) {
-            return textValue(plistData(bytes).asText());
+            const Outcome data = dataValue(bytes);
+            return data ? textValue(data->as<base::Data>()->asText()) : data;
         }
         return refused("a text is damaged");
     }
 
-    static Outcome longData(const Entries& entries) {
+    Outcome longData(const Entries& entries) {
         const plist_t bytes = entry(entries, "NS.data");
         if (!isOfType(bytes, PLIST_DATA)) return refused("data are damaged");
-        return base::Value(plistData(bytes));
+        return dataValue(bytes);
     }
 
     static Outcome dateValue(const Entries& entries) {
@@ -299,7 +320,10 @@ private:
 
     std::vector<plist_t> nodes_;
     std::vector<Made> made_;
-    std::uint64_t valueCount_ = 0;
+    std::map<std::uint64_t, std::optional<std::string>> classNames_;
+    std::uint64_t valuesLeft_ = maximumPlistValues;
+    std::uint64_t entriesLeft_ = 4 * maximumPlistValues; // of the dictionaries that objects are written as
+    std::uint64_t bytesLeft_ = maximumPlistSize;
 };
 
 } // namespace

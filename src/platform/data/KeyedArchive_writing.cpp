@@ -4,6 +4,7 @@
 #include "platform/data/KeyedArchive.h"
 #include "platform/data/TextEncoding.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace platform::data {
@@ -160,21 +161,37 @@ private:
         if (!content) return refused(object->className() + " does not offer coding");
         const std::uint64_t uid = add(nullptr);
         seen_.emplace(object.get(), uid);
+        const auto archivedClass = archivedClassNamed(object->className());
+        const bool numbersAreObjects = archivedClass && archivedClass->numbersAreObjects;
         PlistTree node = dictionaryOfClass(object->className());
-        for (const auto& [key, value] : *content) {
-            if (value.isNothing()) {
-                set(node, key.c_str(), reference(0));
-            } else if (value.isNumber()) {
-                set(node, key.c_str(), numberNode(value));
+        for (const auto& [key, value] : inOrder(*content, archivedClass.get())) {
+            if (value->isNothing()) {
+                set(node, key->c_str(), reference(0));
+            } else if (value->isNumber() && !numbersAreObjects) {
+                set(node, key->c_str(), numberNode(*value));
             } else {
-                const UID valueUID = uidOf(value, depth + 1);
+                const UID valueUID = uidOf(*value, depth + 1);
                 if (!valueUID) return valueUID;
-                set(node, key.c_str(), reference(*valueUID));
+                set(node, key->c_str(), reference(*valueUID));
             }
         }
         kept_.push_back(std::move(*content)); // an object made while encoding must not free its address for another
         objects_[uid] = std::move(node);
         return uid;
+    }
+
+    using Entries = std::vector<std::pair<const std::string*, const base::Value*>>;
+
+    static Entries inOrder(const base::Dictionary& content, const ArchivedClass* archivedClass) {
+        static const std::vector<std::string> none;
+        const std::vector<std::string>& order = archivedClass ? archivedClass->order : none;
+        Entries entries;
+        for (const std::string& key : order)
+            if (const auto entry = content.find(key); entry != content.end())
+                entries.emplace_back(&entry->first, &entry->second);
+        for (const auto& [key, value] : content)
+            if (std::find(order.begin(), order.end(), key) == order.end()) entries.emplace_back(&key, &value);
+        return entries;
     }
 
     /// A dictionary with its "$class"; the class is described once.

@@ -55,6 +55,7 @@ private:
     struct Seen {
         int height = 0; ///< 0: not visited, -1: being visited
         std::uint64_t values = 0;
+        std::uint64_t bytes = 0; ///< of texts and data
     };
 
     /// Big-endian; the place must lie inside.
@@ -93,6 +94,7 @@ private:
 
         int height = 1;
         std::uint64_t values = 1;
+        std::uint64_t bytes = 0;
         switch (kind) {
         case array:
         case dictionary: {
@@ -107,6 +109,8 @@ private:
                 height = std::max(height, seen_[child].height + 1);
                 values += seen_[child].values;
                 if (values > maximumPlistValues) return fail("it unfolds into too many values");
+                bytes += seen_[child].bytes;
+                if (bytes > maximumPlistSize) return fail("it unfolds into too many bytes");
             }
             break;
         }
@@ -121,13 +125,16 @@ private:
         case utf16:
             if (length > room / 2) return fail("it is cut off");
             if (!isGoodUTF16(place, length)) return fail("a text is damaged");
+            bytes = 2 * length;
             break;
         case ascii:
             if (length > room) return fail("it is cut off");
             if (bytes_.substr(place, length).find('\0') != std::string_view::npos) return fail("a text is damaged");
+            bytes = length;
             break;
         case data:
             if (length > room) return fail("it is cut off");
+            bytes = length;
             break;
         case uid:
             if (length + 1 > 8 || length + 1 > room) return fail("a reference is damaged");
@@ -137,7 +144,7 @@ private:
                 return fail("a number is damaged");
             break;
         }
-        seen_[object] = {height, values};
+        seen_[object] = {height, values, bytes};
         return true;
     }
 

@@ -55,6 +55,12 @@ base::Data plistData(plist_t node) {
     return base::Data(bytes ? std::string_view(bytes, length) : std::string_view());
 }
 
+std::uint64_t plistDataSize(plist_t node) {
+    std::uint64_t length = 0;
+    plist_get_data_ptr(node, &length);
+    return length;
+}
+
 std::optional<base::Value> plistScalar(plist_t node) {
     switch (plist_get_node_type(node)) {
     case PLIST_BOOLEAN: {

@@ -42,6 +42,7 @@ std::int64_t plistInteger(plist_t node);
 double plistReal(plist_t node);
 std::uint64_t plistUID(plist_t node);
 base::Data plistData(plist_t node);
+std::uint64_t plistDataSize(plist_t node);
 /// The value of a boolean, a number or data; nothing for another kind of node.
 std::optional<base::Value> plistScalar(plist_t node);
 std::vector<plist_t> plistItems(plist_t array);
