@@ -35,5 +35,7 @@ void declareDefaults(CLI::App& app, const Chosen& chosen);
 void declareImage(CLI::App& app, const Chosen& chosen);
 void declareCode(CLI::App& app, const Chosen& chosen);
 void declareOrder(CLI::App& app, const Chosen& chosen);
+void declarePage(CLI::App& app, const Chosen& chosen);
+void declareDnp(CLI::App& app, const Chosen& chosen);
 
 } // namespace velmctl

@@ -38,6 +38,8 @@ int parseAndRun(int count, char** arguments) {
     velmctl::declareImage(app, chosen);
     velmctl::declareCode(app, chosen);
     velmctl::declareOrder(app, chosen);
+    velmctl::declarePage(app, chosen);
+    velmctl::declareDnp(app, chosen);
 
     try {
         app.parse(count, arguments);
