@@ -214,7 +214,7 @@ public:
     /// "applyImageFilters", "multicut", "quality" and with each of them "imagePreview"; with "multicut" also
     /// "selectedPaperIndex". "imagePreview" and "imageThumbnail" too when a rendering has ended: reading the one that
     /// is announced then starts no new one.
-    const platform::run::Observable& observable() const { return observable_; }
+    platform::run::Observable& observable() { return observable_; }
 
     std::string className() const override { return "KLARON_PrintPage"; }
     std::string description() const override;
