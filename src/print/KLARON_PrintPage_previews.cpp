@@ -26,7 +26,7 @@ ImageRef KLARON_PrintPage::imageThumbnail() {
 }
 
 ImageRef KLARON_PrintPage::imagePreview() {
-    if (startRendering(Preview::image)) setRendered(Preview::thumbnail, nullptr);
+    if (startRendering(Preview::image) && rendered(Preview::thumbnail)) setRendered(Preview::thumbnail, nullptr);
     return rendered(Preview::image);
 }
 
