@@ -154,7 +154,7 @@ BitmapContext::~BitmapContext() = default;
 BitmapContextRef BitmapContext::create(double width, double height, ColorSpaceRef space, AlphaInfo alphaInfo) {
     constexpr double largestSide = 32767; // Cairo's own limit
     if (!(width >= 1) || !(height >= 1) || width > largestSide || height > largestSide) return nullptr;
-    if (!space || !space->supportsOutput()) space = ColorSpace::sRGB();
+    if (!space || space->model() != ColorModel::rgb || !space->supportsOutput()) space = ColorSpace::sRGB();
     const bool opaque =
         alphaInfo == AlphaInfo::none || alphaInfo == AlphaInfo::noneSkipFirst || alphaInfo == AlphaInfo::noneSkipLast;
     auto bitmap =

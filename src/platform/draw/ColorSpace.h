@@ -46,8 +46,8 @@ public:
     const std::string& name() const { return name_; }
     /// True for sRGB and for whatever can't be told from it in 8 bits: no conversion is needed between such spaces.
     bool isSRGB() const { return isSRGB_; }
-    /// True when colours can be converted into the space as well. False for all but RGB spaces, and for profiles that
-    /// only lead out of a device, as those of scanners and cameras may.
+    /// True when colours can be converted into the space as well. False for all but RGB and grey spaces, and for
+    /// profiles that only lead out of a device, as those of scanners and cameras may.
     bool supportsOutput() const { return supportsOutput_; }
 
     // For make_shared within the implementation.

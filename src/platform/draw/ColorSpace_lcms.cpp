@@ -87,9 +87,10 @@ bool canBeConverted(cmsHPROFILE profile, const KnownModel& model) {
                                         cmsFLAGS_NOOPTIMIZE | cmsFLAGS_NOCACHE)) != nullptr;
 }
 
-bool isOutputRGB(cmsHPROFILE profile) {
-    if (cmsGetColorSpace(profile) != cmsSigRgbData) return false;
-    if (cmsIsMatrixShaper(profile)) return true;
+bool leadsIntoDevice(cmsHPROFILE profile) {
+    const bool isGray = cmsGetColorSpace(profile) == cmsSigGrayData;
+    if (!isGray && cmsGetColorSpace(profile) != cmsSigRgbData) return false;
+    if (isGray ? cmsIsTag(profile, cmsSigGrayTRCTag) : cmsIsMatrixShaper(profile)) return true;
     constexpr cmsTagSignature waysIn[] = {cmsSigBToA0Tag, cmsSigBToA1Tag, cmsSigBToA2Tag,
                                           cmsSigBToD0Tag, cmsSigBToD1Tag, cmsSigBToD2Tag};
     return std::any_of(std::begin(waysIn), std::end(waysIn),
@@ -183,7 +184,7 @@ const ColorSpaceRef& ColorSpace::gray() {
         Bytes bytes = bytesOf(profile.get());
         setFixedDate(bytes);
         return Interned::shared().keep(std::make_shared<const ColorSpace>(
-            Parts{ColorModel::monochrome, 1, false, false, std::move(bytes), descriptionOf(profile.get())}));
+            Parts{ColorModel::monochrome, 1, false, true, std::move(bytes), descriptionOf(profile.get())}));
     }();
     return space;
 }
@@ -210,7 +211,7 @@ base::Result<ColorSpaceRef> ColorSpace::fromICC(std::span<const std::uint8_t> da
     if (hasExcessiveElements(bytes) || !canBeConverted(profile.get(), *known))
         return base::failure(base::cocoaErrorDomain, 0, "the ICC profile is broken");
     const bool isSRGB = looksLikeSRGB(profile.get());
-    const bool supportsOutput = isOutputRGB(profile.get());
+    const bool supportsOutput = leadsIntoDevice(profile.get());
     std::string name = descriptionOf(profile.get());
     return Interned::shared().keep(std::make_shared<const ColorSpace>(
         Parts{known->model, known->componentCount, isSRGB, supportsOutput, std::move(bytes), std::move(name)}));

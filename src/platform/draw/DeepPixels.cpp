@@ -1,7 +1,6 @@
 #include "platform/draw/DeepPixels.h"
 
-#include "internal/DeepTransform.h"
-#include "internal/PixelSource.h"
+#include "internal/DeepRows.h"
 #include "platform/draw/ColorSpace.h"
 
 #include <algorithm>
@@ -46,49 +45,11 @@ private:
     std::int64_t down_;
 };
 
-/// A row of the reader's samples as premultiplied RGBA.
-void toPremultipliedRGBA(const DeepFormat& format, const std::uint16_t* row, const DeepTransform* transform,
-                         std::size_t count, std::uint16_t* colors, std::uint16_t* rgba) {
-    const auto colorCount = static_cast<std::size_t>(format.colors);
-    const std::size_t step = format.samplesPerPixel();
-    if (transform) {
-        for (std::size_t i = 0; i < count; ++i)
-            for (std::size_t k = 0; k < colorCount; ++k) {
-                const std::uint16_t value = row[step * i + k];
-                const bool divide = format.hasAlpha && format.premultiplied;
-                rgba[colorCount * i + k] = divide ? unpremultiplied(value, row[step * i + colorCount]) : value;
-            }
-        transform->convert(rgba, colors, count);
-    }
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::uint16_t alpha = format.hasAlpha ? row[step * i + colorCount] : full;
-        const std::uint16_t* color = transform ? colors + 3 * i : row + step * i;
-        const bool multiply = format.hasAlpha && (transform || !format.premultiplied);
-        for (std::size_t k = 0; k < 3; ++k)
-            rgba[4 * i + k] = multiply ? premultiplied(color[k], alpha) : color[k];
-        rgba[4 * i + 3] = alpha;
-    }
-}
-
-base::Result<void> readDeep(const Image& image, DeepReader& reader, const TurnedTarget& target) {
-    const DeepFormat format = reader.format();
-    std::shared_ptr<const DeepTransform> transform;
-    if (image.colorSpace()->model() != ColorModel::rgb) {
-        auto made = DeepTransform::toSRGB(image.colorSpace());
-        if (!made) return base::failure(made.error());
-        transform = std::move(*made);
-    }
-    const auto sourceWidth = static_cast<std::size_t>(image.source().width());
-    const auto width = static_cast<std::size_t>(image.width());
-    std::vector<std::uint16_t> row(sourceWidth * format.samplesPerPixel());
-    std::vector<std::uint16_t> colors(transform ? 3 * width : 0);
-    std::vector<std::uint16_t> rgba(4 * width);
-    for (int y = 0; y < image.y() + image.height(); ++y) {
-        if (auto read = reader.readRow(row.data()); !read) return read;
-        if (y < image.y()) continue;
-        toPremultipliedRGBA(format, row.data() + static_cast<std::size_t>(image.x()) * format.samplesPerPixel(),
-                            transform.get(), width, colors.data(), rgba.data());
-        target.putRow(y - image.y(), rgba.data(), image.width());
+base::Result<void> readDeep(const Image& image, DeepPixelReader& reader, const TurnedTarget& target) {
+    std::vector<std::uint16_t> rgba(4 * static_cast<std::size_t>(image.width()));
+    for (int y = 0; y < image.height(); ++y) {
+        if (auto read = reader.readRow(rgba.data()); !read) return read;
+        target.putRow(y, rgba.data(), image.width());
     }
     return {};
 }
@@ -188,7 +149,7 @@ const ColorSpaceRef& deepColorSpace(const Image& image) {
 base::Result<void> readDeepPixels(const Image& image, int quarterTurns, std::uint8_t* target) {
     const TurnedTarget turned(target, quarterTurns, image.width(), image.height());
     try {
-        const auto reader = image.source().openDeep();
+        const auto reader = DeepPixelReader::open(image);
         if (!reader) return base::failure(reader.error());
         return *reader ? readDeep(image, **reader, turned) : readWidened(image, turned);
     } catch (const std::bad_alloc&) {

@@ -1,12 +1,11 @@
 #include "ColorProfile.h"
 #include "ColorTransform.h"
+#include "RecentlyUsed.h"
 #include "TableTransform.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <list>
-#include <mutex>
 #include <random>
 #include <vector>
 
@@ -97,8 +96,8 @@ TransformRef byLibrary(cmsHPROFILE from, const LayoutRow& row, cmsHPROFILE to, c
     return std::make_shared<ProfileTransform>(std::move(transform), isGray ? PixelLayout::gray8 : row.layout);
 }
 
-// Whether both give the same colours, to one step of rounding, by a sample that is the same each time.
-bool agree(const ColorTransform& one, const ColorTransform& other) {
+// Whether both give the same colours, to `steps` of 8 bits, by a sample that is the same each time.
+bool agree(const ColorTransform& one, const ColorTransform& other, int steps) {
     constexpr std::size_t count = 4096;
     std::vector<std::uint8_t> colors(4 * count), first(4 * count), second(4 * count);
     std::minstd_rand random(1);
@@ -106,20 +105,34 @@ bool agree(const ColorTransform& one, const ColorTransform& other) {
         value = static_cast<std::uint8_t>(random() >> 8);
     one.convert(colors.data(), first.data(), count);
     other.convert(colors.data(), second.data(), count);
-    return std::equal(first.begin(), first.end(), second.begin(), [](int a, int b) { return std::abs(a - b) <= 1; });
+    return std::equal(first.begin(), first.end(), second.begin(),
+                      [steps](int a, int b) { return std::abs(a - b) <= steps; });
 }
 
-// Matrix profiles have a fast way in the library that is exact. For tables ours is taken where it proves to be, else
-// the library walks through the profile for each pixel, which takes several times as long. A grey profile is asked for
-// its 256 levels only.
+// The library's own fast way to a printer's tables, all of the road in one table; null where that is not close enough.
+TransformRef gathered(cmsHPROFILE from, const LayoutRow& row, cmsHPROFILE to, const ColorTransform& exact) {
+    for (const cmsUInt32Number points : {33, 65}) {
+        TransformRef fast = byLibrary(from, row, to, cmsFLAGS_GRIDPOINTS(points));
+        if (fast && agree(*fast, exact, 2)) return fast;
+    }
+    return nullptr;
+}
+
+// Matrix profiles have a fast way in the library that is exact. For tables the fast ways are taken where they prove to
+// be close, else the library walks through the profiles for each pixel, which takes several times as long. A grey
+// profile is asked for its 256 levels only.
 TransformRef convert(cmsHPROFILE from, const LayoutRow& row, cmsHPROFILE to, bool toSRGB) {
     if (row.model == ColorModel::rgb && cmsIsMatrixShaper(from) && cmsIsMatrixShaper(to))
         return byLibrary(from, row, to, 0);
     TransformRef exact = byLibrary(from, row, to, cmsFLAGS_NOOPTIMIZE);
     if (exact && row.model == ColorModel::monochrome) return std::make_shared<GrayTransform>(*exact, row.layout);
-    if (!exact || !toSRGB) return exact;
+    if (!exact) return exact;
+    if (!toSRGB) {
+        TransformRef fast = gathered(from, row, to, *exact);
+        return fast ? fast : exact;
+    }
     TransformRef ours = makeTableTransform(from, row.layout, row.format);
-    return ours && agree(*ours, *exact) ? ours : exact;
+    return ours && agree(*ours, *exact, 1) ? ours : exact;
 }
 
 base::Result<TransformRef> makeTransform(const ColorSpaceRef& source, const LayoutRow& row,
@@ -138,39 +151,18 @@ base::Result<TransformRef> makeTransform(const ColorSpaceRef& source, const Layo
     return transform;
 }
 
-// The transforms made, the last used in front. Making one costs as much as converting a small picture.
-class TransformCache {
-public:
-    static TransformCache& shared() {
-        static auto* cache = new TransformCache; // outlives every user at exit
-        return *cache;
-    }
-    TransformRef find(const ColorSpaceRef& source, PixelLayout layout, const ColorSpaceRef& target) {
-        const std::lock_guard lock(mutex_);
-        const auto found = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
-            return entry.source == source && entry.layout == layout && entry.target == target;
-        });
-        if (found == entries_.end()) return nullptr;
-        entries_.splice(entries_.begin(), entries_, found);
-        return found->transform;
-    }
-    void add(const ColorSpaceRef& source, PixelLayout layout, const ColorSpaceRef& target, TransformRef transform) {
-        constexpr std::size_t limit = 32;
-        const std::lock_guard lock(mutex_);
-        entries_.push_front({source, layout, target, std::move(transform)});
-        if (entries_.size() > limit) entries_.pop_back();
-    }
-
-private:
-    struct Entry {
-        ColorSpaceRef source;
-        PixelLayout layout;
-        ColorSpaceRef target;
-        TransformRef transform;
-    };
-    std::mutex mutex_;
-    std::list<Entry> entries_;
+struct TransformKey {
+    ColorSpaceRef source;
+    PixelLayout layout;
+    ColorSpaceRef target;
+    friend bool operator==(const TransformKey&, const TransformKey&) = default;
 };
+
+// Making a transform costs as much as converting a small picture.
+RecentlyUsed<TransformKey, TransformRef>& madeTransforms() {
+    static auto* made = new RecentlyUsed<TransformKey, TransformRef>(32); // outlives every user at exit
+    return *made;
+}
 
 } // namespace
 
@@ -183,9 +175,10 @@ base::Result<TransformRef> ColorTransform::between(const ColorSpaceRef& source, 
         return base::failure(base::cocoaErrorDomain, 0,
                              "pixels of this layout can't be converted between these colour spaces");
     if (layout == PixelLayout::bgra8 && (source == target || (source->isSRGB() && target->isSRGB()))) return nullptr;
-    if (TransformRef made = TransformCache::shared().find(source, layout, target)) return made;
+    const TransformKey key{source, layout, target};
+    if (TransformRef made = madeTransforms().find(key)) return made;
     auto transform = makeTransform(source, *row, target);
-    if (transform) TransformCache::shared().add(source, layout, target, *transform);
+    if (transform) madeTransforms().add(key, *transform);
     return transform;
 }
 

@@ -150,9 +150,43 @@ HWY_INLINE void storePixels(Load load, std::size_t pixels, std::uint8_t* out) {
     }
 }
 
-void StoreYCbCr(const std::int16_t* y, const std::int16_t* cb, const std::int16_t* cr, std::size_t pixels,
-                std::uint8_t* out) {
-    const auto load = [=](auto d, std::size_t x, auto& red, auto& green, auto& blue) HWY_ATTR {
+/// Samples as half floats, 1 for a full one.
+template <class D>
+HWY_INLINE hn::VFromD<hn::RebindToUnsigned<D>> halfOf(D, hn::VFromD<D> value) {
+    const hn::RebindToUnsigned<D> du;
+    const hn::Half<D> dHalf;
+    const hn::Rebind<std::int32_t, decltype(dHalf)> d32;
+    const hn::Rebind<float, decltype(dHalf)> dFloat;
+    const hn::Rebind<hwy::float16_t, decltype(dHalf)> dHalfFloat;
+    const hn::Half<decltype(du)> duHalf;
+    const auto factor = hn::Set(dFloat, 1.0f / (255 << sampleFractionBits));
+    const auto part = [=](auto samples) HWY_ATTR {
+        const auto scaled = hn::Mul(hn::ConvertTo(dFloat, hn::PromoteTo(d32, samples)), factor);
+        return hn::BitCast(duHalf, hn::DemoteTo(dHalfFloat, scaled));
+    };
+    return hn::Combine(du, part(hn::UpperHalf(dHalf, value)), part(hn::LowerHalf(dHalf, value)));
+}
+
+/// As storePixels, to half pixels. `load` also gives the alpha.
+template <class Load>
+HWY_INLINE void storeHalfPixels(Load load, std::size_t pixels, std::uint16_t* out) {
+    const hn::ScalableTag<std::int16_t> d;
+    const hn::RebindToUnsigned<decltype(d)> du;
+    const std::size_t lanes = hn::Lanes(d);
+    HWY_ALIGN std::uint16_t last[4 * hn::MaxLanes(du)];
+    for (std::size_t x = 0; x < pixels; x += lanes) {
+        auto red = hn::Zero(d), green = red, blue = red, alpha = hn::Set(d, 255 << sampleFractionBits);
+        load(d, x, red, green, blue, alpha);
+        const bool whole = x + lanes <= pixels;
+        hn::StoreInterleaved4(halfOf(d, red), halfOf(d, green), halfOf(d, blue), halfOf(d, alpha), du,
+                              whole ? out + 4 * x : last);
+        if (!whole) __builtin_memcpy(out + 4 * x, last, 8 * (pixels - x));
+    }
+}
+
+// What loads the components of pixels.
+auto yCbCrLoader(const std::int16_t* y, const std::int16_t* cb, const std::int16_t* cr) {
+    return [=](auto d, std::size_t x, auto& red, auto& green, auto& blue, auto&...) HWY_ATTR {
         const auto middle = hn::Set(d, 128 << sampleFractionBits);
         const auto fixed = [d](double factor) HWY_ATTR {
             return hn::Set(d, static_cast<std::int16_t>(factor * 32768 + (factor < 0 ? -0.5 : 0.5)));
@@ -165,17 +199,47 @@ void StoreYCbCr(const std::int16_t* y, const std::int16_t* cb, const std::int16_
                                                              hn::MulFixedPoint15(v, fixed(-0.714136))));
         blue = hn::SaturatedAdd(lightness, hn::SaturatedAdd(u, hn::MulFixedPoint15(u, fixed(0.772))));
     };
-    storePixels(load, pixels, out);
 }
 
-void StoreRGB(const std::int16_t* r, const std::int16_t* g, const std::int16_t* b, std::size_t pixels,
-              std::uint8_t* out) {
-    const auto load = [=](auto d, std::size_t x, auto& red, auto& green, auto& blue) HWY_ATTR {
+auto rgbLoader(const std::int16_t* r, const std::int16_t* g, const std::int16_t* b) {
+    return [=](auto d, std::size_t x, auto& red, auto& green, auto& blue, auto&...) HWY_ATTR {
         red = hn::LoadU(d, r + x);
         green = hn::LoadU(d, g + x);
         blue = hn::LoadU(d, b + x);
     };
-    storePixels(load, pixels, out);
+}
+
+void StoreYCbCr(const std::int16_t* y, const std::int16_t* cb, const std::int16_t* cr, std::size_t pixels,
+                std::uint8_t* out) {
+    storePixels(yCbCrLoader(y, cb, cr), pixels, out);
+}
+
+void StoreRGB(const std::int16_t* red, const std::int16_t* green, const std::int16_t* blue, std::size_t pixels,
+              std::uint8_t* out) {
+    storePixels(rgbLoader(red, green, blue), pixels, out);
+}
+
+void StoreHalfYCbCr(const std::int16_t* y, const std::int16_t* cb, const std::int16_t* cr, std::size_t pixels,
+                    std::uint16_t* out) {
+    storeHalfPixels(yCbCrLoader(y, cb, cr), pixels, out);
+}
+
+void StoreHalfRGB(const std::int16_t* red, const std::int16_t* green, const std::int16_t* blue, std::size_t pixels,
+                  std::uint16_t* out) {
+    storeHalfPixels(rgbLoader(red, green, blue), pixels, out);
+}
+
+void StoreHalfPlain(const std::int16_t* in, bool opaque, std::size_t pixels, std::uint16_t* out) {
+    const auto load = [=](auto d, std::size_t x, auto& red, auto& green, auto& blue, auto& alpha) HWY_ATTR {
+        const hn::RebindToUnsigned<decltype(d)> du;
+        auto b = hn::Zero(du), g = b, r = b, a = b;
+        hn::LoadInterleaved4(du, reinterpret_cast<const std::uint16_t*>(in) + 4 * x, b, g, r, a);
+        red = hn::BitCast(d, r);
+        green = hn::BitCast(d, g);
+        blue = hn::BitCast(d, b);
+        if (!opaque) alpha = hn::Min(hn::Max(hn::BitCast(d, a), hn::Zero(d)), alpha);
+    };
+    storeHalfPixels(load, pixels, out);
 }
 
 void StorePlain(const std::int16_t* in, std::size_t samples, std::uint8_t* out) {
@@ -207,6 +271,9 @@ HWY_EXPORT(FilterRow4);
 HWY_EXPORT(StoreYCbCr);
 HWY_EXPORT(StoreRGB);
 HWY_EXPORT(StorePlain);
+HWY_EXPORT(StoreHalfYCbCr);
+HWY_EXPORT(StoreHalfRGB);
+HWY_EXPORT(StoreHalfPlain);
 
 void filterColumns(const std::uint8_t* const* rows, const std::int16_t* weights, int count, std::size_t samples,
                    std::int16_t* out) {
@@ -233,6 +300,20 @@ void storeRGB(const std::int16_t* red, const std::int16_t* green, const std::int
 
 void storePlain(const std::int16_t* in, std::size_t samples, std::uint8_t* out) {
     HWY_DYNAMIC_DISPATCH(StorePlain)(in, samples, out);
+}
+
+void storeHalfYCbCr(const std::int16_t* y, const std::int16_t* cb, const std::int16_t* cr, std::size_t pixels,
+                    std::uint16_t* out) {
+    HWY_DYNAMIC_DISPATCH(StoreHalfYCbCr)(y, cb, cr, pixels, out);
+}
+
+void storeHalfRGB(const std::int16_t* red, const std::int16_t* green, const std::int16_t* blue, std::size_t pixels,
+                  std::uint16_t* out) {
+    HWY_DYNAMIC_DISPATCH(StoreHalfRGB)(red, green, blue, pixels, out);
+}
+
+void storeHalfPlain(const std::int16_t* in, bool opaque, std::size_t pixels, std::uint16_t* out) {
+    HWY_DYNAMIC_DISPATCH(StoreHalfPlain)(in, opaque, pixels, out);
 }
 
 } // namespace platform::draw

@@ -32,4 +32,12 @@ void storeRGB(const std::int16_t* red, const std::int16_t* green, const std::int
               std::uint8_t* out);
 void storePlain(const std::int16_t* in, std::size_t samples, std::uint8_t* out);
 
+/// The same as half pixels: red, green, blue, alpha; full is 1. Overshoots stay, save those of alpha.
+void storeHalfYCbCr(const std::int16_t* y, const std::int16_t* cb, const std::int16_t* cr, std::size_t pixels,
+                    std::uint16_t* out);
+void storeHalfRGB(const std::int16_t* red, const std::int16_t* green, const std::int16_t* blue, std::size_t pixels,
+                  std::uint16_t* out);
+/// Of pixels of four samples, blue first; reads up to twice the slack beyond the end.
+void storeHalfPlain(const std::int16_t* in, bool opaque, std::size_t pixels, std::uint16_t* out);
+
 } // namespace platform::draw

@@ -41,23 +41,28 @@ void setOpaque(std::uint8_t* row, std::size_t pixels) {
 
 base::Result<std::unique_ptr<Resampler>> Resampler::make(const ReadingFormat& format, const base::Rect& region,
                                                          const ResampledSize& size, const ColorSpaceRef& source,
-                                                         const ColorSpaceRef& target) {
+                                                         const ColorSpaceRef& target, RowDepth depth) {
     auto transform = ColorTransform::between(source, layoutOf(format.kind), target);
     if (!transform) return base::failure(transform.error());
     auto resampler = std::unique_ptr<Resampler>(new Resampler);
     resampler->transform_ = std::move(*transform);
     resampler->kind_ = format.kind;
+    resampler->depth_ = depth;
     resampler->outputWidth_ = static_cast<std::size_t>(size.visible.width);
     if (layoutOf(format.kind) != PixelLayout::bgra8) resampler->unconverted_.resize(resampler->outputWidth_ * 4);
+    // Grey levels of sRGB's curve are sRGB's own, so that they need no conversion.
+    if (depth == RowDepth::half && format.kind == SampleKind::gray && source == ColorSpace::gray() && target->isSRGB())
+        resampler->transform_ = nullptr;
+    if (depth == RowDepth::half && !resampler->keepsFractions()) resampler->bytes_.resize(resampler->outputWidth_ * 4);
     resampler->makeWeights(format, region, size);
     return resampler;
 }
 
 base::Result<std::unique_ptr<Resampler>> Resampler::create(std::unique_ptr<BandReader> reader,
                                                            const ResampledSize& size, const ColorSpaceRef& source,
-                                                           const ColorSpaceRef& target) {
+                                                           const ColorSpaceRef& target, RowDepth depth) {
     const ReadingFormat& format = reader->format();
-    auto resampler = make(format, format.region, size, source, target);
+    auto resampler = make(format, format.region, size, source, target, depth);
     if (!resampler) return resampler;
     (*resampler)->filled_ = std::make_shared<PlaneRows>(format, (*resampler)->ringSizes(format));
     (*resampler)->rows_ = (*resampler)->filled_;
@@ -68,8 +73,8 @@ base::Result<std::unique_ptr<Resampler>> Resampler::create(std::unique_ptr<BandR
 base::Result<std::unique_ptr<Resampler>> Resampler::create(std::unique_ptr<BandReader> reader,
                                                            std::shared_ptr<PlaneRows> rows, const base::Rect& region,
                                                            const ResampledSize& size, const ColorSpaceRef& source,
-                                                           const ColorSpaceRef& target) {
-    auto resampler = make(rows->format(), region, size, source, target);
+                                                           const ColorSpaceRef& target, RowDepth depth) {
+    auto resampler = make(rows->format(), region, size, source, target, depth);
     if (!resampler) return resampler;
     (*resampler)->reader_ = std::move(reader);
     (*resampler)->keepsAll_ = true;
@@ -80,8 +85,9 @@ base::Result<std::unique_ptr<Resampler>> Resampler::create(std::unique_ptr<BandR
 
 base::Result<std::unique_ptr<Resampler>> Resampler::create(std::shared_ptr<const PlaneRows> rows,
                                                            const base::Rect& region, const ResampledSize& size,
-                                                           const ColorSpaceRef& source, const ColorSpaceRef& target) {
-    auto resampler = make(rows->format(), region, size, source, target);
+                                                           const ColorSpaceRef& source, const ColorSpaceRef& target,
+                                                           RowDepth depth) {
+    auto resampler = make(rows->format(), region, size, source, target, depth);
     if (resampler) (*resampler)->rows_ = std::move(rows);
     return resampler;
 }
@@ -227,14 +233,49 @@ base::Result<void> Resampler::readRow(std::uint8_t* pixels) {
     }
     for (std::size_t i = 0; i < planes_.size(); ++i)
         filter(i);
-    store(pixels);
     ++next_;
-    if (!transform_) return {};
+    if (depth_ == RowDepth::bits8) {
+        store(pixels);
+        convert(pixels);
+    } else if (keepsFractions()) {
+        storeHalf(reinterpret_cast<std::uint16_t*>(pixels));
+    } else {
+        store(bytes_.data());
+        convert(bytes_.data());
+        widenToHalf(bytes_.data(), reinterpret_cast<std::uint16_t*>(pixels), outputWidth_);
+    }
+    return {};
+}
+
+void Resampler::convert(std::uint8_t* pixels) {
+    if (!transform_) return;
     const bool premultiplied = kind_ == SampleKind::bgra;
     if (premultiplied) unpremultiply(pixels, outputWidth_);
     transform_->convert(unconverted_.empty() ? pixels : unconverted_.data(), pixels, outputWidth_);
     if (premultiplied) premultiply(pixels, outputWidth_);
-    return {};
+}
+
+/// Whether half pixels come straight from the filter's samples; else from bytes, which the conversion makes.
+bool Resampler::keepsFractions() const {
+    return !transform_ && planeCount(kind_) != 4;
+}
+
+void Resampler::storeHalf(std::uint16_t* pixels) {
+    const auto row = [this](std::size_t plane) { return planes_[plane].row.data(); };
+    switch (kind_) {
+    case SampleKind::bgrx:
+    case SampleKind::bgra:
+        storeHalfPlain(row(0), kind_ == SampleKind::bgrx, outputWidth_, pixels);
+        break;
+    case SampleKind::yCbCr:
+        storeHalfYCbCr(row(0), row(1), row(2), outputWidth_, pixels);
+        break;
+    case SampleKind::gray:
+        storeHalfRGB(row(0), row(0), row(0), outputWidth_, pixels);
+        break;
+    default:
+        storeHalfRGB(row(0), row(1), row(2), outputWidth_, pixels);
+    }
 }
 
 base::Result<void> Resampler::readRest() {
