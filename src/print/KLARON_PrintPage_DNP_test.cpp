@@ -1,125 +1,105 @@
 #include "print/KLARON_PrintPage_DNP.h"
 
-#include "platform/draw/ImageDestination.h"
 #include "print/DNPPlanes.h"
 #include "print/dnp_photo.h"
 #include "support/LogCapture.h"
-#include "support/Pixel.h"
 #include "support/TemporaryDirectory.h"
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <vector>
 
-using support::Pixel, support::red, support::green, support::blue, support::white;
-
 namespace {
 
 class DNPPage : public testing::Test {
 protected:
-    base::URL picture(const Pixel& color) const {
-        const base::URL url =
-            base::URL::fileURLWithPath(folder_ / std::to_string(color.red + 2 * color.green) + ".png");
-        auto bitmap = platform::draw::Bitmap::create(60, 40, platform::draw::ColorSpace::sRGB(), true).value();
-        for (int y = 0; y < 40; ++y)
-            for (int x = 0; x < 60; ++x) {
-                std::uint8_t* pixel = bitmap.mutableRow(y) + 4 * x;
-                pixel[0] = static_cast<std::uint8_t>(color.blue);
-                pixel[1] = static_cast<std::uint8_t>(color.green);
-                pixel[2] = static_cast<std::uint8_t>(color.red);
-            }
-        const auto file = platform::draw::ImageDestination::createWithURL(url, "public.png").value();
-        file->addImage(platform::draw::Image::fromBitmap(bitmap), {});
-        EXPECT_TRUE(file->finalize());
-        return url;
+    // A picture of one grey: a plane is a picture file too.
+    base::URL picture(std::uint8_t grey) const {
+        base::Data file = dnpBlankPlane(60, 40, {300, 300});
+        std::fill(file.bytes.begin() + dnpPlaneHeaderSize, file.bytes.end(), static_cast<std::uint8_t>(255 - grey));
+        return base::URL::fileURLWithPath(folder_.write(std::to_string(grey) + ".bmp", file.asText()));
     }
-    // The colour at a point of a sheet, y up.
-    static Pixel colorAt(const platform::filter::FilterImageRef& image, double x, double y) {
-        const auto raster = platform::filter::FilterContext().render(image, {x, y, 1, 1}).value();
-        return {raster.row(0)[0], raster.row(0)[1], raster.row(0)[2]};
+    // The red at a point of a sheet, y up.
+    static int valueAt(const platform::filter::FilterImageRef& image, double x, double y) {
+        return platform::filter::FilterContext().render(image, {x, y, 1, 1}).value().row(0)[0];
     }
     support::TemporaryDirectory folder_;
     KLARON_PrintPage_DNP page_;
 };
 
-TEST_F(DNPPage, EachFrameOfASheetGetsItsPicture) {
+TEST_F(DNPPage, EachFrameOfASheetGetsItsPictureAndFilters) {
     struct Case {
         std::int32_t multicut, quality;
-        std::vector<Pixel> pictures;
-        std::vector<Pixel> frames; // none: one picture over the whole sheet
+        std::vector<std::uint8_t> pictures;
+        std::vector<int> frames; // none: one picture over the whole sheet
+        std::size_t darkened = 9;
     };
-    for (const Case& c : std::vector<Case>{{12, 0, {red, green, blue}, {red, green}},
-                                           {12, 10, {red, green}, {red, green}},
-                                           {12, 0, {red}, {}},
-                                           {20, 0, {red, green}, {red, green, green}},
-                                           {95, 30, {red, green, blue}, {red, green, blue, blue, blue, blue, blue}}}) {
+    const auto darkness = KLARON_PrintPage::filtersForOLDVELMColorAdjustments({{"Brightness", -1.0}}).at(0);
+    for (const Case& c : std::vector<Case>{{12, 0, {20, 90, 200}, {20, 90}},
+                                           {12, 10, {20, 90}, {20, 90}},
+                                           {12, 0, {20}, {}},
+                                           {20, 0, {20, 90}, {20, 90, 90}},
+                                           {20, 0, {20, 90}, {20, 0, 90}, 1}, // surplus frames have no filters
+                                           {95, 30, {20, 90, 200}, {20, 90, 200, 200, 200, 200, 200}}}) {
         SCOPED_TRACE(testing::Message() << c.multicut << " with " << c.pictures.size());
         page_.setMulticut(c.multicut);
         page_.setQuality(c.quality);
         std::vector<base::URL> urls;
-        for (const Pixel& color : c.pictures)
-            urls.push_back(picture(color));
+        std::vector<platform::filter::Filters> filters;
+        for (const std::uint8_t grey : c.pictures) {
+            filters.push_back(urls.size() == c.darkened ? darkness : platform::filter::Filters());
+            urls.push_back(picture(grey));
+        }
         page_.setInputImages(urls);
+        page_.setImageFilters(filters);
         const auto image = page_.imagePreProcessWithOptions();
         ASSERT_TRUE(image);
         EXPECT_EQ(image->extent(), (base::Rect{0, 0, page_.outputSize().width, page_.outputSize().height}));
         const auto frames = dnp_framesForMulticut(c.multicut, page_.hiRes());
         for (std::size_t i = 0; i < frames.size(); ++i) {
             const base::Rect frame = base::rectFromString(frames[i]);
-            const Pixel& wanted = c.frames.empty() ? red : c.frames.at(i);
-            EXPECT_EQ(colorAt(image, frame.x, frame.y + 2), wanted) << i;
-            EXPECT_EQ(colorAt(image, frame.maxX() - 1, frame.maxY() - 3), wanted) << i;
-            if (c.multicut == 12 && i == 0) { // where the sheet is cut
-                EXPECT_EQ(colorAt(image, 900, frame.maxY() + 4), c.frames.empty() ? red : white);
-            }
+            const int wanted = c.frames.empty() ? c.pictures[0] : c.frames.at(i);
+            EXPECT_EQ(valueAt(image, frame.x, frame.y), wanted) << i;
+            EXPECT_EQ(valueAt(image, frame.maxX() - 1, frame.maxY() - 1), wanted) << i;
+        }
+        if (c.multicut == 12) { // where the sheet is cut
+            EXPECT_EQ(valueAt(image, 900, page_.outputSize().height / 2), c.frames.empty() ? 20 : 255);
         }
     }
 }
 
-TEST_F(DNPPage, FiltersBelongToTheirFrame) {
-    page_.setMulticut(20);
-    page_.setInputImages({picture(red), picture(green)});
-    const auto darkness = KLARON_PrintPage::filtersForOLDVELMColorAdjustments({{"Brightness", -1.0}});
-    page_.setImageFilters({{}, darkness.at(0)});
-    const auto image = page_.imagePreProcessWithOptions();
-    EXPECT_EQ(colorAt(image, 1000, 600), red);
-    EXPECT_EQ(colorAt(image, 1000, 1900), Pixel());
-    EXPECT_EQ(colorAt(image, 1000, 3100), green); // the same picture again, for which there is no filter
-}
-
 TEST_F(DNPPage, PlanesAreMadeOfWholeSheetsOnly) {
-    const base::URL missing = base::URL::fileURLWithPath(folder_ / "missing.png");
+    const base::URL good = picture(20), missing = base::URL::fileURLWithPath(folder_ / "missing.png");
     const support::LogCapture log;
     std::size_t failures = 0;
-    for (const std::int32_t multicut : {0, 2, 8})
-        for (const auto& urls : {std::vector<base::URL>{}, {missing}, {picture(red)}, {picture(red), missing}}) {
+    for (const std::int32_t multicut : {0, 2, 13})
+        for (const auto& urls : {std::vector<base::URL>{}, {missing}, {good}, {good, missing}}) {
+            SCOPED_TRACE(testing::Message() << multicut << " with " << urls.size());
             page_.setMulticut(multicut);
             page_.setQuality(multicut == 2 ? 30 : 0);
             page_.setIsDuplex(multicut == 2);
-            page_.setOvercoatBackside(false);
             page_.setInputImages(urls);
             const auto planes = page_.YMCDataPlanes();
-            // A page of one frame takes the first of its pictures.
-            const bool isWhole = multicut != 0 && !urls.empty() && urls.front() != missing;
-            ASSERT_EQ(planes.has_value(), isWhole) << multicut << " with " << urls.size();
+            const bool isWhole =
+                multicut != 0 && !urls.empty() && urls[0] == good && (urls.size() == 1 || multicut == 2);
+            ASSERT_EQ(planes.has_value(), isWhole);
             failures += !isWhole;
             if (!isWhole) continue;
             ASSERT_EQ(planes->size(), multicut == 2 ? 6u : 3u);
             for (std::size_t i = 0; i < planes->size(); ++i) {
                 const auto plane = dnpReadPlane((*planes)[i].asText()).value();
                 EXPECT_EQ(plane.width, multicut == 2 ? 1920 : 2560);
-                EXPECT_EQ(plane.height, multicut == 2 ? 2480 : 1236);
+                EXPECT_EQ(plane.height, multicut == 2 ? 2480 : 2502);
                 EXPECT_EQ(plane.verticalPixelsPerMetre, multicut == 2 ? 23622u : 11811u);
-                // Red takes yellow and magenta, and no cyan.
-                const std::size_t middle = plane.pixels.size() / 2 + static_cast<std::size_t>(plane.width / 2);
-                EXPECT_EQ(plane.pixels[middle], i < 2 ? 0 : 255) << i;
+                EXPECT_EQ(plane.pixels[plane.pixels.size() / 2 + 900], i < 3 ? 20 : 255) << i;
             }
         }
     EXPECT_EQ(log.count("FAILED to raster data"), failures);
     page_.setOvercoatBackside(true);
-    page_.setInputImages({picture(red)});
+    page_.setInputImages({good});
     EXPECT_EQ(page_.YMCDataPlanes()->size(), 6u);
     page_.setMulticut(0);
     const auto preview = page_.imagePreProcessWithOptions({{"isPreviewImage", true}, {"previewSize", "{30, 30}"}});
