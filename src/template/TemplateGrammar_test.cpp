@@ -101,7 +101,6 @@ TEST(TemplateGrammar, BodiesAreContainersWithNameAndSize) {
         {R"(<layout size="{300, 200}"/>)", "layout", {0, 0, 300, 200}},
         {R"(<Portrait id="a" key="b"/>)", "b", {}},
         {R"(<square name="s" size="{5, 5}"><width>7</width></square>)", "s", {0, 0, 7, 5}},
-        {R"(<node><name>child</name></node>)", "child", {}},
     };
     for (const auto& test : cases) {
         const auto body = templateFrom(test.xml);

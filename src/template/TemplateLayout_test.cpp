@@ -1,51 +1,12 @@
-// What the layout tells beside the places, which stand with their pictures in tests/golden.
+// What a layout tells of layers that are left out and of texts. The places stand with their pictures in tests/golden.
 #include "internal/TemplateFixture.h"
 #include "template/TemplateLayout.h"
-
-#include "platform/draw/ImageMetadata.h"
 
 using namespace template_testing;
 
 namespace {
 
-TEST(TemplateLayout, SaysWhatOfAPictureShowsWhere) {
-    const support::TemporaryDirectory files;
-    const std::string resize = "<gravity>resize</gravity>";
-    const struct {
-        int orientation;
-        std::string_view type;
-        std::string inside;
-        base::Rect shown, rect = {10, 5, 80, 60};
-    } cases[] = {
-        {1, "graphic", "", {20, 0, 80, 60}},
-        {6, "graphic", "", {0, 37, 60, 46}},
-        {3, "graphic", "<gravity>resizeAspect</gravity>", {0, 0, 120, 60}, {10, 15, 80, 40}},
-        {8, "graphic", resize + "<croprect>{{10, 20}, {30, 40}}</croprect>", {10, 20, 30, 40}},
-        {6, "graphic", resize + "<croprect normal='yes'>{{0.5, 0}, {0.5, 0.25}}</croprect>", {30, 0, 30, 30}},
-        {6, "image", resize + "<croprect>{{30, 0}, {30, 30}}</croprect>", {0, 0, 30, 30}},
-        {1, "image", resize + "<border width='5' clipsContent='no'>yes</border>", {0, 0, 120, 60}, {15, 10, 70, 50}},
-        {1, "image", "<croprect>{{500, 0}, {30, 30}}</croprect>", {}},
-        {1, "image", "<border width='50' clipsContent='no'>yes</border>", {}, {50, 35, 0, 0}},
-    };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(&test - cases);
-        const auto path = files / "picture.png";
-        writePicture(path, halves(120, 60, "#F00", "#00F"), "public.png",
-                     {{std::string(platform::draw::kCGImagePropertyOrientation), test.orientation}});
-        const auto document = templateFrom("<layout size='{100, 70}'><layer type='" + std::string(test.type) +
-                                           "' frame='{{10, 5}, {80, 60}}'><filepath>" + path + "</filepath>" +
-                                           test.inside + "</layer></layout>");
-        const auto layers = layoutOf(*document);
-        ASSERT_EQ(layers.size(), 1u);
-        ASSERT_TRUE(layers[0].picture);
-        const PictureLayout& picture = *layers[0].picture;
-        EXPECT_EQ(picture.file, path);
-        EXPECT_EQ(picture.shown, test.shown);
-        EXPECT_EQ(picture.rect, test.rect);
-    }
-}
-
-TEST(TemplateLayout, TellsTheLinesOfTextsAndWhyLayersAreLeftOut) {
+TEST(TemplateLayout, TellsWhyLayersAreLeftOutAndWhatDrawsATextWhoseFontIsMissing) {
     const support::TemporaryDirectory files;
     const auto broken = files.write("broken.png", "no picture");
     files.write("node.xml", fileOf("<layer type='textbox' frame='{{5, 5}, {90, 9}}'><string>a\tb\"</string>"

@@ -100,29 +100,6 @@ TEST_F(TemplateLoading, TheLastBodyIsTheDocument) {
     EXPECT_EQ(document->changeCount(), count + 2);
 }
 
-TEST_F(TemplateLoading, ANodeTakesThePlaceOfItsLayer) {
-    const LogCapture log;
-    files.write("Nodes/n.xml", fileOf("<layer key='inner' frame='{{90, 90}, {20, 20}}'/>"));
-    const auto document = VELM_Template::instanceWithXMLObject(files.write(
-        "t.xml", fileOf("<layer type='node' key='k' zindex='5' frame='{{1, 2}, {30, 40}}'>"
-                        "<filepath>n.xml</filepath><border>yes</border></layer>"
-                        "<layer type='node' frame='{{1, 2}, {3, 4}}'><filename>gone.xml</filename></layer>")));
-    ASSERT_TRUE(document);
-    const auto layers = document->layers();
-    ASSERT_EQ(layers.size(), 2U);
-    EXPECT_TRUE(layers[0]->isTypeNode());
-    EXPECT_EQ(layers[0]->renderError(), std::nullopt);
-    const auto node = layers[1];
-    EXPECT_TRUE(node->isTypeContainer());
-    EXPECT_EQ(node->parent(), document);
-    EXPECT_EQ(node->graphicPath(), Value("n.xml"));
-    EXPECT_EQ(node->key(), "k");
-    EXPECT_EQ(node->frame(), (base::Rect{1, 2, 30, 40}));
-    EXPECT_FALSE(node->hasBorder());
-    ASSERT_EQ(node->layers().size(), 1U);
-    EXPECT_EQ(node->layers()[0]->frame(), (base::Rect{90, 90, 20, 20}));
-}
-
 std::string nodeLayer(std::string_view file) {
     return "<layer type='node' frame='{{0, 0}, {50, 50}}'><filepath>" + std::string(file) + "</filepath></layer>";
 }
