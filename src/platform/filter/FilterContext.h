@@ -33,7 +33,8 @@ public:
                            WorkingFormat workingFormat = WorkingFormat::rgba8);
 
     /// `rect` has whole numbers, y up; the raster's first row is its top. What the image doesn't cover is transparent.
-    /// Bits are 8 or 16. Fails for an empty, infinite or too large rectangle, and when a picture can't be decoded whole.
+    /// Bits are 8 or 16. Fails for an empty, infinite or too large rectangle, and when a picture can't be decoded
+    /// whole.
     base::Result<platform::draw::Raster> render(const FilterImageRef& image, const base::Rect& rect,
                                                 int bitsPerComponent = 8, RenderStatistics* statistics = nullptr) const;
 
