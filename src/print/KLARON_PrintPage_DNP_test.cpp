@@ -103,7 +103,7 @@ TEST_F(DNPPage, PlanesAreMadeOfWholeSheetsOnly) {
     EXPECT_EQ(page_.YMCDataPlanes()->size(), 6u);
     page_.setMulticut(0);
     const auto preview = page_.imagePreProcessWithOptions({{"isPreviewImage", true}, {"previewSize", "{30, 30}"}});
-    EXPECT_EQ(preview->extent().size(), (base::Size{30, 20}));
+    EXPECT_EQ(preview->extent().size(), (base::Size{30, 30})); // 30 x 20 and white around it
 }
 
 TEST_F(DNPPage, OldPagesChooseALayoutOfTheirMedium) {
