@@ -333,7 +333,6 @@ void declarePackets(CLI::App& dnp, const Chosen& chosen) {
     });
 }
 
-#if __has_include("DnpPlanes.cpp")
 // Planes ---------------------------------------------------------------------------------------------------------
 
 void declarePlanes(CLI::App& dnp, const Chosen& chosen) {
@@ -370,8 +369,6 @@ void declarePicture(CLI::App& dnp, const Chosen& chosen) {
     });
 }
 
-#endif
-
 } // namespace
 
 void declareDnp(CLI::App& app, const Chosen& chosen) {
@@ -380,10 +377,8 @@ void declareDnp(CLI::App& app, const Chosen& chosen) {
     declareTable(*command, chosen);
     declarePacket(*command, chosen);
     declarePackets(*command, chosen);
-#if __has_include("DnpPlanes.cpp")
     declarePlanes(*command, chosen);
     declarePicture(*command, chosen);
-#endif
 }
 
 } // namespace velmctl
