@@ -4,6 +4,7 @@
 #include "internal/LightCoding.h"
 #include "internal/PictureFormat.h"
 #include "internal/RecentlyUsed.h"
+#include "internal/TableTransform.h"
 #include "platform/draw/ColorRows.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <cstring>
 #include <functional>
 #include <optional>
+#include <random>
 #include <vector>
 
 namespace platform::draw {
@@ -33,7 +35,8 @@ base::Result<void> unconvertible(const ColorSpaceRef& space) {
 using Curve = std::function<double(double)>; ///< From a coded value of 0 to 1 to light.
 
 double lightOfSRGB(double value) {
-    return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+    const double amount = std::abs(value);
+    return std::copysign(amount <= 0.04045 ? amount / 12.92 : std::pow((amount + 0.055) / 1.055, 2.4), value);
 }
 
 double codeOfSRGB(double light) {
@@ -175,18 +178,6 @@ std::optional<PlainProfile> plainProfileOf(cmsHPROFILE profile, const ColorSpace
     return plain;
 }
 
-Profile wideProfile() {
-    // Room for every colour of a surface; sRGB's white, so that its greys are greys here.
-    constexpr cmsCIExyY white{0.3127, 0.3290, 1};
-    constexpr cmsCIExyYTRIPLE colors{{0.7347, 0.2653, 1}, {0.1596, 0.8404, 1}, {0.0366, 0.0001, 1}};
-    constexpr double curve[] = {2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045};
-    cmsToneCurve* made = cmsBuildParametricToneCurve(nullptr, 4, curve);
-    cmsToneCurve* const curves[] = {made, made, made};
-    Profile profile(cmsCreateRGBProfile(&white, &colors, curves));
-    cmsFreeToneCurve(made);
-    return profile;
-}
-
 // ---- From light to coded values
 
 /// By primaries and curves.
@@ -208,41 +199,101 @@ private:
     std::vector<CodeCurve> curves_; // none for sRGB's, one, or three
 };
 
-/// By a profile's tables: 16 bits of the wide space go in.
+/// The cube root of CIE Lab, from 0.
+const CodeCurve& labCurve() {
+    static const auto* curve = new CodeCurve(tableOf([](double light) {
+        return light > 216.0 / 24389 ? std::cbrt(light) - 16.0 / 116 : light * 841 / 108;
+    })); // outlives every user at exit
+    return *curve;
+}
+
+/// By a profile's tables, which start from CIE Lab: so far colours are computed, and every colour has its place there.
 class TableCoder final : public LightCoder {
 public:
-    TableCoder(Transform transform, const Matrix3& toWide, bool isGray)
-        : transform_(std::move(transform)), toWide_(toWide), isGray_(isGray) {}
+    /// `black` is what the device's darkest colour measures; light's black becomes that.
+    TableCoder(Transform fromLab, const cmsCIEXYZ& black, bool isGray) : fromLab_(std::move(fromLab)), isGray_(isGray) {
+        const cmsCIEXYZ white = *cmsD50_XYZ();
+        const double whites[] = {white.X, white.Y, white.Z};
+        const double blacks[] = {black.X, black.Y, black.Z};
+        Matrix matrix = primariesOfSRGB();
+        for (std::size_t i = 0; i < 3; ++i) {
+            for (double& share : matrix[i])
+                share *= (whites[i] - blacks[i]) / (whites[i] * whites[i]);
+            offset_[i] = static_cast<float>(blacks[i] / whites[i]);
+        }
+        matrix_ = inFloats(matrix);
+    }
+
     void code(const float* light, float* out, std::size_t count) const override {
-        const CodeCurve* const curves[3] = {&sRGBCode(), &sRGBCode(), &sRGBCode()};
-        std::array<float, 4 * chunk> wide;
+        for (std::size_t done = 0; done < count; done += chunk)
+            codeChunk(light + 4 * done, out + 4 * done, std::min(chunk, count - done));
+    }
+
+    static constexpr cmsUInt32Number labFormat =
+        COLORSPACE_SH(PT_Lab) | CHANNELS_SH(3) | BYTES_SH(2) | EXTRA_SH(1); // a word is left over
+
+private:
+    void codeChunk(const float* light, float* out, std::size_t count) const {
+        std::array<float, 4 * chunk> lab;
+        std::array<float, chunk> alphas;
+        applyMatrix(light, matrix_, count, lab.data());
+        for (std::size_t i = 0; i < count; ++i)
+            for (std::size_t k = 0; k < 3; ++k)
+                lab[4 * i + k] += offset_[k];
+        codeLight(lab.data(), {&labCurve(), &labCurve(), &labCurve()}, count, lab.data());
+        for (std::size_t i = 0; i < count; ++i) {
+            float* pixel = &lab[4 * i];
+            const float x = pixel[0], y = pixel[1], z = pixel[2];
+            pixel[0] = 1.16f * y;
+            pixel[1] = (500 * (x - y) + 128) * (1.0f / 255);
+            pixel[2] = (200 * (y - z) + 128) * (1.0f / 255);
+            alphas[i] = pixel[3];
+            pixel[3] = 1;
+        }
         std::array<std::uint16_t, 4 * chunk> words;
-        for (; count > 0;
-             light += 4 * std::min(chunk, count), out += 4 * std::min(chunk, count), count -= std::min(chunk, count)) {
-            const std::size_t part = std::min(chunk, count);
-            applyMatrix(light, toWide_, part, wide.data());
-            codeLight(wide.data(), curves, part, wide.data());
-            std::array<float, chunk> alphas;
-            for (std::size_t i = 0; i < part; ++i) {
-                alphas[i] = wide[4 * i + 3];
-                wide[4 * i + 3] = 1;
-            }
-            storeWords(wide.data(), part, words.data());
-            std::array<std::uint16_t, 3 * chunk> result;
-            cmsDoTransform(transform_.get(), words.data(), result.data(), static_cast<cmsUInt32Number>(part));
-            for (std::size_t i = 0; i < part; ++i) {
-                for (std::size_t k = 0; k < 3; ++k)
-                    out[4 * i + k] = static_cast<float>(result[isGray_ ? i : 3 * i + k]) * (1.0f / 65535);
-                out[4 * i + 3] = alphas[i];
-            }
+        std::array<std::uint16_t, 3 * chunk> result;
+        storeWords(lab.data(), count, words.data());
+        cmsDoTransform(fromLab_.get(), words.data(), result.data(), static_cast<cmsUInt32Number>(count));
+        for (std::size_t i = 0; i < count; ++i) {
+            for (std::size_t k = 0; k < 3; ++k)
+                out[4 * i + k] = static_cast<float>(result[isGray_ ? i : 3 * i + k]) * (1.0f / 65535);
+            out[4 * i + 3] = alphas[i];
         }
     }
 
-private:
-    Transform transform_;
-    Matrix3 toWide_;
+    Transform fromLab_;
     bool isGray_;
+    Matrix3 matrix_;
+    std::array<float, 3> offset_;
 };
+
+/// Whether two ways from Lab to a device give the same to a quarter of a step of 8 bits, by a sample that is the same
+/// each time.
+bool agree(cmsHTRANSFORM one, cmsHTRANSFORM other, std::size_t channels) {
+    constexpr std::size_t count = 4096;
+    std::vector<std::uint16_t> colors(4 * count), first(channels * count), second(channels * count);
+    std::minstd_rand random(1);
+    for (std::uint16_t& value : colors)
+        value = static_cast<std::uint16_t>(random() >> 8);
+    cmsDoTransform(one, colors.data(), first.data(), count);
+    cmsDoTransform(other, colors.data(), second.data(), count);
+    return std::equal(first.begin(), first.end(), second.begin(), [](int a, int b) { return std::abs(a - b) <= 64; });
+}
+
+/// From Lab to the device: in one table of the profile's own points, where that is the same as walking through it.
+Transform transformFromLab(cmsHPROFILE profile, bool isGray) {
+    const Profile lab(cmsCreateLab4Profile(nullptr));
+    const auto made = [&](cmsUInt32Number flags) {
+        return Transform(cmsCreateTransform(lab.get(), TableCoder::labFormat, profile,
+                                            isGray ? TYPE_GRAY_16 : TYPE_RGB_16, INTENT_RELATIVE_COLORIMETRIC,
+                                            flags | cmsFLAGS_NOCACHE));
+    };
+    Transform exact = made(cmsFLAGS_NOOPTIMIZE);
+    const cmsUInt32Number points = gridPoints(profile, TableDirection::fromLab, INTENT_RELATIVE_COLORIMETRIC);
+    if (!exact || points < 2 || points > mostGridPoints) return exact;
+    Transform fast = made(cmsFLAGS_GRIDPOINTS(points) | cmsFLAGS_CLUT_PRE_LINEARIZATION | cmsFLAGS_NOWHITEONWHITEFIXUP);
+    return fast && agree(fast.get(), exact.get(), isGray ? 1 : 3) ? std::move(fast) : std::move(exact);
+}
 
 base::Result<CoderRef> makeCoder(const ColorSpaceRef& space) {
     if (space->isSRGB()) return std::make_shared<CurveCoder>(std::nullopt, std::vector<CodeCurve>{});
@@ -259,15 +310,11 @@ base::Result<CoderRef> makeCoder(const ColorSpaceRef& space) {
         if (const auto fromXYZ = inverse(plain->toXYZ))
             return std::make_shared<CurveCoder>(inFloats(product(*fromXYZ, own)), std::move(curves));
     }
-    const Profile wide = wideProfile();
-    const auto primaries = wide ? primariesOf(wide.get()) : std::nullopt;
-    const auto fromXYZ = primaries ? inverse(*primaries) : std::nullopt;
-    if (!fromXYZ) return base::failure(unconvertible(space).error());
-    Transform transform(cmsCreateTransform(wide.get(), TYPE_RGBA_16, profile.get(), isGray ? TYPE_GRAY_16 : TYPE_RGB_16,
-                                           INTENT_RELATIVE_COLORIMETRIC,
-                                           cmsFLAGS_BLACKPOINTCOMPENSATION | cmsFLAGS_GRIDPOINTS(65)));
-    if (!transform) return base::failure(unconvertible(space).error());
-    return std::make_shared<TableCoder>(std::move(transform), inFloats(product(*fromXYZ, primariesOfSRGB())), isGray);
+    Transform fromLab = transformFromLab(profile.get(), isGray);
+    if (!fromLab) return base::failure(unconvertible(space).error());
+    cmsCIEXYZ black{0, 0, 0};
+    cmsDetectDestinationBlackPoint(&black, profile.get(), INTENT_RELATIVE_COLORIMETRIC, 0);
+    return std::make_shared<TableCoder>(std::move(fromLab), black, isGray);
 }
 
 // ---- From rows to light
@@ -373,7 +420,7 @@ private:
 };
 
 base::Result<LightRef> makeLight(const ColorSpaceRef& space, RowDepth depth) {
-    if (space->isSRGB()) return std::make_shared<LoadedRows>(depth, std::vector<Curve>{ExtendedCurve(lightOfSRGB)});
+    if (space->isSRGB()) return std::make_shared<LoadedRows>(depth, std::vector<Curve>{lightOfSRGB});
     const Profile profile = openProfile(space->iccData().bytes);
     if (!profile) return base::failure(unconvertible(space).error());
     if (const auto plain = plainProfileOf(profile.get(), space)) {

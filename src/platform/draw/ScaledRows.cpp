@@ -353,9 +353,11 @@ base::Result<RowReaderRef> placedImage(const ImageRef& image, int quarterTurns, 
         if (!sized) return sized;
         return std::make_unique<PlacedRows>(std::move(*sized), placed.x, placed.y, visible);
     }
-    const auto isSmaller =
+    // Colours are converted after the filter, as for upright pictures, so what needs that is kept as it is delivered.
+    const bool converts = image->colorSpace() != rowSpace && !(image->colorSpace()->isSRGB() && rowSpace->isSRGB());
+    const bool isSmaller =
         std::int64_t{1} * columns.count() * rows.count() <= std::int64_t{1} * image->width() * image->height();
-    if (isSmaller) {
+    if (isSmaller || converts) {
         auto sized = imageRows(image, sizeOf(placed), depth, rowSpace, quality);
         if (!sized) return sized;
         auto turned = std::make_unique<TurnedRows>(std::move(*sized), placed.turned, columns.reversed, rows.reversed);
