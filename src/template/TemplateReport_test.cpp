@@ -137,8 +137,6 @@ TEST_F(TemplateReports, TellWhereEachValueStands) {
         const char *name, *element;
         TemplateReport::Place place;
     } cases[] = {
-        {*document, "frame", Kind::attribute, "size", "layout", {path, 2}},
-        {*layers[0], "frame", Kind::element, "startx", "startx", {path, 4}},
         {*layers[0], "blur", Kind::attribute, "blur", "shadow", {path, 4}},
         {*layers[0], "key", Kind::element, "filepath", "filepath", {path, 4}},
         {*layers[1], "filepath", Kind::node, "filename", "filename", {path, 6}},

@@ -251,13 +251,10 @@ TEST(VELM_Template, IsDescribedByItsType) {
         std::string xml;
         std::string description;
     } cases[] = {
-        {"<layer type='image' frame='{{1, 2}, {3, 4}}'><gravity>odd</gravity></layer>",
-         "image {{1, 2}, {3, 4}}:Internal Preprocessed Template Image:->(no filename set!;gravity->(odd))"},
         {"<layer type='textbox'><string>Hi</string><font size='7'>F</font>"
          "<shadow blur='2' color='#123' offset='{3, 4}'>yes</shadow></layer>",
          "textbox {{0, 0}, {0, 0}}:Hi:7:->('Hi';font->(F:7);textcolor->(#000000);"
          "shadow->(#1235; x:3.000000; y:4.000000; blur:2))"},
-        {"<layer/>", "(null) {{0, 0}, {0, 0}}:"},
         {"<layout size='{5, 6}'><layer type='canvas' zindex='1'/></layout>",
          "VELM_Template\n  frame = {{0, 0}, {5, 6}};\n  frame = {{0, 0}, {5, 6}}\n"
          "  layers =   canvas {{0, 0}, {0, 0}}:\n  name = layout\n  type = container"},
