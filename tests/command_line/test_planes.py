@@ -60,9 +60,8 @@ class Planes(unittest.TestCase):
 
     def test_failures_name_the_file(self):
         self.write_planes("--paper", "6x4")
-        (self.home.path / "a.jpg").unlink()
-        damaged = self.planes / "M.bmp"
-        damaged.write_bytes(damaged.read_bytes()[:-1])
+        for damaged, lost in ((self.home.path / "a.jpg", 1000), (self.planes / "M.bmp", 1)):
+            damaged.write_bytes(damaged.read_bytes()[:-lost])
         self.home.write("old.plist", "no list")
         for command, words in ((("planes", "p.printpage", "-o", "Other"), "a.jpg"),
                                (("planes", "Planes/Y.bmp", "-o", "Other"), "Planes/Y.bmp"),

@@ -4,6 +4,7 @@
 #include "base/Path.h"
 #include "base/Text.h"
 #include "platform/data/AtomicFile.h"
+#include "platform/filter/FilterContext.h"
 #include "platform/filter/FilterImage.h"
 #include "print/OldPage.h"
 
@@ -44,7 +45,12 @@ base::Error whyNoRaster(KLARON_PrintPage& page, const std::string& path) {
     for (const base::URL& url : page.inputImages())
         if (const auto picture = platform::filter::FilterImage::imageWithContentsOfURL(url, true); !picture)
             return picture.error();
-    return because("the page's picture can't be rendered");
+    // Again, to hear the reason.
+    const auto image = page.imagePreProcessWithOptions();
+    if (!image) return because("the page has no image");
+    const platform::filter::FilterContext context(page.outputColorSpace(), page.rasterContextFormatWorking());
+    const auto raster = context.render(image, image->extent().integral());
+    return because(raster ? "the page's image can't be handed over" : raster.error().localizedDescription);
 }
 
 } // namespace velmctl
