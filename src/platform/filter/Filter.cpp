@@ -139,6 +139,19 @@ Numbers numbersOf(const base::Value& value, const Input& input) {
     return numbers;
 }
 
+/// A vector on its way into an archive.
+struct ArchivedVector : base::Object {
+    explicit ArchivedVector(base::Array numbers) : components(std::move(numbers)) {}
+    std::string className() const override { return "CIVector"; }
+    std::optional<base::Dictionary> encoded() override {
+        base::Dictionary values{{"CICount", components.size()}};
+        for (std::size_t i = 0; i < components.size(); ++i)
+            values.emplace("CI_" + std::to_string(i), components[i].doubleValue());
+        return values;
+    }
+    base::Array components;
+};
+
 base::Value valueOf(const Input& input) {
     if (!input.isVector) return input.otherwise[0];
     return base::Array(input.otherwise.begin(), input.otherwise.end());
@@ -189,7 +202,12 @@ std::string Filter::description() const {
 }
 
 std::optional<base::Dictionary> Filter::encoded() {
-    return inputs_;
+    base::Dictionary values{{"CIName", name_}};
+    for (const auto& [key, value] : inputs_) {
+        const auto* components = value.as<base::Array>();
+        values.emplace("CI_" + key, components ? base::Value(std::make_shared<ArchivedVector>(*components)) : value);
+    }
+    return values;
 }
 
 } // namespace platform::filter

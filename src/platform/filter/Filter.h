@@ -38,7 +38,7 @@ public:
     bool isEqual(const base::Object& other) const override;
     std::size_t hash() const override;
     std::string description() const override;
-    /// The archived form.
+    /// The archived form: the inputs with "CI_" before their keys, vectors as "CIVector" objects, and "CIName".
     std::optional<base::Dictionary> encoded() override;
 
 private:

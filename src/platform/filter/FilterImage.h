@@ -31,7 +31,7 @@ public:
     /// Without bounds, as a colour is. Its extent is then a finite rectangle beyond all sense.
     bool isInfinite() const;
 
-    /// As EXIF numbers them, 1 to 8; the extent then begins at the origin. Other numbers change nothing.
+    /// As EXIF numbers them, 2 to 8; the extent then begins at the origin. Other numbers change nothing.
     FilterImageRef imageByApplyingOrientation(int orientation) const;
     /// Lanczos, by the same factor in both directions, about the origin. A scale that is not positive and finite gives
     /// an empty image. Scales and transforms in a row become one resampling.
