@@ -77,67 +77,52 @@ TEST_F(DNPPage, PlanesAreMadeOfWholeSheetsOnly) {
     std::size_t failures = 0;
     for (const std::int32_t multicut : {0, 2, 13})
         for (const auto& urls : {std::vector<base::URL>{}, {missing}, {good}, {good, missing}}) {
-            SCOPED_TRACE(testing::Message() << multicut << " with " << urls.size());
             page_.setMulticut(multicut);
-            page_.setQuality(multicut == 2 ? 30 : 0);
             page_.setIsDuplex(multicut == 2);
+            page_.setOvercoatBackside(multicut == 13);
             page_.setInputImages(urls);
             const auto planes = page_.YMCDataPlanes();
-            const bool isWhole =
-                multicut != 0 && !urls.empty() && urls[0] == good && (urls.size() == 1 || multicut == 2);
-            ASSERT_EQ(planes.has_value(), isWhole);
-            failures += !isWhole;
-            if (!isWhole) continue;
-            ASSERT_EQ(planes->size(), multicut == 2 ? 6u : 3u);
-            for (std::size_t i = 0; i < planes->size(); ++i) {
-                const auto plane = dnpReadPlane((*planes)[i].asText()).value();
-                EXPECT_EQ(plane.width, multicut == 2 ? 1920 : 2560);
-                EXPECT_EQ(plane.height, multicut == 2 ? 2480 : 2502);
-                EXPECT_EQ(plane.verticalPixelsPerMetre, multicut == 2 ? 23622u : 11811u);
-                EXPECT_EQ(plane.pixels[plane.pixels.size() / 2 + 900], i < 3 ? 20 : 255) << i;
-            }
+            const bool isWhole = multicut != 0 && urls.size() == 1 && urls[0] == good;
+            // One frame takes the first of the pictures.
+            ASSERT_EQ(planes.has_value(), isWhole || (multicut == 2 && urls.size() == 2)) << multicut << urls.size();
+            if (!planes) ++failures;
+            for (std::size_t i = 0; planes && i < 6; ++i)
+                EXPECT_EQ(dnpReadPlane(planes->at(i).asText()).value().pixels[1'000'900], i < 3 ? 20 : 255) << i;
         }
     EXPECT_EQ(log.count("FAILED to raster data"), failures);
-    page_.setOvercoatBackside(true);
-    page_.setInputImages({good});
-    EXPECT_EQ(page_.YMCDataPlanes()->size(), 6u);
     page_.setMulticut(0);
-    const auto preview = page_.imagePreProcessWithOptions({{"isPreviewImage", true}, {"previewSize", "{30, 30}"}});
-    EXPECT_EQ(preview->extent().size(), (base::Size{30, 30})); // 30 x 20 and white around it
+    EXPECT_TRUE(page_.imagePreProcessWithOptions({{"isPreviewImage", true}, {"previewSize", "{30, 30}"}}));
 }
 
 TEST_F(DNPPage, OldPagesChooseALayoutOfTheirMedium) {
     for (const std::int64_t printer : {45, 46, 48, 54, 55, 56, 0, 300})
-        for (std::int64_t mediaType = -1; mediaType < 8; ++mediaType)
+        for (std::int64_t type = -1; type < 8; ++type)
             for (std::int64_t cut = -1; cut < 15; ++cut) {
-                SCOPED_TRACE(testing::Message() << printer << ", " << mediaType << ", " << cut);
-                const auto page = KLARON_PrintPage_DNP::initWithOLDVELM(base::Dictionary{
-                    {"printer", printer},
-                    {"mediaSettings", base::Dictionary{{"mediaType", mediaType}, {"cutInHalf", cut}}}});
+                const base::Dictionary media{{"mediaType", type}, {"cutInHalf", cut}};
+                const auto page = KLARON_PrintPage_DNP::initWithOLDVELM(
+                    base::Dictionary{{"printer", printer}, {"mediaSettings", media}});
                 const std::int64_t lastType = printer == 46 || printer == 55 ? 2 : 5;
-                const bool isKnown = printer < 56 && printer > 0 && mediaType > 0 && mediaType <= lastType;
-                EXPECT_EQ(page->reason() == "Unsupported Printer/Media", !isKnown);
-                EXPECT_EQ(dnp_multicutModesForMedia(page->mediaSize()).contains(page->multicut()), isKnown);
+                const bool isKnown = printer < 56 && printer > 0 && type > 0 && type <= lastType;
+                EXPECT_EQ(page->reason() == "Unsupported Printer/Media", !isKnown) << printer << ", " << type;
+                EXPECT_EQ(dnp_multicutModesForMedia(page->mediaSize()).contains(page->multicut()), isKnown)
+                    << printer << ", " << type << ", " << cut;
+                const bool isHalved = (page->mediaSize() == 31 && cut == 3) || (page->mediaSize() == 30 && cut == 2);
+                EXPECT_EQ(page->cutMode(), isHalved ? 120 : 0);
             }
-    using Page = KLARON_PrintPage_DNP;
-    EXPECT_EQ(Page::oldVelm_media(54, 4), 31);
-    EXPECT_EQ(Page::oldVelm_multicut(51, 12), 21);
-    EXPECT_EQ(Page::oldVelm_multicut(40, 3), 4);
-    EXPECT_EQ(Page::oldVelm_cutmode(31, 3) + Page::oldVelm_cutmode(30, 2), 240);
-    EXPECT_EQ(Page::oldVelm_cutmode(31, 2) + Page::oldVelm_cutmode(30, 3) + Page::oldVelm_cutmode(40, 3), 0);
+    EXPECT_EQ(KLARON_PrintPage_DNP::oldVelm_multicut(51, 12), 21);
+    EXPECT_EQ(KLARON_PrintPage_DNP::oldVelm_multicut(40, 3), 4);
 }
 
 TEST_F(DNPPage, CopiesKeepAllAndArchivesLoseTheCutMode) {
     const auto page = std::make_shared<KLARON_PrintPage_DNP>();
     page->configureNamedPaper("dnp6x8");
-    page->setRequiredModel("DNP DS40");
     page->setSheetFed(true);
     page->setOvercoatBackside(true);
     page->setOvercoat(22);
     page->setQuality(30);
     page->setCutMode(120);
-    EXPECT_EQ(page->description(), "DNP DS40 6 x 8, High Density, Luster\n( 6x8 media )");
-    EXPECT_EQ(page->reason(), "No DNP DS40 with 6x8 media");
+    EXPECT_EQ(page->description(), "(null) 6 x 8, High Density, Luster\n( 6x8 media )");
+    EXPECT_EQ(page->reason(), "No printer with 6x8 media");
     const KLARON_PrintPageRef archived = pageFromArchive(archiveOfPage(page).value().asText()).value();
     for (const KLARON_PrintPageRef& other : {page->copy(), archived})
         for (const char* key : {"self.mediaSize", "self.multicut", "self.overcoat", "self.quality", "self.sheetFed",
