@@ -2,10 +2,11 @@
 #include "KLARON_PrintPage.h"
 
 #include "ImageProcessingKeys.h"
-#include "base/MessageTemplate.h"
 #include "RasterForms.h"
+#include "base/MessageTemplate.h"
 #include "platform/draw/Bitmap.h"
 
+#include <algorithm>
 #include <new>
 
 using platform::draw::AlphaInfo;
@@ -65,16 +66,13 @@ struct WorkBuffer {
     }
 };
 
-/// What a shortcut asks for.
-constexpr RasterForm rgb8Chunky{8, false, false};
-constexpr RasterForm rgb8Planar{8, true, false};
-constexpr RasterForm cmy8Chunky{8, false, true};
-constexpr RasterForm cmy8Planar{8, true, true};
-constexpr RasterForm rgb16Chunky{16, false, false};
-constexpr RasterForm rgb16Planar{16, true, false};
-constexpr RasterForm cmy16Chunky{16, false, true};
-constexpr RasterForm cmy16Planar{16, true, true};
+/// A side of an extent without its fraction; what is beyond all buffers stays beyond them.
+std::int64_t wholePixels(double side) {
+    constexpr double beyond = 1e9;
+    return side >= 1 ? static_cast<std::int64_t>(std::min(side, beyond)) : 0;
+}
 
+/// A shortcut leaves what the caller says of "planar" and "cmy" where it does not need them itself.
 RasterBytes rasterInForm(KLARON_PrintPage& page, const RasterForm& form, base::Dictionary* properties) {
     base::Dictionary asked = properties ? *properties : base::Dictionary();
     asked.insert_or_assign(std::string(RasterProperty::bitsPerComponent), form.bitsPerComponent);
@@ -107,8 +105,7 @@ RasterBytes KLARON_PrintPage::imageRasterWithProperties(base::Dictionary* proper
     const FilterImageRef image = imagePreProcessWithOptions();
     if (!image) return {};
     const base::Size size = image->extent().isEmpty() ? base::Size() : image->extent().size();
-    WorkBuffer work{static_cast<std::int64_t>(size.width), static_cast<std::int64_t>(size.height),
-                    form.bitsPerComponent, outputColorSpace()};
+    WorkBuffer work{wholePixels(size.width), wholePixels(size.height), form.bitsPerComponent, outputColorSpace()};
     if (!work.colorSpace || work.colorSpace->model() != ColorModel::rgb) work.colorSpace = ColorSpace::sRGB();
     if (properties) *properties = work.properties();
     auto buffer = work.drawn(image);
@@ -122,27 +119,28 @@ RasterBytes KLARON_PrintPage::imageRasterWithProperties(base::Dictionary* proper
     return std::move(*buffer);
 }
 
+// Each: bits a component, planar, complemented.
 RasterBytes KLARON_PrintPage::rgb_8_chunky(base::Dictionary* properties) {
-    return rasterInForm(*this, rgb8Chunky, properties);
+    return rasterInForm(*this, {8, false, false}, properties);
 }
 RasterBytes KLARON_PrintPage::rgb_8_planar(base::Dictionary* properties) {
-    return rasterInForm(*this, rgb8Planar, properties);
+    return rasterInForm(*this, {8, true, false}, properties);
 }
 RasterBytes KLARON_PrintPage::cmy_8_chunky(base::Dictionary* properties) {
-    return rasterInForm(*this, cmy8Chunky, properties);
+    return rasterInForm(*this, {8, false, true}, properties);
 }
 RasterBytes KLARON_PrintPage::cmy_8_planar(base::Dictionary* properties) {
-    return rasterInForm(*this, cmy8Planar, properties);
+    return rasterInForm(*this, {8, true, true}, properties);
 }
 RasterBytes KLARON_PrintPage::rgb_16_chunky(base::Dictionary* properties) {
-    return rasterInForm(*this, rgb16Chunky, properties);
+    return rasterInForm(*this, {16, false, false}, properties);
 }
 RasterBytes KLARON_PrintPage::rgb_16_planar(base::Dictionary* properties) {
-    return rasterInForm(*this, rgb16Planar, properties);
+    return rasterInForm(*this, {16, true, false}, properties);
 }
 RasterBytes KLARON_PrintPage::cmy_16_chunky(base::Dictionary* properties) {
-    return rasterInForm(*this, cmy16Chunky, properties);
+    return rasterInForm(*this, {16, false, true}, properties);
 }
 RasterBytes KLARON_PrintPage::cmy_16_planar(base::Dictionary* properties) {
-    return rasterInForm(*this, cmy16Planar, properties);
+    return rasterInForm(*this, {16, true, true}, properties);
 }

@@ -28,7 +28,7 @@ std::vector<std::uint32_t> samplesOf(const base::Data& data, int bits) {
     return samples;
 }
 
-// Odd counts leave a rest behind the blocks of the compaction, and more than one block of a plane.
+// Some leave a rest behind the blocks of the compaction; the last is more than one block of a plane.
 constexpr std::size_t counts[] = {0, 1, 2, 3, 4, 7, 8, 9, 31, 4097};
 
 TEST(RasterForms, interleavedSamplesKeepTheirValuesAndComplementedOnesReverse) {
@@ -46,31 +46,6 @@ TEST(RasterForms, interleavedSamplesKeepTheirValuesAndComplementedOnesReverse) {
                 compactPixels(buffer, bits, cmy);
                 EXPECT_EQ(samplesOf(buffer, bits), expected) << bits << " bits, " << count << " pixels, cmy " << cmy;
             }
-}
-
-TEST(RasterForms, planesOf8BitsAreTheInterleavedSamplesApart) {
-    for (const bool cmy : {false, true})
-        for (const std::size_t count : counts) {
-            base::Data interleaved = bufferOf(count, 8);
-            const auto planes = planesOfPixels(interleaved, 8, cmy);
-            compactPixels(interleaved, 8, cmy);
-            for (std::size_t component = 0; component < 3; ++component) {
-                ASSERT_EQ(planes[component].size(), count);
-                for (std::size_t pixel = 0; pixel < count; ++pixel)
-                    ASSERT_EQ(planes[component].bytes[pixel], interleaved.bytes[3 * pixel + component]);
-            }
-        }
-}
-
-TEST(RasterForms, plainPlanesOf16BitsHoldLowBytes) {
-    const auto source = samplesOf(bufferOf(9, 16), 16);
-    const auto planes = planesOfPixels(bufferOf(9, 16), 16, false);
-    for (std::size_t component = 0; component < 3; ++component) {
-        std::vector<std::uint32_t> expected;
-        for (std::size_t pixel = 0; pixel < 9; ++pixel)
-            expected.push_back(source[4 * pixel + component] % 256);
-        EXPECT_EQ(samplesOf(planes[component], 16), expected);
-    }
 }
 
 // The compaction as it goes through the buffer, byte by byte: a pixel is read, complemented and put down at the write
