@@ -7,13 +7,14 @@ import unittest
 from support import SOURCE, CommandLineTest, Picture, photograph
 
 
-DOCUMENTS = {name: (SOURCE / "docs" / f"{name}.md").read_text() for name in ("formats", "templates", "pictures", "operating")}
+DOCUMENTS = {name: (SOURCE / "docs" / f"{name}.md").read_text()
+             for name in ("formats", "templates", "pictures", "operating", "printing")}
 
 
 class DocumentationTest(CommandLineTest):
     def write_files(self, size):
         """The files of the examples, and a photograph beside each ticket and in the home folder."""
-        text = DOCUMENTS["formats"] + DOCUMENTS["templates"]
+        text = DOCUMENTS["formats"] + DOCUMENTS["templates"] + DOCUMENTS["printing"]
         files = re.findall(r"File `([^`]+)`[^`]*(?:`[^`]+`[^`]*)*?\n\n?```xml\n(.*?)```", text, re.DOTALL)
         photograph(self.home.path / "photo.jpg", *size)
         for name, content in files:
@@ -78,6 +79,12 @@ class Operating(DocumentationTest):
         self.write_files((600, 400))
         self.home.velmctl("init")
         self.run_examples("operating", 16)
+
+
+class Printing(DocumentationTest):
+    def test_examples(self):
+        self.write_files((600, 400))
+        self.run_examples("printing", 18)
 
 
 class Pictures(DocumentationTest):
