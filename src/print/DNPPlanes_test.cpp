@@ -13,13 +13,12 @@ namespace {
 constexpr std::size_t head = 1920;
 constexpr std::size_t lines = 6;
 
-struct Case {
-    std::size_t width, height;
-    std::uint32_t alphaInfo = 5;
-    std::size_t bytesPerPixel = 4;
-};
-
 TEST(DNPPlanes, ThePictureThatTheyPrintIsTheRasterButForOneRow) {
+    struct Case {
+        std::size_t width, height;
+        std::uint32_t alphaInfo = 5;
+        std::size_t bytesPerPixel = 4;
+    };
     for (const Case& c :
          std::vector<Case>{{1843, 6}, {1844, 6},  {1919, 6},  {1920, 6},  {1921, 6},  {1922, 6},    {1923, 6},
                            {2531, 6}, {0, 6},     {1, 6},     {1844, 0},  {1844, 1},  {1844, 2},    {1844, 4},
@@ -35,9 +34,8 @@ TEST(DNPPlanes, ThePictureThatTheyPrintIsTheRasterButForOneRow) {
         ASSERT_TRUE(dnpCopyRaster({c.width, c.height, bytesPerRow, 8, c.bytesPerPixel, c.alphaInfo, 0, bytes.data()},
                                   1844, yellow, magenta, cyan));
         EXPECT_EQ(log.has("Premultiplied Alpha may produce unexpected output"), c.alphaInfo == 1 || c.alphaInfo == 2);
-        EXPECT_EQ(log.has("ERROR: Bad input image width; too wide by " + std::to_string(c.width - 1844) +
-                          " pixels (this should be a crasher)."),
-                  c.width > 1921);
+        const std::string excess = std::to_string(c.width - 1844) + " pixels (this should be a crasher).";
+        EXPECT_EQ(log.has("ERROR: Bad input image width; too wide by " + excess), c.width > 1921);
 
         const auto plane = [](const base::Data& file) { return dnpReadPlane(file.asText()).value(); };
         const auto picture = dnpPictureOfPlanes(plane(yellow), plane(magenta), plane(cyan)).value();
@@ -48,15 +46,13 @@ TEST(DNPPlanes, ThePictureThatTheyPrintIsTheRasterButForOneRow) {
         const std::size_t cut = c.width > head ? (c.width - head) / 2 : 0;
         std::size_t different = 0;
         for (std::size_t y = 0; y < lines; ++y)
-            for (std::size_t x = 0; x < head; ++x)
-                for (std::size_t component = 0; component < 3; ++component) {
-                    const bool isPaper = y < above || y == lines - 1 || x < margin || x - margin + cut >= c.width;
-                    const std::uint8_t wanted = isPaper
-                                                    ? 255
-                                                    : bytes[(y - above) * bytesPerRow +
-                                                            (x - margin + cut) * c.bytesPerPixel + first + component];
-                    different += picture.row(static_cast<int>(y))[4 * x + 2 - component] != wanted;
-                }
+            for (std::size_t x = 0; x < head; ++x) {
+                const bool isPaper = y < above || y == lines - 1 || x < margin || x - margin + cut >= c.width;
+                const std::size_t pixel = (y - above) * bytesPerRow + (x - margin + cut) * c.bytesPerPixel + first;
+                for (std::size_t component = 0; component < 3; ++component)
+                    different += picture.row(static_cast<int>(y))[4 * x + 2 - component] !=
+                                 (isPaper ? 255 : bytes[pixel + component]);
+            }
         EXPECT_EQ(different, 0u);
     }
 }
