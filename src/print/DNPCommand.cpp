@@ -215,9 +215,10 @@ std::optional<DNPPacket> DNPPacketReader::next() {
     const std::uint64_t size = packet.payloadLength.value_or(0);
     const auto required = requiredSize(command->payload);
     if ((required && size != *required) || (command->payload == Payload::none && size != 0))
-        return fail(packet.offset + lengthOffset, packet.command + " takes " +
-                                                      (required ? std::to_string(*required) + " bytes" : "none") +
-                                                      " of payload, not " + std::to_string(size));
+        return fail(packet.offset + lengthOffset, required ? packet.command + " takes " + std::to_string(*required) +
+                                                                 " bytes of payload, not " + std::to_string(size)
+                                                           : packet.command + " takes no payload, but tells one of " +
+                                                                 std::to_string(size) + " bytes");
     return readPayload(packet, size) ? std::optional(std::move(packet)) : std::nullopt;
 }
 

@@ -124,7 +124,7 @@ TEST(DNPCommand, StreamIsReadUpToItsFirstFault) {
             EXPECT_EQ(other.fault->offset, at < 42 ? at : at < 64 ? 42 : isShorter ? 72 : 64) << other.fault->reason;
         }
     for (const auto& [packet, reason] :
-         {std::pair("\x1bPCNTRL START           00000008", "CNTRL START takes none of payload, not 8"),
+         {std::pair("\x1bPCNTRL START           00000008", "CNTRL START takes no payload, but tells one of 8 bytes"),
           {"\x1bPCNTRL QTY                     ", "CNTRL QTY takes 8 bytes of payload, not 0"},
           {"\x1bPIMAGE YPLANE          99999999abc", "the payload of IMAGE YPLANE ends after 3 of its 99999999 bytes"}})
         EXPECT_EQ(packetsOf(packet).fault.value_or(DNPPacketFault{}).reason, reason);

@@ -185,10 +185,12 @@ base::Result<void> makePacket(const PacketRequest& request) {
         payload = std::move(*content);
     }
     const LogEar ear;
-    const auto packet = dnp_printerCommandData(*codeOf(request.command), payload ? &*payload : nullptr);
-    const std::string irregularity = ear.lastAfter("ERROR: ", "");
-    if (!packet) return base::failure(base::cocoaErrorDomain, 0, irregularity);
-    if (!irregularity.empty()) Console::shared().diagnostic(irregularity);
+    const int code = *codeOf(request.command);
+    const auto packet = dnp_printerCommandData(code, payload ? &*payload : nullptr);
+    const std::string name = *dnp_stringForCommandCode(code), irregularity = ear.lastAfter("ERROR: ", "");
+    if (!packet)
+        return base::failure(base::cocoaErrorDomain, 0, "cannot make a packet of " + name + ": " + irregularity);
+    if (!irregularity.empty()) Console::shared().diagnostic(name + ": " + irregularity);
     return writeBytes(*packet, request.output);
 }
 
