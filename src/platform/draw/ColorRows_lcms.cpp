@@ -3,17 +3,14 @@
 #include "internal/FloatKernels.h"
 #include "internal/LightCoding.h"
 #include "internal/PictureFormat.h"
+#include "internal/PlainProfile.h"
 #include "internal/RecentlyUsed.h"
-#include "internal/TableTransform.h"
 #include "platform/draw/ColorRows.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <functional>
-#include <optional>
-#include <random>
 #include <vector>
 
 namespace platform::draw {
@@ -25,299 +22,6 @@ using RowsRef = std::shared_ptr<const ColorRows>;
 
 /// So many pixels at a time stay in the near cache between the steps of a conversion.
 constexpr std::size_t chunk = 256;
-
-base::Result<void> unconvertible(const ColorSpaceRef& space) {
-    return base::failure(base::cocoaErrorDomain, 0, "the colour profile \"" + space->name() + "\" can't be converted");
-}
-
-// ---- Curves and primaries
-
-using Curve = std::function<double(double)>; ///< From a coded value of 0 to 1 to light.
-
-double lightOfSRGB(double value) {
-    const double amount = std::abs(value);
-    return std::copysign(amount <= 0.04045 ? amount / 12.92 : std::pow((amount + 0.055) / 1.055, 2.4), value);
-}
-
-double codeOfSRGB(double light) {
-    return light <= 0.0031308 ? 12.92 * light : 1.055 * std::pow(light, 1 / 2.4) - 0.055;
-}
-
-/// A curve beyond 0 to 1: mirrored below, as a power above, whose slope at 1 is the curve's own.
-class ExtendedCurve {
-public:
-    explicit ExtendedCurve(Curve curve) : curve_(std::move(curve)) {
-        constexpr double near = 0.98;
-        const double below = curve_(near);
-        const double top = curve_(1);
-        power_ = below > 0 && below < top ? std::clamp(std::log(below / top) / std::log(near), 0.5, 4.0) : 1;
-        top_ = top;
-    }
-    double operator()(double value) const {
-        const double amount = std::abs(value);
-        const double light = amount <= 1 ? curve_(amount) : top_ * std::pow(amount, power_);
-        return value < 0 ? -light : light;
-    }
-    double top() const { return top_; }
-    double power() const { return power_; }
-
-private:
-    Curve curve_;
-    double power_ = 1;
-    double top_ = 1;
-};
-
-CodeCurve tableOf(const Curve& code) {
-    CodeCurve curve;
-    curve.values.reserve(CodeCurve::size + 1);
-    for (std::size_t i = 0; i < CodeCurve::size; ++i)
-        curve.values.push_back(static_cast<float>(code(CodeCurve::lightAt(i))));
-    curve.values.push_back(curve.values.back());
-    return curve;
-}
-
-/// The inverse of a curve that rises, by its values at 65536 places.
-CodeCurve inverseOf(const ExtendedCurve& curve) {
-    constexpr std::size_t steps = 65535;
-    std::vector<double> lights(steps + 1);
-    double highest = 0;
-    for (std::size_t i = 0; i <= steps; ++i)
-        lights[i] = highest = std::max(highest, curve(static_cast<double>(i) / steps));
-    return tableOf([&](double light) {
-        if (light >= lights.back()) return curve.top() > 0 ? std::pow(light / curve.top(), 1 / curve.power()) : 1.0;
-        const auto above = std::upper_bound(lights.begin(), lights.end(), light);
-        if (above == lights.begin()) return 0.0;
-        const auto index = static_cast<double>(above - lights.begin() - 1);
-        const double before = *(above - 1);
-        return (index + (light - before) / (*above - before)) / steps;
-    });
-}
-
-const CodeCurve& sRGBCode() {
-    static const auto* curve = new CodeCurve(tableOf(codeOfSRGB)); // outlives every user at exit
-    return *curve;
-}
-
-using Matrix = std::array<std::array<double, 3>, 3>;
-
-Matrix product(const Matrix& a, const Matrix& b) {
-    Matrix result{};
-    for (std::size_t i = 0; i < 3; ++i)
-        for (std::size_t k = 0; k < 3; ++k)
-            for (std::size_t j = 0; j < 3; ++j)
-                result[i][k] += a[i][j] * b[j][k];
-    return result;
-}
-
-std::optional<Matrix> inverse(const Matrix& m) {
-    const auto minorOf = [&](std::size_t i, std::size_t k) {
-        const std::size_t a = (i + 1) % 3, b = (i + 2) % 3, c = (k + 1) % 3, d = (k + 2) % 3;
-        return m[a][c] * m[b][d] - m[a][d] * m[b][c];
-    };
-    const double determinant = m[0][0] * minorOf(0, 0) + m[0][1] * minorOf(0, 1) + m[0][2] * minorOf(0, 2);
-    if (!(std::abs(determinant) > 1e-6)) return std::nullopt;
-    Matrix result{};
-    for (std::size_t i = 0; i < 3; ++i)
-        for (std::size_t k = 0; k < 3; ++k)
-            result[k][i] = minorOf(i, k) / determinant;
-    return result;
-}
-
-Matrix3 inFloats(const Matrix& matrix) {
-    Matrix3 result;
-    for (std::size_t i = 0; i < 9; ++i)
-        result[i] = static_cast<float>(matrix[i / 3][i % 3]);
-    return result;
-}
-
-/// From a space's light to XYZ under D50.
-std::optional<Matrix> primariesOf(cmsHPROFILE profile) {
-    constexpr cmsTagSignature tags[] = {cmsSigRedColorantTag, cmsSigGreenColorantTag, cmsSigBlueColorantTag};
-    Matrix result{};
-    for (std::size_t k = 0; k < 3; ++k) {
-        const auto* color = static_cast<const cmsCIEXYZ*>(cmsReadTag(profile, tags[k]));
-        if (!color) return std::nullopt;
-        const double xyz[] = {color->X, color->Y, color->Z};
-        for (std::size_t i = 0; i < 3; ++i)
-            result[i][k] = xyz[i];
-    }
-    return result;
-}
-
-const Matrix& primariesOfSRGB() {
-    static const Matrix primaries = *primariesOf(openProfile(ColorSpace::sRGB()->iccData().bytes).get());
-    return primaries;
-}
-
-/// What a profile of primaries and curves says, or of one curve of grey.
-struct PlainProfile {
-    Matrix toXYZ{};
-    std::vector<ExtendedCurve> curves; ///< One for each of red, green and blue; all the same for grey.
-};
-
-// The curves point into the profile.
-std::optional<PlainProfile> plainProfileOf(cmsHPROFILE profile, const ColorSpaceRef& space) {
-    if (renderingIntentOf(profile) == INTENT_ABSOLUTE_COLORIMETRIC) return std::nullopt; // keeps the paper's white
-    const bool isGray = space->model() == ColorModel::monochrome;
-    if (!isGray && !cmsIsMatrixShaper(profile)) return std::nullopt;
-    if (isGray && (cmsIsTag(profile, cmsSigAToB0Tag) || cmsIsTag(profile, cmsSigBToA0Tag))) return std::nullopt;
-    constexpr cmsTagSignature colors[] = {cmsSigRedTRCTag, cmsSigGreenTRCTag, cmsSigBlueTRCTag};
-    PlainProfile plain;
-    for (const cmsTagSignature color : colors) {
-        const auto* curve = static_cast<const cmsToneCurve*>(cmsReadTag(profile, isGray ? cmsSigGrayTRCTag : color));
-        if (!curve) return std::nullopt;
-        plain.curves.emplace_back([curve](double value) {
-            const double light = cmsEvalToneCurveFloat(curve, static_cast<float>(value));
-            return std::isfinite(light) ? std::clamp(light, 0.0, 1.0) : 0.0;
-        });
-    }
-    if (isGray) return plain;
-    const auto primaries = primariesOf(profile);
-    if (!primaries) return std::nullopt;
-    plain.toXYZ = *primaries;
-    return plain;
-}
-
-// ---- From light to coded values
-
-/// By primaries and curves.
-class CurveCoder final : public LightCoder {
-public:
-    CurveCoder(std::optional<Matrix3> matrix, std::vector<CodeCurve> curves)
-        : matrix_(matrix), curves_(std::move(curves)) {}
-    void code(const float* light, float* out, std::size_t count) const override {
-        if (matrix_) applyMatrix(light, *matrix_, count, out);
-        const bool hasOwn = !curves_.empty();
-        const CodeCurve* const curves[3] = {hasOwn ? &curves_.front() : &sRGBCode(),
-                                            hasOwn ? &curves_[curves_.size() / 2] : &sRGBCode(),
-                                            hasOwn ? &curves_.back() : &sRGBCode()};
-        codeLight(matrix_ ? out : light, curves, count, out);
-    }
-
-private:
-    std::optional<Matrix3> matrix_;
-    std::vector<CodeCurve> curves_; // none for sRGB's, one, or three
-};
-
-/// The cube root of CIE Lab, from 0.
-const CodeCurve& labCurve() {
-    static const auto* curve = new CodeCurve(tableOf([](double light) {
-        return light > 216.0 / 24389 ? std::cbrt(light) - 16.0 / 116 : light * 841 / 108;
-    })); // outlives every user at exit
-    return *curve;
-}
-
-/// By a profile's tables, which start from CIE Lab: so far colours are computed, and every colour has its place there.
-class TableCoder final : public LightCoder {
-public:
-    /// `black` is what the device's darkest colour measures; light's black becomes that.
-    TableCoder(Transform fromLab, const cmsCIEXYZ& black, bool isGray) : fromLab_(std::move(fromLab)), isGray_(isGray) {
-        const cmsCIEXYZ white = *cmsD50_XYZ();
-        const double whites[] = {white.X, white.Y, white.Z};
-        const double blacks[] = {black.X, black.Y, black.Z};
-        Matrix matrix = primariesOfSRGB();
-        for (std::size_t i = 0; i < 3; ++i) {
-            for (double& share : matrix[i])
-                share *= (whites[i] - blacks[i]) / (whites[i] * whites[i]);
-            offset_[i] = static_cast<float>(blacks[i] / whites[i]);
-        }
-        matrix_ = inFloats(matrix);
-    }
-
-    void code(const float* light, float* out, std::size_t count) const override {
-        for (std::size_t done = 0; done < count; done += chunk)
-            codeChunk(light + 4 * done, out + 4 * done, std::min(chunk, count - done));
-    }
-
-    static constexpr cmsUInt32Number labFormat =
-        COLORSPACE_SH(PT_Lab) | CHANNELS_SH(3) | BYTES_SH(2) | EXTRA_SH(1); // a word is left over
-
-private:
-    void codeChunk(const float* light, float* out, std::size_t count) const {
-        std::array<float, 4 * chunk> lab;
-        std::array<float, chunk> alphas;
-        applyMatrix(light, matrix_, count, lab.data());
-        for (std::size_t i = 0; i < count; ++i)
-            for (std::size_t k = 0; k < 3; ++k)
-                lab[4 * i + k] += offset_[k];
-        codeLight(lab.data(), {&labCurve(), &labCurve(), &labCurve()}, count, lab.data());
-        for (std::size_t i = 0; i < count; ++i) {
-            float* pixel = &lab[4 * i];
-            const float x = pixel[0], y = pixel[1], z = pixel[2];
-            pixel[0] = 1.16f * y;
-            pixel[1] = (500 * (x - y) + 128) * (1.0f / 255);
-            pixel[2] = (200 * (y - z) + 128) * (1.0f / 255);
-            alphas[i] = pixel[3];
-            pixel[3] = 1;
-        }
-        std::array<std::uint16_t, 4 * chunk> words;
-        std::array<std::uint16_t, 3 * chunk> result;
-        storeWords(lab.data(), count, words.data());
-        cmsDoTransform(fromLab_.get(), words.data(), result.data(), static_cast<cmsUInt32Number>(count));
-        for (std::size_t i = 0; i < count; ++i) {
-            for (std::size_t k = 0; k < 3; ++k)
-                out[4 * i + k] = static_cast<float>(result[isGray_ ? i : 3 * i + k]) * (1.0f / 65535);
-            out[4 * i + 3] = alphas[i];
-        }
-    }
-
-    Transform fromLab_;
-    bool isGray_;
-    Matrix3 matrix_;
-    std::array<float, 3> offset_;
-};
-
-/// Whether two ways from Lab to a device give the same to a quarter of a step of 8 bits, by a sample that is the same
-/// each time.
-bool agree(cmsHTRANSFORM one, cmsHTRANSFORM other, std::size_t channels) {
-    constexpr std::size_t count = 4096;
-    std::vector<std::uint16_t> colors(4 * count), first(channels * count), second(channels * count);
-    std::minstd_rand random(1);
-    for (std::uint16_t& value : colors)
-        value = static_cast<std::uint16_t>(random() >> 8);
-    cmsDoTransform(one, colors.data(), first.data(), count);
-    cmsDoTransform(other, colors.data(), second.data(), count);
-    return std::equal(first.begin(), first.end(), second.begin(), [](int a, int b) { return std::abs(a - b) <= 64; });
-}
-
-/// From Lab to the device: in one table of the profile's own points, where that is the same as walking through it.
-Transform transformFromLab(cmsHPROFILE profile, bool isGray) {
-    const Profile lab(cmsCreateLab4Profile(nullptr));
-    const auto made = [&](cmsUInt32Number flags) {
-        return Transform(cmsCreateTransform(lab.get(), TableCoder::labFormat, profile,
-                                            isGray ? TYPE_GRAY_16 : TYPE_RGB_16, INTENT_RELATIVE_COLORIMETRIC,
-                                            flags | cmsFLAGS_NOCACHE));
-    };
-    Transform exact = made(cmsFLAGS_NOOPTIMIZE);
-    const cmsUInt32Number points = gridPoints(profile, TableDirection::fromLab, INTENT_RELATIVE_COLORIMETRIC);
-    if (!exact || points < 2 || points > mostGridPoints) return exact;
-    Transform fast = made(cmsFLAGS_GRIDPOINTS(points) | cmsFLAGS_CLUT_PRE_LINEARIZATION | cmsFLAGS_NOWHITEONWHITEFIXUP);
-    return fast && agree(fast.get(), exact.get(), isGray ? 1 : 3) ? std::move(fast) : std::move(exact);
-}
-
-base::Result<CoderRef> makeCoder(const ColorSpaceRef& space) {
-    if (space->isSRGB()) return std::make_shared<CurveCoder>(std::nullopt, std::vector<CodeCurve>{});
-    const bool isGray = space->model() == ColorModel::monochrome;
-    const Profile profile = openProfile(space->iccData().bytes);
-    if (!profile) return base::failure(unconvertible(space).error());
-    if (const auto plain = plainProfileOf(profile.get(), space)) {
-        std::vector<CodeCurve> curves;
-        for (const ExtendedCurve& curve : plain->curves)
-            if (curves.empty() || !isGray) curves.push_back(inverseOf(curve));
-        // A grey level is the lightness, Y, of each colour's share in it.
-        const Matrix& own = primariesOfSRGB();
-        if (isGray) return std::make_shared<CurveCoder>(inFloats({own[1], own[1], own[1]}), std::move(curves));
-        if (const auto fromXYZ = inverse(plain->toXYZ))
-            return std::make_shared<CurveCoder>(inFloats(product(*fromXYZ, own)), std::move(curves));
-    }
-    Transform fromLab = transformFromLab(profile.get(), isGray);
-    if (!fromLab) return base::failure(unconvertible(space).error());
-    cmsCIEXYZ black{0, 0, 0};
-    cmsDetectDestinationBlackPoint(&black, profile.get(), INTENT_RELATIVE_COLORIMETRIC, 0);
-    return std::make_shared<TableCoder>(std::move(fromLab), black, isGray);
-}
-
-// ---- From rows to light
 
 /// Rows as colours that are not premultiplied, each component by a table of what its coded values mean.
 class LoadedRows : public LightRows {
@@ -355,11 +59,12 @@ public:
             for (std::size_t i = 0; i < count; ++i, row += 8, rgba += 4) {
                 std::uint16_t half[4];
                 std::memcpy(half, row, sizeof half);
-                if (half[3] != fullHalf) unpremultiply(half);
+                const bool full = half[3] == fullHalf;
+                if (!full) unpremultiply(half);
                 rgba[0] = red[half[0]];
                 rgba[1] = green[half[1]];
                 rgba[2] = blue[half[2]];
-                rgba[3] = floatOfHalf(half[3]);
+                rgba[3] = full ? 1 : floatOfHalf(half[3]);
                 if (rgba[3] == 0) std::fill_n(rgba, 3, 0.0f);
             }
     }
@@ -422,7 +127,7 @@ private:
 base::Result<LightRef> makeLight(const ColorSpaceRef& space, RowDepth depth) {
     if (space->isSRGB()) return std::make_shared<LoadedRows>(depth, std::vector<Curve>{lightOfSRGB});
     const Profile profile = openProfile(space->iccData().bytes);
-    if (!profile) return base::failure(unconvertible(space).error());
+    if (!profile) return unconvertible(space);
     if (const auto plain = plainProfileOf(profile.get(), space)) {
         const auto fromXYZ = inverse(primariesOfSRGB());
         return std::make_shared<MatrixRows>(
@@ -439,11 +144,9 @@ base::Result<LightRef> makeLight(const ColorSpaceRef& space, RowDepth depth) {
                                                     renderingIntentOf(profile.get()),
                                                     cmsFLAGS_BLACKPOINTCOMPENSATION | cmsFLAGS_NOOPTIMIZE)
                                : nullptr);
-    if (!transform) return base::failure(unconvertible(space).error());
+    if (!transform) return unconvertible(space);
     return std::make_shared<ProfileRows>(LoadedRows(depth, {[](double value) { return value; }}), std::move(transform));
 }
-
-// ---- From rows to samples
 
 void storeSamples(const float* rgba, int bits, std::uint8_t* samples, std::size_t count) {
     if (bits == 8)
@@ -556,10 +259,6 @@ base::Result<Value> madeOnce(const Key& key, Make make) {
 }
 
 } // namespace
-
-base::Result<CoderRef> LightCoder::to(const ColorSpaceRef& space) {
-    return madeOnce<ColorSpaceRef, CoderRef>(space, [&] { return makeCoder(space); });
-}
 
 base::Result<LightRef> LightRows::of(const ColorSpaceRef& space, RowDepth depth) {
     return madeOnce<std::pair<ColorSpaceRef, RowDepth>, LightRef>({space, depth},

@@ -1,12 +1,15 @@
 #include "ColorProfile.h"
 #include "ColorTransform.h"
+#include "LightCoding.h"
 #include "RecentlyUsed.h"
 #include "TableTransform.h"
+#include "platform/draw/ColorRows.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace platform::draw {
@@ -51,6 +54,34 @@ public:
 private:
     PixelLayout layout_;
     std::array<std::array<std::uint8_t, 4>, 256> table_;
+};
+
+// To a printer's tables, by linear light.
+class LightTransform : public ColorTransform {
+public:
+    LightTransform(std::shared_ptr<const LightRows> light, std::shared_ptr<const LightCoder> coder)
+        : light_(std::move(light)), coder_(std::move(coder)) {}
+    void convert(const std::uint8_t* source, std::uint8_t* target, std::size_t count) const override {
+        constexpr std::size_t most = 256;
+        std::array<std::uint8_t, 4 * most> pixels;
+        std::array<std::uint8_t, most> alphas;
+        std::array<float, 4 * most> colors;
+        for (std::size_t done = 0; done < count; done += most) {
+            const std::size_t part = std::min(most, count - done);
+            std::memcpy(pixels.data(), source + 4 * done, 4 * part);
+            for (std::size_t i = 0; i < part; ++i)
+                alphas[i] = std::exchange(pixels[4 * i + 3], std::uint8_t{255}); // values are not premultiplied
+            light_->read(pixels.data(), colors.data(), part);
+            coder_->code(colors.data(), colors.data(), part);
+            storeBytes(colors.data(), true, part, target + 4 * done);
+            for (std::size_t i = 0; i < part; ++i)
+                target[4 * (done + i) + 3] = alphas[i];
+        }
+    }
+
+private:
+    std::shared_ptr<const LightRows> light_;
+    std::shared_ptr<const LightCoder> coder_;
 };
 
 // CMYK without a profile.
@@ -109,28 +140,24 @@ bool agree(const ColorTransform& one, const ColorTransform& other, int steps) {
                       [steps](int a, int b) { return std::abs(a - b) <= steps; });
 }
 
-// The library's own fast way to a printer's tables, all of the road in one table; null where that is not close enough.
-TransformRef gathered(cmsHPROFILE from, const LayoutRow& row, cmsHPROFILE to, const ColorTransform& exact) {
-    for (const cmsUInt32Number points : {33, 65}) {
-        TransformRef fast = byLibrary(from, row, to, cmsFLAGS_GRIDPOINTS(points));
-        if (fast && agree(*fast, exact, 2)) return fast;
-    }
-    return nullptr;
-}
-
 // Matrix profiles have a fast way in the library that is exact. For tables the fast ways are taken where they prove to
 // be close, else the library walks through the profiles for each pixel, which takes several times as long. A grey
 // profile is asked for its 256 levels only.
-TransformRef convert(cmsHPROFILE from, const LayoutRow& row, cmsHPROFILE to, bool toSRGB) {
+TransformRef convert(cmsHPROFILE from, const ColorSpaceRef& source, const LayoutRow& row, cmsHPROFILE to,
+                     const ColorSpaceRef& target) {
     if (row.model == ColorModel::rgb && cmsIsMatrixShaper(from) && cmsIsMatrixShaper(to))
         return byLibrary(from, row, to, 0);
     TransformRef exact = byLibrary(from, row, to, cmsFLAGS_NOOPTIMIZE);
     if (exact && row.model == ColorModel::monochrome) return std::make_shared<GrayTransform>(*exact, row.layout);
     if (!exact) return exact;
-    if (!toSRGB) {
-        TransformRef fast = gathered(from, row, to, *exact);
-        return fast ? fast : exact;
+    if (row.model == ColorModel::rgb && !cmsIsMatrixShaper(to)) {
+        auto light = LightRows::of(source, RowDepth::bits8);
+        auto coder = LightCoder::to(target);
+        if (!light || !coder) return exact;
+        auto ours = std::make_shared<LightTransform>(std::move(*light), std::move(*coder));
+        return agree(*ours, *exact, 2) ? ours : exact;
     }
+    if (!target->isSRGB()) return exact;
     TransformRef ours = makeTableTransform(from, row.layout, row.format);
     return ours && agree(*ours, *exact, 1) ? ours : exact;
 }
@@ -144,7 +171,7 @@ base::Result<TransformRef> makeTransform(const ColorSpaceRef& source, const Layo
     }
     const Profile from = openProfile(source->iccData().bytes);
     const Profile to = openProfile(target->iccData().bytes);
-    TransformRef transform = from && to ? convert(from.get(), row, to.get(), target->isSRGB()) : nullptr;
+    TransformRef transform = from && to ? convert(from.get(), source, row, to.get(), target) : nullptr;
     if (!transform)
         return base::failure(base::cocoaErrorDomain, 0,
                              "the colour profile \"" + source->name() + "\" can't be converted");

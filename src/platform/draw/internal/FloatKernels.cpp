@@ -157,6 +157,39 @@ void CodeLight(const float* in, const CodeCurve* const (&curves)[3], std::size_t
     });
 }
 
+void Interpolate(const float* in, const ColorTable& table, std::size_t pixels, float* out) {
+    const hn::FixedTag<float, 4> d;
+    const float* nodes = table.nodes.data();
+    const std::array<std::ptrdiff_t, 3> steps{4 * static_cast<std::ptrdiff_t>(table.points[1]) * table.points[2],
+                                              4 * static_cast<std::ptrdiff_t>(table.points[2]), 4};
+    for (std::size_t i = 0; i < 4 * pixels; i += 4) {
+        const float alpha = in[i + 3];
+        std::ptrdiff_t place = 0;
+        float shares[3];
+        for (std::size_t k = 0; k < 3; ++k) {
+            const float limited = in[i + k] > 0 ? (in[i + k] < 1 ? in[i + k] : 1) : 0; // 0 for what is no number
+            const float along = limited * static_cast<float>(table.points[k] - 1);
+            int index = static_cast<int>(along);
+            index = index < table.points[k] - 2 ? index : table.points[k] - 2;
+            shares[k] = along - static_cast<float>(index);
+            place += steps[k] * index;
+        }
+        const auto last = hn::Set(d, shares[2]);
+        const auto along = [=](const float* node) HWY_ATTR {
+            const auto first = hn::LoadU(d, node);
+            return hn::MulAdd(last, hn::Sub(hn::LoadU(d, node + 4), first), first);
+        };
+        const auto across = [=](const float* node) HWY_ATTR {
+            const auto first = along(node);
+            return hn::MulAdd(hn::Set(d, shares[1]), hn::Sub(along(node + steps[1]), first), first);
+        };
+        const auto first = across(nodes + place);
+        const auto color = hn::MulAdd(hn::Set(d, shares[0]), hn::Sub(across(nodes + place + steps[0]), first), first);
+        hn::StoreU(color, d, out + i);
+        out[i + 3] = alpha;
+    }
+}
+
 /// Samples of each pixel's premultiplied components by store(red, green, blue, alpha, place), of `Sample` type.
 template <class Sample, class Store>
 HWY_INLINE void storePixels(const float* in, bool cutColors, std::size_t pixels, Sample* out, Store store) {
@@ -229,6 +262,7 @@ HWY_EXPORT(FilterFloatColumns);
 HWY_EXPORT(FilterFloatRow4);
 HWY_EXPORT(ApplyMatrix);
 HWY_EXPORT(CodeLight);
+HWY_EXPORT(Interpolate);
 HWY_EXPORT(StoreBytes);
 HWY_EXPORT(StoreWords);
 HWY_EXPORT(StoreHalves);
@@ -262,6 +296,10 @@ void applyMatrix(const float* in, const Matrix3& matrix, std::size_t pixels, flo
 
 void codeLight(const float* in, const CodeCurve* const (&curves)[3], std::size_t pixels, float* out) {
     HWY_DYNAMIC_DISPATCH(CodeLight)(in, curves, pixels, out);
+}
+
+void interpolate(const float* in, const ColorTable& table, std::size_t pixels, float* out) {
+    HWY_DYNAMIC_DISPATCH(Interpolate)(in, table, pixels, out);
 }
 
 void storeBytes(const float* in, bool blueFirst, std::size_t pixels, std::uint8_t* out) {

@@ -39,6 +39,16 @@ void applyMatrix(const float* in, const Matrix3& matrix, std::size_t pixels, flo
 /// Each colour by its curve, alpha as it is. `in` and `out` may be the same.
 void codeLight(const float* in, const CodeCurve* const (&curves)[3], std::size_t pixels, float* out);
 
+/// Colours over a cube of points, the last axis varying first: red, green, blue and a fourth without meaning.
+struct ColorTable {
+    std::array<int, 3> points{}; ///< Along each axis, at least 2.
+    std::vector<float> nodes;
+};
+
+/// Each colour looked up, its components as places along the axes, 0 to 1 (cut to that), between the eight points about
+/// it; alpha as it is. `in` and `out` may be the same.
+void interpolate(const float* in, const ColorTable& table, std::size_t pixels, float* out);
+
 /// Pixels that are not premultiplied as samples that are. Whole numbers are rounded and cut to their range; of half
 /// ones only alpha is cut.
 void storeBytes(const float* in, bool blueFirst, std::size_t pixels, std::uint8_t* out);

@@ -11,12 +11,6 @@
 
 namespace platform::draw {
 
-enum class TableDirection { toLab, fromLab };
-/// Points on a side of the profile's table for a rendering intent; 0 without one.
-cmsUInt32Number gridPoints(cmsHPROFILE profile, TableDirection direction, cmsUInt32Number intent);
-/// More (of the library's flag, 255) take too long to gather.
-inline constexpr cmsUInt32Number mostGridPoints = 65;
-
 /// Null for profiles without a table. `format` is the library's description of source pixels of `layout`. How close the
 /// result comes to the exact one is the caller's to check: a profile may hold more than a table with curves before it.
 std::unique_ptr<ColorTransform> makeTableTransform(cmsHPROFILE source, PixelLayout layout, cmsUInt32Number format);

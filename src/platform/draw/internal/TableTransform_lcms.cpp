@@ -9,6 +9,18 @@
 namespace platform::draw {
 namespace {
 
+// Points on a side of the profile's table; 0 without one.
+cmsUInt32Number gridPoints(cmsHPROFILE profile, cmsUInt32Number intent) {
+    constexpr cmsTagSignature tables[] = {cmsSigAToB0Tag, cmsSigAToB1Tag, cmsSigAToB2Tag, cmsSigAToB1Tag};
+    const cmsTagSignature wanted = cmsIsTag(profile, tables[intent]) ? tables[intent] : cmsSigAToB0Tag;
+    const auto* pipeline = static_cast<const cmsPipeline*>(cmsReadTag(profile, wanted));
+    for (const cmsStage* stage = pipeline ? cmsPipelineGetPtrToFirstStage(pipeline) : nullptr; stage;
+         stage = cmsStageNext(stage))
+        if (cmsStageType(stage) == cmsSigCLutElemType)
+            return static_cast<const _cmsStageCLutData*>(cmsStageData(stage))->Params->nSamples[0];
+    return 0;
+}
+
 // Linear light to sRGB's eight bits.
 const std::vector<std::uint8_t>& encoded() {
     static const auto* table = [] {
@@ -85,23 +97,11 @@ private:
 
 } // namespace
 
-cmsUInt32Number gridPoints(cmsHPROFILE profile, TableDirection direction, cmsUInt32Number intent) {
-    constexpr cmsTagSignature tables[][4] = {{cmsSigAToB0Tag, cmsSigAToB1Tag, cmsSigAToB2Tag, cmsSigAToB1Tag},
-                                             {cmsSigBToA0Tag, cmsSigBToA1Tag, cmsSigBToA2Tag, cmsSigBToA1Tag}};
-    const auto& own = tables[direction == TableDirection::fromLab];
-    const cmsTagSignature wanted = cmsIsTag(profile, own[intent]) ? own[intent] : own[0];
-    const auto* pipeline = static_cast<const cmsPipeline*>(cmsReadTag(profile, wanted));
-    for (const cmsStage* stage = pipeline ? cmsPipelineGetPtrToFirstStage(pipeline) : nullptr; stage;
-         stage = cmsStageNext(stage))
-        if (cmsStageType(stage) == cmsSigCLutElemType)
-            return static_cast<const _cmsStageCLutData*>(cmsStageData(stage))->Params->nSamples[0];
-    return 0;
-}
-
 std::unique_ptr<ColorTransform> makeTableTransform(cmsHPROFILE source, PixelLayout layout, cmsUInt32Number format) {
     const cmsUInt32Number intent = renderingIntentOf(source);
-    const cmsUInt32Number points = gridPoints(source, TableDirection::toLab, intent);
-    if (points < 2 || points > mostGridPoints) return nullptr;
+    const cmsUInt32Number points = gridPoints(source, intent);
+    constexpr cmsUInt32Number mostPoints = 65; // of the library's flag, 255; more than this take too long to gather
+    if (points < 2 || points > mostPoints) return nullptr;
     cmsCIEXYZ black{0, 0, 0};
     if (intent != INTENT_ABSOLUTE_COLORIMETRIC) cmsDetectBlackPoint(&black, source, intent, 0);
     if (!(black.Y < 0.5)) return nullptr; // no black at all
