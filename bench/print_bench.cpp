@@ -40,6 +40,7 @@ struct PageCase {
     bool lies; ///< The photograph lies across the page and is turned.
     bool filters;
     bool profile;
+    bool deep = false; ///< In half floats, to 16 bits a component.
 };
 constexpr PageCase pageCases[] = {
     {"full", "300 x 600, filters, profile", {300, 600}, true, true, true},
@@ -48,15 +49,30 @@ constexpr PageCase pageCases[] = {
     {"profile", "300 x 600, profile", {300, 600}, true, false, true},
     {"filters", "300 x 600, filters", {300, 600}, true, true, false},
     {"plain", "300 x 600", {300, 600}, true, false, false},
+    {"deep", "300 x 300, filters, profile, 16 bits by half floats", {300, 300}, true, true, true, true},
 };
 
 base::Size pixelsOf(const PageCase& page) {
     return {8 * page.resolution.width, 12 * page.resolution.height};
 }
 
+class BenchPage : public KLARON_PrintPage {
+public:
+    explicit BenchPage(bool deep) : deep_(deep) {}
+    platform::filter::WorkingFormat rasterContextFormatWorking() const override {
+        return deep_ ? platform::filter::WorkingFormat::rgbaHalf : platform::filter::WorkingFormat::rgba8;
+    }
+    RasterFormat rasterContextFormatOutput() const override {
+        return deep_ ? RasterFormat::rgba16 : RasterFormat::rgba8;
+    }
+
+private:
+    bool deep_;
+};
+
 std::shared_ptr<KLARON_PrintPage> pageOf(const PageCase& row, const std::string& photograph,
                                          const std::string& profile) {
-    auto page = std::make_shared<KLARON_PrintPage>();
+    auto page = std::make_shared<BenchPage>(row.deep);
     page->setInputImages({base::URL::fileURLWithPath(photograph)});
     page->setOutputSize(pixelsOf(row));
     page->setOutputResolution(row.resolution);
@@ -158,8 +174,8 @@ void printPages(const std::string& photograph, const std::string& upright, const
         const double floor = parts[0] + parts[1] + parts[2];
         const auto child = bench::run({"/proc/self/exe", "--once", row.name, path, profile});
         std::printf("| %s | %.0f | %.0f | %.0f | %.0f | %.0f | %.2f | %.0f | %ld |\n", row.description, parts[0],
-                    parts[1], parts[2], floor, parts[3], parts[3] / floor, size.width * size.height * 4 / 1e6,
-                    std::atol(child.output.c_str()) / 1024);
+                    parts[1], parts[2], floor, parts[3], parts[3] / floor,
+                    size.width * size.height * (row.deep ? 8 : 4) / 1e6, std::atol(child.output.c_str()) / 1024);
         std::fflush(stdout);
     }
 }
