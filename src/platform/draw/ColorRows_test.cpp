@@ -338,3 +338,15 @@ TEST(Raster, IsAnImage) {
             }
         }
 }
+
+// A grey raster shows the lightness that its levels stand for.
+TEST(Raster, OfGreyIsAnImageOfItsLightness) {
+    for (const int bits : {8, 16}) {
+        const ColorSpaceRef gray = spaceOf(grayProfile(1.0));
+        Raster raster{1, 1, static_cast<std::size_t>(bits / 2), bits, AlphaInfo::noneSkipLast, gray, nullptr};
+        raster.pixels = std::make_shared<std::vector<std::uint8_t>>(raster.bytesPerRow, std::uint8_t{128});
+        const auto bitmap = (*imageOfRaster(raster))->bitmap();
+        for (int k = 0; k < 3; ++k)
+            EXPECT_NEAR(bitmap->pixels()[k], 188, 1) << bits; // half the light in sRGB
+    }
+}

@@ -26,7 +26,7 @@ struct Raster {
 };
 
 /// An image of the raster, of as many bits; it takes a copy of the samples. For a monochrome space the image is in
-/// sRGB, as grey pictures are drawn. Fails for sizes beyond those of a Bitmap.
+/// sRGB, into which its levels are converted. Fails for sizes beyond those of a Bitmap.
 base::Result<ImageRef> imageOfRaster(const Raster& raster);
 
 } // namespace platform::draw

@@ -5,6 +5,7 @@
 #include "platform/draw/ColorRows.h"
 #include "platform/draw/DeepPixels.h"
 #include "platform/draw/ImageSource.h"
+#include "platform/draw/PictureCache.h"
 
 #include <algorithm>
 #include <cmath>
@@ -115,11 +116,15 @@ TEST(ScaledRows, AreThePixelsOfACanvas) {
     for (const ImageRef& image : pictures)
         for (int orientation = 0; orientation < 8; ++orientation)
             for (const RowPlacement& placement : placements) {
+                // Out of kept rows, which small pictures have, and without.
+                const std::size_t capacity = pictureCacheCapacity();
+                if (orientation % 2 == 0) setPictureCacheCapacity(0);
                 const int turns = orientation % 4;
                 const bool mirrored = orientation >= 4;
                 SCOPED_TRACE(testing::Message() << &image - pictures << " turned " << turns << " mirrored " << mirrored
                                                 << " at " << &placement - placements);
                 const Rows rows = rowsOf(image, placement, RowDepth::bits8, turns, mirrored);
+                setPictureCacheCapacity(capacity);
                 const Rows wanted = drawn(image, placement, turns, mirrored);
                 // Upright, and turned after a reduction: the same pixels. What is enlarged is turned before, and the
                 // filter rounds along its other axis first.
