@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <map>
-#include <optional>
+#include <memory>
 #include <set>
 
 namespace platform::data {
@@ -23,10 +23,12 @@ tl::unexpected<base::Error> refused(const std::string& what) {
 class Expectation {
 public:
     explicit Expectation(const std::vector<std::string>& names) {
+        std::set<std::string> immutable;
         for (const std::string& name : names) {
-            names_.insert(immutableName(name));
+            immutable.insert(immutableName(name));
         }
-        if (names_.empty()) names_.insert("NSNumber");
+        if (immutable.empty()) immutable.insert("NSNumber");
+        names_ = std::make_shared<const std::set<std::string>>(std::move(immutable));
     }
 
     /// The same, inside of a list or dictionary.
@@ -39,37 +41,25 @@ public:
     bool admits(const std::vector<std::string>& ancestry) const {
         return std::any_of(ancestry.begin(), ancestry.end(), [&](const std::string& name) {
             const std::string immutable = immutableName(name);
-            return names_.contains(immutable) || (isInside_ && isPropertyListClass(immutable));
+            return names_->contains(immutable) || (isInside_ && isPropertyListClass(immutable));
         });
     }
 
     std::string description() const {
         std::string list;
-        for (const std::string& name : names_) {
+        for (const std::string& name : *names_) {
             list += (list.empty() ? "" : ", ") + name;
         }
         return list;
     }
 
 private:
-    std::set<std::string> names_;
+    std::shared_ptr<const std::set<std::string>> names_;
     bool isInside_ = false;
 };
 
-using Entries = std::map<std::string, plist_t, std::less<>>;
-
-std::optional<Entries> entriesOf(plist_t node) {
-    if (!node || plist_get_node_type(node) != PLIST_DICT) return std::nullopt;
-    Entries entries;
-    for (auto& [key, value] : plistEntries(node)) {
-        entries.insert_or_assign(std::move(key), value);
-    }
-    return entries;
-}
-
-plist_t entry(const Entries& entries, std::string_view key) {
-    const auto found = entries.find(key);
-    return found == entries.end() ? nullptr : found->second;
+plist_t entry(plist_t dictionary, const std::string& key) {
+    return plist_dict_get_item(dictionary, key.c_str());
 }
 
 bool isOfType(plist_t node, plist_type type) {
@@ -102,12 +92,12 @@ public:
         if (!bytes.starts_with("bplist")) return refused("it is not in the binary form");
         auto tree = readBinaryPlist(bytes);
         if (!tree) return refused(tree.error().localizedDescription);
-        const std::optional<Entries> archive = entriesOf(tree->get());
-        if (!archive) return refused("it is no keyed archive");
-        const std::optional<Entries> top = entriesOf(entry(*archive, "$top"));
-        const plist_t objects = entry(*archive, "$objects");
-        if (!isOfType(objects, PLIST_ARRAY) || !top) return refused("it is no keyed archive");
-        const plist_t root = entry(*top, "root");
+        const plist_t archive = tree->get();
+        if (!isOfType(archive, PLIST_DICT)) return refused("it is no keyed archive");
+        const plist_t top = entry(archive, "$top");
+        const plist_t objects = entry(archive, "$objects");
+        if (!isOfType(objects, PLIST_ARRAY) || !isOfType(top, PLIST_DICT)) return refused("it is no keyed archive");
+        const plist_t root = entry(top, "root");
         if (!isOfType(root, PLIST_UID)) return refused("it has no root");
         nodes_ = plistItems(objects);
         made_.resize(nodes_.size());
@@ -174,14 +164,12 @@ private:
 
     Outcome objectValue(std::uint64_t uid, const Expectation& expected, const std::string& place, int depth) {
         if (!spend(entriesLeft_, plist_dict_get_size(nodes_[uid]))) return refused("it unfolds into too many values");
-        const Entries entries = *entriesOf(nodes_[uid]);
-        const std::optional<std::string> name = classNameOf(entries);
-        if (!name) return refused("an object has no class");
-        if (auto checked = check(ancestryOf(*name), expected, place); !checked) return base::failure(checked.error());
-        if (const auto archivedClass = archivedClassNamed(*name)) {
-            return madeObject(uid, entries, *archivedClass, depth);
-        }
-        const std::string kind = immutableName(*name);
+        const plist_t entries = nodes_[uid];
+        const std::shared_ptr<const ClassOfObjects> itsClass = classOf(entries);
+        if (!itsClass) return refused("an object has no class");
+        if (auto checked = check(itsClass->ancestry, expected, place); !checked) return base::failure(checked.error());
+        if (itsClass->registered) return madeObject(uid, entries, *itsClass->registered, depth);
+        const std::string& kind = itsClass->kind;
         if (kind == "NSArray") return arrayValue(entries, expected, place, depth);
         if (kind == "NSDictionary") return dictionaryValue(entries, expected, place, depth);
         if (kind == "NSString") return longText(entries);
@@ -190,23 +178,33 @@ private:
         if (kind == "NSURL") return urlValue(entries, depth);
         if (kind == "NSValue") return geometryValue(entries, depth);
         if (kind == "NSNull") return base::Value();
-        return refused("the class " + *name + " is not known");
+        return refused("the class " + itsClass->ancestry.front() + " is not known");
     }
 
-    std::optional<std::string> classNameOf(const Entries& entries) {
+    /// What the archive's description of a class names.
+    struct ClassOfObjects {
+        std::vector<std::string> ancestry;
+        std::string kind; ///< Its immutable name.
+        std::shared_ptr<const ArchivedClass> registered;
+    };
+
+    /// The class of an object; null when it has none. Looked up once for all its objects.
+    std::shared_ptr<const ClassOfObjects> classOf(plist_t entries) {
         const plist_t reference = entry(entries, "$class");
-        if (!isOfType(reference, PLIST_UID) || plistUID(reference) >= nodes_.size()) return std::nullopt;
+        if (!isOfType(reference, PLIST_UID) || plistUID(reference) >= nodes_.size()) return nullptr;
         const std::uint64_t uid = plistUID(reference);
-        if (const auto known = classNames_.find(uid); known != classNames_.end()) return known->second;
-        std::optional<std::string> className;
-        if (isOfType(nodes_[uid], PLIST_DICT)) {
-            const plist_t name = plist_dict_get_item(nodes_[uid], "$classname");
-            if (isOfType(name, PLIST_STRING)) className = plistText(name);
+        if (const auto known = classes_.find(uid); known != classes_.end()) return known->second;
+        std::shared_ptr<ClassOfObjects> found;
+        const plist_t name = isOfType(nodes_[uid], PLIST_DICT) ? entry(nodes_[uid], "$classname") : nullptr;
+        if (isOfType(name, PLIST_STRING)) {
+            const std::string className(plistText(name));
+            found = std::make_shared<ClassOfObjects>(
+                ClassOfObjects{ancestryOf(className), immutableName(className), archivedClassNamed(className)});
         }
-        return classNames_.emplace(uid, std::move(className)).first->second;
+        return classes_.emplace(uid, std::move(found)).first->second;
     }
 
-    Outcome madeObject(std::uint64_t uid, const Entries& entries, const ArchivedClass& archivedClass, int depth) {
+    Outcome madeObject(std::uint64_t uid, plist_t entries, const ArchivedClass& archivedClass, int depth) {
         if (made_[uid].object) return base::Value(made_[uid].object);
         base::Dictionary values;
         for (const auto& [key, classes] : archivedClass.keys) {
@@ -222,7 +220,7 @@ private:
         return base::Value(std::move(*object));
     }
 
-    Outcome arrayValue(const Entries& entries, const Expectation& expected, const std::string& place, int depth) {
+    Outcome arrayValue(plist_t entries, const Expectation& expected, const std::string& place, int depth) {
         const plist_t items = entry(entries, "NS.objects");
         if (!isOfType(items, PLIST_ARRAY)) return refused("a list is damaged");
         const Expectation inside = expected.inside();
@@ -235,7 +233,7 @@ private:
         return base::Value(std::move(array));
     }
 
-    Outcome dictionaryValue(const Entries& entries, const Expectation& expected, const std::string& place, int depth) {
+    Outcome dictionaryValue(plist_t entries, const Expectation& expected, const std::string& place, int depth) {
         const plist_t keys = entry(entries, "NS.keys");
         const plist_t items = entry(entries, "NS.objects");
         if (!isOfType(keys, PLIST_ARRAY) || !isOfType(items, PLIST_ARRAY) ||
@@ -258,7 +256,7 @@ private:
         return base::Value(std::move(dictionary));
     }
 
-    Outcome longText(const Entries& entries) {
+    Outcome longText(plist_t entries) {
         if (const plist_t text = entry(entries, "NS.string"); isOfType(text, PLIST_STRING)) {
             return textValue(plistText(text));
         }
@@ -269,13 +267,13 @@ private:
         return refused("a text is damaged");
     }
 
-    Outcome longData(const Entries& entries) {
+    Outcome longData(plist_t entries) {
         const plist_t bytes = entry(entries, "NS.data");
         if (!isOfType(bytes, PLIST_DATA)) return refused("data are damaged");
         return dataValue(bytes);
     }
 
-    static Outcome dateValue(const Entries& entries) {
+    static Outcome dateValue(plist_t entries) {
         const plist_t time = entry(entries, "NS.time");
         if (isOfType(time, PLIST_REAL)) return base::Value(dateFromSecondsSinceReferenceDate(plistReal(time)));
         if (isOfType(time, PLIST_UINT)) {
@@ -284,7 +282,7 @@ private:
         return refused("a date is damaged");
     }
 
-    Outcome urlValue(const Entries& entries, int depth) {
+    Outcome urlValue(plist_t entries, int depth) {
         static const Expectation aText({"NSString"});
         static const Expectation aURL({"NSURL"});
         const plist_t relativeNode = entry(entries, "NS.relative");
@@ -302,7 +300,7 @@ private:
         return base::Value(baseURL->appendingPathComponent(base::percentDecoded(*relative->text())));
     }
 
-    Outcome geometryValue(const Entries& entries, int depth) {
+    Outcome geometryValue(plist_t entries, int depth) {
         static const Expectation aText({"NSString"});
         for (const char* key : {"NS.pointval", "NS.sizeval", "NS.rectval"}) {
             const plist_t node = entry(entries, key);
@@ -320,7 +318,7 @@ private:
 
     std::vector<plist_t> nodes_;
     std::vector<Made> made_;
-    std::map<std::uint64_t, std::optional<std::string>> classNames_;
+    std::map<std::uint64_t, std::shared_ptr<const ClassOfObjects>> classes_;
     std::uint64_t valuesLeft_ = maximumPlistValues;
     std::uint64_t entriesLeft_ = 4 * maximumPlistValues; // of the dictionaries that objects are written as
     std::uint64_t bytesLeft_ = maximumPlistSize;
