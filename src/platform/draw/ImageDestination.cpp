@@ -2,6 +2,7 @@
 
 #include "internal/PictureEncoder.h"
 #include "platform/draw/ColorSpace.h"
+#include "platform/draw/DeepPixels.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,11 +13,15 @@ namespace {
 struct WritableType {
     std::string_view typeIdentifier;
     PictureEncoder encode;
+    DeepPictureEncoder encodeDeep = nullptr; // of types that are written with 16 bits
 };
 constexpr WritableType writableTypes[] = {
-    {"public.jpeg", encodeJPEG},  {"public.png", encodePNG},
-    {"public.tiff", encodeTIFF},  {"com.adobe.photoshop-image", encodePSD},
-    {"com.adobe.pdf", encodePDF}, {"public.heic", encodeHEIC},
+    {"public.jpeg", encodeJPEG},
+    {"public.png", encodePNG, encodeDeepPNG},
+    {"public.tiff", encodeTIFF, encodeDeepTIFF},
+    {"com.adobe.photoshop-image", encodePSD},
+    {"com.adobe.pdf", encodePDF},
+    {"public.heic", encodeHEIC},
 };
 
 const WritableType* writableType(std::string_view typeIdentifier) {
@@ -27,8 +32,8 @@ const WritableType* writableType(std::string_view typeIdentifier) {
 
 class EncodingDestination : public ImageDestination {
 public:
-    EncodingDestination(PictureEncoder encode, std::unique_ptr<ByteSink> sink)
-        : encode_(encode), sink_(std::move(sink)) {}
+    EncodingDestination(const WritableType& type, std::unique_ptr<ByteSink> sink)
+        : type_(type), sink_(std::move(sink)) {}
 
     void addImage(ImageRef image, base::Dictionary properties) override {
         image_ = std::move(image);
@@ -38,16 +43,7 @@ public:
     base::Result<void> finalize() override {
         if (!image_ || isDone_) return base::failure(base::cocoaErrorDomain, 0, "there is no image to write");
         isDone_ = true;
-        const auto bitmap = image_->bitmap();
-        if (!bitmap) return base::failure(bitmap.error());
-        EncodingOptions options;
-        if (const base::Value& quality = base::valueForKey(properties_, kCGImageDestinationLossyCompressionQuality))
-            options.quality = std::fmin(std::fmax(quality.doubleValue(), 0), 1); // 0 for what is no number
-        auto exif = exifBlock({properties_, bitmap->width(), bitmap->height(), bitmap->colorSpace()->isSRGB()});
-        if (!exif) return base::failure(exif.error());
-        options.exif = std::move(*exif);
-        options.properties = properties_;
-        auto encoded = encode_(*bitmap, options, *sink_);
+        auto encoded = encode();
         if (const auto why = sink_->failure()) return base::failure(*why); // of which an encoder may only see traces
         if (!encoded) return encoded;
         return sink_->commit();
@@ -57,7 +53,35 @@ public:
     base::Data takeData() override { return sink_->takeData(); }
 
 private:
-    PictureEncoder encode_;
+    base::Result<EncodingOptions> options(const ColorSpace& colorSpace) const {
+        EncodingOptions options;
+        if (const base::Value& quality = base::valueForKey(properties_, kCGImageDestinationLossyCompressionQuality))
+            options.quality = std::fmin(std::fmax(quality.doubleValue(), 0), 1); // 0 for what is no number
+        auto exif = exifBlock({properties_, image_->width(), image_->height(), colorSpace.isSRGB()});
+        if (!exif) return base::failure(exif.error());
+        options.exif = std::move(*exif);
+        options.properties = properties_;
+        return options;
+    }
+
+    base::Result<void> encode() {
+        if (type_.encodeDeep && base::valueForKey(properties_, kCGImagePropertyDepth).integerValue() == 16) {
+            const auto reader = DeepPixelReader::open(*image_);
+            if (!reader) return base::failure(reader.error());
+            if (*reader) {
+                const auto asked = options(*deepColorSpace(*image_));
+                if (!asked) return base::failure(asked.error());
+                return type_.encodeDeep(*image_, **reader, *asked, *sink_);
+            }
+        }
+        const auto bitmap = image_->bitmap();
+        if (!bitmap) return base::failure(bitmap.error());
+        const auto asked = options(*bitmap->colorSpace());
+        if (!asked) return base::failure(asked.error());
+        return type_.encode(*bitmap, *asked, *sink_);
+    }
+
+    const WritableType& type_;
     std::unique_ptr<ByteSink> sink_;
     ImageRef image_;
     base::Dictionary properties_;
@@ -89,13 +113,13 @@ ImageDestination::createWithURL(const base::URL& url, std::string_view typeIdent
     if (!type) return base::failure(type.error());
     auto sink = makeFileSink(url, std::move(nextName));
     if (!sink) return base::failure(sink.error());
-    return std::make_unique<EncodingDestination>((*type)->encode, std::move(*sink));
+    return std::make_unique<EncodingDestination>(**type, std::move(*sink));
 }
 
 base::Result<std::unique_ptr<ImageDestination>> ImageDestination::createWithData(std::string_view typeIdentifier) {
     const auto type = findType(typeIdentifier);
     if (!type) return base::failure(type.error());
-    return std::make_unique<EncodingDestination>((*type)->encode, makeMemorySink());
+    return std::make_unique<EncodingDestination>(**type, makeMemorySink());
 }
 
 base::Result<base::URL> writeWithoutReplacing(const base::Data& bytes, const base::URL& url, NextName nextName) {

@@ -37,7 +37,8 @@ public:
 
     /// The image to write, in its own colour space, and its properties: those for which canWriteProperty answers yes,
     /// and kCGImageDestinationLossyCompressionQuality (0 to 1, 0.8 when absent). JPEG subsamples colour below quality
-    /// 0.9 and lays transparent pixels on white. A later call replaces an earlier one.
+    /// 0.9 and lays transparent pixels on white. With kCGImagePropertyDepth 16, an image that holds 16 bits keeps them
+    /// in PNG and TIFF files; all others are written with 8. A later call replaces an earlier one.
     virtual void addImage(ImageRef image, base::Dictionary properties) = 0;
     /// Encodes and writes. A picture that can't be decoded whole fails here and leaves no file.
     virtual base::Result<void> finalize() = 0;

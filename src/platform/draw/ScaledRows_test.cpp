@@ -102,6 +102,7 @@ const RowPlacement placements[] = {
     {2.5, 1.25, 12, 9, {0, 0, 20, 14}},          // by the decoder's reduction
     {-100, -50.5, 400, 333, {10, 20, 200, 150}}, // a part of an enlargement
     {5, 7, 131, 98, {0, 0, 150, 120}},           // at its own size
+    {-10, -7, 131, 98, {0, 0, 60, 50}},          // a part of that
     {0.4, 0.4, 0.3, 40, {0, 0, 3, 50}},          // thinner than a pixel
     {200, 0, 50, 50, {0, 0, 40, 40}},            // outside
 };

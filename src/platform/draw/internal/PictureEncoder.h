@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ByteSink.h"
+#include "DeepRows.h"
 #include "ExifBlock.h"
 #include "platform/draw/Bitmap.h"
 
@@ -28,6 +29,14 @@ base::Result<void> encodePDF(const Bitmap& bitmap, const EncodingOptions& option
 
 /// Colour is subsampled (4:2:0); alpha is kept.
 base::Result<void> encodeHEIC(const Bitmap& bitmap, const EncodingOptions& options, ByteSink& sink);
+
+/// The same of a picture of 16 bits, whose rows come from a reader.
+using DeepPictureEncoder = base::Result<void> (*)(const Image& image, DeepPixelReader& rows,
+                                                  const EncodingOptions& options, ByteSink& sink);
+base::Result<void> encodeDeepPNG(const Image& image, DeepPixelReader& rows, const EncodingOptions& options,
+                                 ByteSink& sink);
+base::Result<void> encodeDeepTIFF(const Image& image, DeepPixelReader& rows, const EncodingOptions& options,
+                                  ByteSink& sink);
 
 /// `count` pixels of a bitmap's row as red, green, blue bytes, laid on white.
 void opaqueRGBRow(const std::uint8_t* row, std::size_t count, std::uint8_t* target);
