@@ -8,6 +8,8 @@
 #include "Session.h"
 #include "TextForms.h"
 #include "base/Path.h"
+#include "platform/data/FileTypes.h"
+#include "platform/draw/ImageDestination.h"
 #include "platform/draw/Raster.h"
 #include "platform/filter/FilterContext.h"
 #include "platform/filter/FilterImage.h"
@@ -53,9 +55,20 @@ base::Result<void> printPage(const Request& request) {
 
 // -- Rasters ---------------------------------------------------------------------------------------------------------
 
-base::Result<void> writeImage(const base::Result<draw::ImageRef>& image, const std::string& path) {
+/// A file of 16 bits where the samples have them and the type holds them.
+base::Result<void> writeImage(const base::Result<draw::ImageRef>& image, const std::string& path, int bits) {
     if (!image) return base::failure(image.error());
-    return writePicture({*image, path, std::nullopt, std::nullopt, false});
+    const auto type = pictureTypeForPath(path);
+    if (bits == 8 || !type) return writePicture({*image, path, std::nullopt, std::nullopt, false});
+    const auto url =
+        platform::data::appendingPathExtensionForType(base::URL::fileURLWithPath(path).deletingPathExtension(), *type);
+    const auto file = draw::ImageDestination::createWithURL(url, *type);
+    if (!file) return base::failure(base::cocoaErrorDomain, 0, oneLine(path, file.error()));
+    (*file)->addImage(*image, {{std::string(draw::kCGImagePropertyDepth), bits}});
+    if (const auto written = (*file)->finalize(); !written)
+        return base::failure(base::cocoaErrorDomain, 0, oneLine(path, written.error()));
+    Console::shared().result(url.path());
+    return {};
 }
 
 /// Samples as a page hands them over: width, height and bits by its properties, one or three a pixel.
@@ -109,15 +122,16 @@ base::Result<void> writeForm(KLARON_PrintPage& page, const Request& request) {
         // Complemented samples are amounts of ink and not colours of the space.
         const bool isColor = space && !request.cmy;
         const Samples samples{*chunky, properties, 3};
-        return writeImage(
-            draw::imageOfRaster(pictureOf(samples, isColor ? space->colorSpace() : draw::ColorSpace::sRGB())),
-            request.output);
+        const auto raster = pictureOf(samples, isColor ? space->colorSpace() : draw::ColorSpace::sRGB());
+        return writeImage(draw::imageOfRaster(raster), request.output, raster.bitsPerComponent);
     }
     if (const auto* planes = std::get_if<std::array<base::Data, 3>>(&bytes)) {
         for (std::size_t i = 0; i < planes->size(); ++i) {
             const Samples samples{(*planes)[i], properties, 1};
-            auto written = writeImage(draw::imageOfRaster(pictureOf(samples, draw::ColorSpace::sRGB())),
-                                      pathOfPlane(request.output, (request.cmy ? "YMC" : "RGB")[i]));
+            const auto raster = pictureOf(samples, draw::ColorSpace::sRGB());
+            auto written =
+                writeImage(draw::imageOfRaster(raster), pathOfPlane(request.output, (request.cmy ? "YMC" : "RGB")[i]),
+                           raster.bitsPerComponent);
             if (!written) return written;
         }
         return {};
@@ -131,7 +145,7 @@ base::Result<void> writeRaster(const Request& request) {
     if (request.bits || request.planar || request.cmy) return writeForm(**page, request);
     const auto raster = (*page)->imageRaster();
     if (!raster) return base::failure(whyNoRaster(**page, request.file));
-    return writeImage(draw::imageOfRaster(*raster), request.output);
+    return writeImage(draw::imageOfRaster(*raster), request.output, raster->bitsPerComponent);
 }
 
 // -- Previews --------------------------------------------------------------------------------------------------------
@@ -163,7 +177,7 @@ base::Result<draw::ImageRef> previewOf(KLARON_PrintPage& page, const Request& re
 base::Result<void> writePreview(const Request& request) {
     const auto page = openPage(request.file);
     if (!page) return base::failure(page.error());
-    return writeImage(previewOf(**page, request), request.output);
+    return writeImage(previewOf(**page, request), request.output, 8);
 }
 
 // -- The command line ------------------------------------------------------------------------------------------------
@@ -256,11 +270,12 @@ void declarePage(CLI::App& app, const Chosen& chosen) {
 
     CLI::App* raster = declare("raster", "Write the pixels that the printer gets", writeRaster);
     raster->footer(
-        "Prints the path of each file that was written; the picture holds the printer's profile. --bits, --planar\n"
-        "and --cmy write the samples in that form: with --planar three grey pictures (OUT-R, OUT-G, OUT-B; with\n"
-        "--cmy OUT-Y, OUT-M, OUT-C), with --cmy alone yellow, magenta and cyan in the places of red, green and\n"
-        "blue. The planes of 16 bits are those that printers are given: they hold no more than the low byte of\n"
-        "each sample, or with --cmy partly other ones. Whoever wants right colours of 16 bits leaves out --planar.\n");
+        "Prints the path of each file that was written; the picture holds the printer's profile. Samples of 16\n"
+        "bits stay so in PNG and TIFF files; other types hold 8.\n"
+        "--bits, --planar and --cmy write the samples in that form: with --planar three grey pictures (OUT-R,\n"
+        "OUT-G, OUT-B; with --cmy OUT-Y, OUT-M, OUT-C), with --cmy alone yellow, magenta and cyan in the places\n"
+        "of red, green and blue. Planes of 16 bits are those that printers are given: they hold no more than the\n"
+        "low byte of each sample, with --cmy partly other ones. Right colours of 16 bits come without --planar.\n");
     declareOutput(raster);
     raster->add_option("--bits", request->bits, "8 or 16 a sample (those of the page's kind of printer)")
         ->type_name("N")
