@@ -1,7 +1,9 @@
 #include "print/KLARON_PrintPage.h"
 
+#include "base/Places.h"
 #include "platform/data/FileAttributes.h"
 #include "platform/data/PropertyList.h"
+#include "platform/data/UserDefaults.h"
 #include "platform/draw/Bitmap.h"
 #include "platform/draw/ImageDestination.h"
 #include "platform/run/MainQueue.h"
@@ -64,6 +66,7 @@ TEST(PrintPage, TheModelsNameChoosesClassAndIndex) {
         EXPECT_EQ(page->requiredModel(), c.requiredModel);
         EXPECT_TRUE(page->dateInit());
     }
+    const LogCapture log;
     for (const base::Value& nothing : {base::Value(), base::Value("text"), base::Value(base::Array{})})
         EXPECT_FALSE(KLARON_PrintPage::printPageForOldVelm(nothing));
 }
@@ -234,7 +237,24 @@ private:
     std::shared_ptr<std::atomic<int>> count_;
 };
 
-TEST(PrintPage, PreviewsRenderOneAtATimeAndAnnounceTheirEnd) {
+class Previews : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        static const support::TemporaryDirectory home; // as long as the settings, which live with the process
+        base::setPlaces(base::Places::below(home.path().string()));
+    }
+};
+
+TEST_F(Previews, ThumbnailsAreAsLargeAsTheSettingSays) {
+    auto& defaults = platform::data::UserDefaults::standard();
+    for (const auto& [setting, size] : std::vector<std::pair<base::Value, base::Size>>{
+             {{}, {64, 64}}, {"{100, 50.5}", {100, 50.5}}, {"rubbish", {64, 64}}, {"{0, 9}", {0, 9}}, {{}, {64, 64}}}) {
+        ASSERT_TRUE(defaults.setObject(setting, "thumbnailSizeCustom"));
+        EXPECT_EQ(KLARON_PrintPage::thumbnailSize(), size);
+    }
+}
+
+TEST_F(Previews, RenderOneAtATimeAndAnnounceTheirEnd) {
     const support::TemporaryDirectory folder;
     platform::run::RunLoop loop;
     const auto count = std::make_shared<std::atomic<int>>(0);
@@ -273,7 +293,7 @@ TEST(PrintPage, PreviewsRenderOneAtATimeAndAnnounceTheirEnd) {
     EXPECT_EQ(*count, 5);
 }
 
-TEST(PrintPage, AProfileThatARenderingRejectsLeavesThePage) {
+TEST_F(Previews, AProfileThatARenderingRejectsLeavesThePage) {
     platform::run::RunLoop loop;
     class Rejecting : public CountingPage {
     public:

@@ -25,6 +25,7 @@ base::Result<base::Dictionary> readOldPage(const base::Value& urlOrDictionary) {
     if (const auto* dictionary = urlOrDictionary.as<base::Dictionary>()) return *dictionary;
     const auto* url = urlOrDictionary.as<base::URL>();
     if (!url) return base::failure(base::cocoaErrorDomain, 0, "A page is neither a dictionary nor a file");
+    if (!url->isFileURL()) return base::failure(base::cocoaErrorDomain, 0, url->absoluteString() + " is no file");
     auto bytes = platform::data::readFile(url->path());
     if (!bytes) return base::failure(std::move(bytes.error()));
     auto value = platform::data::parsePropertyList(*bytes);
