@@ -248,10 +248,14 @@ private:
         band_.resize(bandRows * height_); // of the larger pixel
         auto* band = reinterpret_cast<Pixel*>(band_.data());
         const std::size_t rows = std::min(bandRows, width_ - first);
-        for (std::size_t i = 0; i < height_; ++i) {
-            const Pixel* kept = pixels + width_ * (rowsReversed_ ? height_ - 1 - i : i);
-            for (std::size_t row = 0; row < rows; ++row)
-                band[row * height_ + i] = kept[columnsReversed_ ? width_ - 1 - first - row : first + row];
+        // In squares: the lines that one column touches serve the next ones too, and each row is written on end.
+        for (std::size_t begin = 0; begin < height_; begin += bandRows) {
+            const std::size_t end = std::min(begin + bandRows, height_);
+            for (std::size_t row = 0; row < rows; ++row) {
+                const Pixel* column = pixels + (columnsReversed_ ? width_ - 1 - first - row : first + row);
+                for (std::size_t i = begin; i < end; ++i)
+                    band[row * height_ + i] = column[width_ * (rowsReversed_ ? height_ - 1 - i : i)];
+            }
         }
     }
 
