@@ -131,7 +131,8 @@ TEST(DNPCommand, StreamIsReadUpToItsFirstFault) {
 }
 
 TEST(DNPCommand, ReaderKeepsWhatItIsTold) {
-    std::string left = packetOf(26, std::string(100000, 'x'))->asText().data() + stream();
+    std::string left(packetOf(26, std::string(100000, 'x'))->asText());
+    left += stream();
     DNPPacketReader reader(
         [&](std::span<std::uint8_t> buffer) -> base::Result<std::size_t> {
             if (left.empty()) return base::failure(base::posixErrorDomain, 5, "the cable is out");
