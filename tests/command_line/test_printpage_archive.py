@@ -96,16 +96,6 @@ class Archive(CommandLineTest):
         shown = json.loads(self.velmctl_page("show", "--json", path))
         self.assertEqual((shown["multicut"], shown["gravity"]), (multicut, "resize"))
 
-    def test_mitsubishi(self):
-        path = self.home.path / "a.printpage"
-        self.velmctl_page("make", "--model", "Mitsubishi CP-D90DW", "--paper", "Media6x8Cut4x6",
-                          photograph(self.home.path / "a.jpg"), "-o", path)
-        root = self.read(path)
-        self.assertEqual(root["$class"], "KLARON_PrintPageMitsu1 KLARON_PrintPage NSObject")
-        self.assertEqual({key: value for key, value in root.items() if isinstance(value, int)},
-                         {"self.colorManagement": 1, "self.printerModel": 57, "self.mediaSize": 15,
-                          "self.multicut": 128, "self.overcoat": 0, "self.quality": 0})
-
     def show(self, archive):
         path = self.home.write("given.printpage",
                                archive if isinstance(archive, bytes) else plistlib.dumps(archive, fmt=plistlib.FMT_BINARY))
@@ -148,8 +138,6 @@ class Archive(CommandLineTest):
         cycle = keyed(page(properties={"a": "b"}))
         properties = next(each for each in cycle["$objects"] if "NS.keys" in each)
         properties["NS.objects"] = [UID(cycle["$objects"].index(properties))]
-        self_filter = keyed(page(imageFilters=[[]]))
-        self_filter["$objects"][1]["self.imageFilters"] = UID(1)
         outside = keyed(page(requiredModel="a"))
         outside["$objects"][1]["self.requiredModel"] = UID(999)
         classless = keyed(page())
@@ -167,21 +155,15 @@ class Archive(CommandLineTest):
         wide["$objects"][-1]["NS.objects"] = []
         target["NS.objects"] = [UID(len(wide["$objects"]) - 1)] * 400_000
         for name, archive, message in (
-                ("nothing", b"", "binary form"),
                 ("cut off", whole[:-1], "property list"),
                 ("in the text form", plistlib.dumps({}), "binary form"),
                 ("no archive", {}, "no keyed archive"),
                 ("another root", keyed(["a"]), "NSArray; expected: KLARON_PrintPage"),
                 ("null", keyed(None), "no page"),
-                ("a class without ancestors here", keyed(Made("NSData NSObject", {})), "unexpected class NSData"),
-                ("a text for pictures", keyed(page(inputImages="a")), "\"self.inputImages\" is of the unexpected"),
                 ("one picture for a list", keyed(page(inputImages=url("file:///a"))), "self.inputImages"),
                 ("texts among the pictures", keyed(page(inputImages=["a"])), "no URL"),
-                ("a list for a profile", keyed(page(printerProfileICC=[])), "self.printerProfileICC"),
-                ("a page as a property", keyed(page(properties={"a": page()})), "unexpected class KLARON_PrintPage_DNP"),
                 ("a URL as a property", keyed(page(properties={"a": url("file:///a")})), "unexpected class NSURL"),
                 ("filters not in lists", keyed(page(imageFilters=[Made(HUE, {})])), "no list of filters"),
-                ("numbers as filters", keyed(page(imageFilters=[[Boxed(1)]])), "no list of filters"),
                 ("a filter from elsewhere", keyed(page(imageFilters=[[Made("CISepiaTone CIFilter NSObject", {})]])),
                  "CISepiaTone"),
                 ("a filter's name from elsewhere",
@@ -190,9 +172,7 @@ class Archive(CommandLineTest):
                  "CI_inputAngle"),
                 ("an endless vector", keyed(page(imageFilters=[[Made("CIColorMatrix CIFilter NSObject", {
                     "CI_inputRVector": Made("CIVector NSObject", {"CICount": 1 << 40})})]])), "CIVector of"),
-                ("a text for a number", keyed(page(colorManagement="1")), "self.colorManagement"),
                 ("a dictionary within itself", cycle, "contains itself"),
-                ("the page as its filters", self_filter, "contains itself"),
                 ("a reference to nowhere", outside, "outside"),
                 ("no class", classless, "no class"),
                 ("a million references", many, "too many"),
