@@ -78,8 +78,10 @@ class Make(PageTest):
         self.assertEqual(shown["images"], [{"path": f"{self.home.path}/photo.jpg", "size": [90, 60]}])
         self.assertEqual({one["name"]: one["inputs"] for one in shown["filters"][0]}["CIColorMatrix"]["inputRVector"],
                          [0.5, 0, 0, 0])
+        self.assertRegex(self.page("show", page), "filters 1 +CIColorControls inputBrightness=0.25; "
+                                                  "CIColorMatrix inputRVector=0.5,0,0,0\n")
         (self.home.path / "photo.jpg").unlink()
-        self.assertRegex(self.page("show", page), r"images 1 +\S*photo.jpg: .*No such file")
+        self.assertRegex(self.page("show", page), r"images 1 .*photo.jpg: No such file")
 
     def test_every_paper_that_is_offered_is_one(self):
         self.photo(90, 60)

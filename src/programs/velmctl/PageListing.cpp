@@ -95,8 +95,12 @@ std::string filterText(const base::Value& value) {
     std::string text;
     for (const base::Value& filter : *value.as<base::Array>()) {
         const auto& entries = *filter.as<base::Dictionary>();
-        text += (text.empty() ? "" : "; ") + base::valueForKey(entries, "name").textOr("");
+        const std::string name = base::valueForKey(entries, "name").textOr("");
+        const FilterRef unset = platform::filter::Filter::filterWithName(name);
+        text += (text.empty() ? "" : "; ") + name;
         for (const auto& [key, input] : *base::valueForKey(entries, "inputs").as<base::Dictionary>()) {
+            // What was never set would hide what was.
+            if (unset && base::valueForKey(unset->inputs(), key) == input) continue;
             text += " " + key + "=";
             const auto* vector = input.as<base::Array>();
             if (!vector) text += input.stringValue().value_or(input.description());
