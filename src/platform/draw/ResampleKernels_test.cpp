@@ -1,11 +1,13 @@
 #include "internal/ResampleKernels.h"
 
+#include "internal/EveryTargetFixture.h"
+
 #include <algorithm>
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 #include <vector>
 
 using namespace platform::draw;
+using fixtures::onEveryTarget;
 
 namespace {
 
@@ -13,19 +15,6 @@ unsigned state = 1;
 int randomBelow(int limit) {
     state = state * 1664525 + 1013904223;
     return static_cast<int>((state >> 8) % static_cast<unsigned>(limit));
-}
-
-/// Runs `test` with each instruction set that this processor has.
-template <class Test>
-void onEveryTarget(Test test) {
-    for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
-        SCOPED_TRACE(hwy::TargetName(target));
-        hwy::SetSupportedTargetsForTest(target);
-        hwy::GetChosenTarget().Update(hwy::SupportedTargets());
-        test();
-    }
-    hwy::SetSupportedTargetsForTest(0);
-    hwy::GetChosenTarget().Update(hwy::SupportedTargets());
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "platform/draw/ScaledRows.h"
 
+#include "internal/EveryTargetFixture.h"
 #include "internal/PictureFixtures.h"
 #include "internal/ScaledPixels.h"
 #include "platform/draw/ColorRows.h"
@@ -165,6 +166,9 @@ TEST(ScaledRows, HalfRowsAreFinerThanBytes) {
                 SCOPED_TRACE(testing::Message()
                              << &image - pictures << " at " << &placement - placements << " turned " << turns);
                 Rows half = rowsOf(image, placement, RowDepth::half, turns);
+                fixtures::onEveryTarget([&] {
+                    EXPECT_LE(largestDifference(half, rowsOf(image, placement, RowDepth::half, turns)), 0.001);
+                });
                 EXPECT_EQ(half.format.depth, RowDepth::half);
                 for (std::size_t i = 0; i < half.values.size(); i += 4)
                     for (std::size_t k = 0; k < 3; ++k)

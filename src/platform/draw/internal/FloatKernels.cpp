@@ -8,6 +8,8 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include "RoundedHalves-inl.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace platform::draw {
 namespace HWY_NAMESPACE {
@@ -23,7 +25,7 @@ HWY_INLINE FloatVector loadHalves(const std::uint16_t* halves) {
 }
 
 HWY_INLINE hn::Vec<WordTag> halvesOf(FloatVector value) {
-    return hn::BitCast(WordTag(), hn::DemoteTo(HalfTag(), value));
+    return roundedHalves(FloatTag(), value);
 }
 
 void FloatsOfHalves(const std::uint16_t* halves, std::size_t count, float* out) {

@@ -6,6 +6,8 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include "RoundedHalves-inl.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace platform::draw {
 namespace HWY_NAMESPACE {
@@ -157,12 +159,10 @@ HWY_INLINE hn::VFromD<hn::RebindToUnsigned<D>> halfOf(D, hn::VFromD<D> value) {
     const hn::Half<D> dHalf;
     const hn::Rebind<std::int32_t, decltype(dHalf)> d32;
     const hn::Rebind<float, decltype(dHalf)> dFloat;
-    const hn::Rebind<hwy::float16_t, decltype(dHalf)> dHalfFloat;
-    const hn::Half<decltype(du)> duHalf;
     const auto factor = hn::Set(dFloat, 1.0f / (255 << sampleFractionBits));
     const auto part = [=](auto samples) HWY_ATTR {
         const auto scaled = hn::Mul(hn::ConvertTo(dFloat, hn::PromoteTo(d32, samples)), factor);
-        return hn::BitCast(duHalf, hn::DemoteTo(dHalfFloat, scaled));
+        return roundedHalves(dFloat, scaled);
     };
     return hn::Combine(du, part(hn::UpperHalf(dHalf, value)), part(hn::LowerHalf(dHalf, value)));
 }
