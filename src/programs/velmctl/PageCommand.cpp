@@ -202,14 +202,14 @@ void declareMake(CLI::App& command, const Chosen& chosen) {
         ->type_name("NAME");
     const auto output = make->add_option("-o,--output", request->output, "The page; .printpage when it names no type");
     output->required()->type_name("FILE");
-    CLI::Option_group* papers = make->add_option_group("paper");
+    CLI::Option_group* papers = make->add_option_group("paper", "At least one of these:");
     papers->add_option("--paper", request->paper, "\"6x8\" for DNP, \"Media6x8Cut4x6\" for Mitsubishi")
         ->type_name("NAME");
     papers->add_option("--multicut", request->multicut, "The layout's code, also besides --paper, in its place")
         ->type_name("CODE");
     papers->require_option(1, 2);
     make->add_option("--media", request->media, "The medium's code, in place of the paper's")->type_name("CODE");
-    make->add_option("--gravity", request->gravity, "How pictures fill their frames: " + joined(pageGravities()))
+    make->add_option("--gravity", request->gravity, "How pictures fill their frames (resizeAspectFill)")
         ->type_name("NAME")
         ->check(CLI::IsMember(pageGravities()));
     make->add_option("--copies", request->copies, "Prints of the page; the file does not hold it")
