@@ -75,7 +75,7 @@ const FitCase fitCases[] = {
     {"high pixels", {160, 120}, {600, 300}, 61, 97, fill, true, false, ""},
     {"fits", {80, 120}, {300, 300}, 97, 61, fit, false, false, ""},
     {"fits with wide pixels", {80, 240}, {300, 600}, 97, 61, fit, false, false, ""},
-    {"fits with high pixels", {160, 120}, {600, 300}, 97, 61, fit, false, false, ""},
+    {"fits with high pixels", {480, 120}, {600, 300}, 97, 61, fit, false, false, ""},
     {"does not stretch", {80, 120}, {300, 300}, 97, 61, "resize", false, false, ""},
     {"enlarged", {300, 420}, {300, 300}, 61, 97, fill, true, false, ""},
     {"square picture", {80, 120}, {300, 300}, 61, 61, fill, true, false, ""},
