@@ -57,14 +57,7 @@ class Packets(CommandLineTest):
         self.assertEqual([line.split(maxsplit=3) for line in media],
                          [[str(row["code"]), row["name"], str(row["defaultMulticut"]), " ".join(map(str, row["multicuts"]))]
                           for row in document["media"]])
-        frames = [frame for row in document["multicuts"] for frame in row["frames"]]
-        self.assertEqual(len(multicuts), len(frames))
-        for row in document["multicuts"]:
-            with self.subTest(row["code"]):
-                sizes = "{:g} x {:g}".format(*row["size"]), "{:g} x {:g}".format(*row["sizeHiRes"])
-                line = next(line for line in multicuts if line.split()[0] == str(row["code"]) and line[0] != " ")
-                for part in (row["name"], *sizes):
-                    self.assertIn(part, line)
+        self.assertEqual(len(multicuts), sum(len(row["frames"]) for row in document["multicuts"]))
 
 
 if __name__ == "__main__":
