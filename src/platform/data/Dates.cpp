@@ -58,10 +58,12 @@ std::string stringWithUTSFormat(base::Date date, std::string_view pattern, const
 }
 
 double secondsSinceReferenceDate(base::Date date) {
-    // In two parts: as one number of nanoseconds a double could not hold it.
-    const auto whole = std::chrono::floor<std::chrono::seconds>(date);
-    const std::chrono::duration<double> fraction = date - whole;
-    return static_cast<double>((whole.time_since_epoch() - referenceDateSinceEpoch).count()) + fraction.count();
+    // In two parts: as one number of nanoseconds a double could not hold it. Towards 1970, for rounded down the seconds
+    // of the earliest date are no date.
+    const auto sinceEpoch = date.time_since_epoch();
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(sinceEpoch);
+    const std::chrono::duration<double> fraction = sinceEpoch - whole;
+    return static_cast<double>((whole - referenceDateSinceEpoch).count()) + fraction.count();
 }
 
 base::Date dateFromSecondsSinceReferenceDate(double seconds) {
