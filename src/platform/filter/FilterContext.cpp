@@ -5,8 +5,10 @@
 #include "internal/RowPlan.h"
 #include "platform/draw/ColorRows.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <new>
 
 namespace platform::filter {
@@ -34,10 +36,12 @@ Result<void> checkedRect(const Rect& rect, int bitsPerComponent) {
     return {};
 }
 
-/// A rendering that is ready to run.
+/// A rendering that is ready to run. Its rows are those of the page as its largest picture lies in its file, so that
+/// this one streams by; each pixel is turned to its place when it is written.
 struct Rendering {
     draw::RowReaderRef reader;
     std::shared_ptr<const draw::ColorRows> conversion;
+    base::AffineTransform toPage; ///< From the reader's pixels to the page's, y down.
 };
 
 Result<Rendering> rendering(const FilterContext& context, const FilterImageRef& image, const Rect& rect, int bits,
@@ -54,19 +58,61 @@ Result<Rendering> rendering(const FilterContext& context, const FilterImageRef& 
     if (hasFilters(*image->node())) space = draw::ColorSpace::sRGB();
     const RowDepth depth = context.workingFormat() == WorkingFormat::rgba8 ? RowDepth::bits8 : RowDepth::half;
     const base::AffineTransform toDevice{1, 0, 0, -1, -rect.x, rect.maxY()};
-    auto reader = RowPlan(depth, statistics).rows(*image->node(), toDevice, {0, 0, rect.width, rect.height}, space);
+    base::AffineTransform toPage = turnOfRows(*image->node(), toDevice);
+    const Rect turned = toPage.inverted().apply({0, 0, rect.width, rect.height});
+    toPage = toPage.after(base::AffineTransform::translation(turned.x, turned.y));
+    auto reader =
+        RowPlan(depth, statistics)
+            .rows(*image->node(), toPage.inverted().after(toDevice), {0, 0, turned.width, turned.height}, space);
     if (!reader) return base::failure(std::move(reader.error()));
     auto conversion = draw::ColorRows::between((*reader)->format().colorSpace, depth, output, bits);
     if (!conversion) return base::failure(std::move(conversion.error()));
-    return Rendering{std::move(*reader), std::move(*conversion)};
+    return Rendering{std::move(*reader), std::move(*conversion), toPage};
 }
 
-Result<void> run(const Rendering& rendering, std::uint8_t* pixels, std::size_t bytesPerRow) {
+template <std::size_t pixelBytes>
+void scatter(const std::uint8_t* band, int rows, std::size_t width, std::uint8_t* target, std::ptrdiff_t alongRow,
+             std::ptrdiff_t downRows) {
+    for (std::size_t x = 0; x < width; ++x, target += alongRow) {
+        std::uint8_t* pixel = target;
+        for (int row = 0; row < rows; ++row, pixel += downRows)
+            std::memcpy(pixel, band + (static_cast<std::size_t>(row) * width + x) * pixelBytes, pixelBytes);
+    }
+}
+
+/// `pixels` is the page's first pixel.
+Result<void> run(const Rendering& rendering, std::uint8_t* pixels, std::size_t bytesPerRow, int bitsPerComponent) {
     const draw::RowFormat& format = rendering.reader->format();
+    const auto width = static_cast<std::size_t>(format.width);
+    const std::size_t pixelBytes = 4 * static_cast<std::size_t>(bitsPerComponent) / 8;
+    const base::AffineTransform& toPage = rendering.toPage;
+    const auto offset = [&](double x, double y) {
+        return static_cast<std::ptrdiff_t>(x) * static_cast<std::ptrdiff_t>(pixelBytes) +
+               static_cast<std::ptrdiff_t>(y) * static_cast<std::ptrdiff_t>(bytesPerRow);
+    };
+    const std::ptrdiff_t alongRow = offset(toPage.a, toPage.b);
+    const std::ptrdiff_t downRows = offset(toPage.c, toPage.d);
+    const base::Point middle = toPage.apply(base::Point{0.5, 0.5});
+    std::uint8_t* target = pixels + offset(std::floor(middle.x), std::floor(middle.y));
+
+    const bool isStraight = alongRow == static_cast<std::ptrdiff_t>(pixelBytes);
+    constexpr int bandRows = 16; // a turned band writes whole cache lines
+    const int step = isStraight ? 1 : bandRows;
     std::vector<std::uint8_t> row(format.rowBytes());
-    for (int y = 0; y < format.height; ++y, pixels += bytesPerRow) {
-        if (auto read = rendering.reader->readRow(row.data()); !read) return read;
-        rendering.conversion->convert(row.data(), pixels, static_cast<std::size_t>(format.width));
+    std::vector<std::uint8_t> band(isStraight ? 0 : width * pixelBytes * bandRows);
+    for (int y = 0; y < format.height; y += step, target += step * downRows) {
+        const int rows = std::min(step, format.height - y);
+        for (int i = 0; i < rows; ++i) {
+            if (auto read = rendering.reader->readRow(row.data()); !read) return read;
+            std::uint8_t* samples =
+                isStraight ? target : band.data() + static_cast<std::size_t>(i) * width * pixelBytes;
+            rendering.conversion->convert(row.data(), samples, width);
+        }
+        if (isStraight) continue;
+        if (bitsPerComponent == 8)
+            scatter<4>(band.data(), rows, width, target, alongRow, downRows);
+        else
+            scatter<8>(band.data(), rows, width, target, alongRow, downRows);
     }
     return {};
 }
@@ -99,7 +145,7 @@ Result<draw::Raster> FilterContext::render(const FilterImageRef& image, const Re
     } catch (const std::bad_alloc&) {
         return base::failure(base::systemError(ENOMEM, "cannot render " + base::stringFromRect(rect)));
     }
-    if (auto done = run(*ready, raster.pixels->data(), raster.bytesPerRow); !done)
+    if (auto done = run(*ready, raster.pixels->data(), raster.bytesPerRow, bitsPerComponent); !done)
         return base::failure(std::move(done.error()));
     return raster;
 }
@@ -112,7 +158,7 @@ Result<void> FilterContext::renderInto(std::uint8_t* pixels, std::size_t bytesPe
     if (bytesPerRow < sampleBytes(rect.width, bitsPerComponent))
         return base::failure(base::cocoaErrorDomain, -1,
                              base::message("%lu bytes are too few for a row of %g pixels.", bytesPerRow, rect.width));
-    return run(*ready, pixels, bytesPerRow);
+    return run(*ready, pixels, bytesPerRow, bitsPerComponent);
 }
 
 } // namespace platform::filter

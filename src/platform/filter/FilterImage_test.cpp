@@ -330,19 +330,47 @@ TEST(FilterContext, PartsAreAsTheWhole) {
             const Rect common = part.intersection(all);
             const Raster shown = rendered(page(), part, format);
             const Raster cut = rendered(page(), common, format);
-            EXPECT_LE(difference(whole, cut, static_cast<int>(common.x), static_cast<int>(all.maxY() - common.maxY())),
-                      1.01 * step8);
-            EXPECT_EQ(difference(shown, cut, static_cast<int>(common.x - part.x),
-                                 static_cast<int>(part.maxY() - common.maxY())) > 1.01 * step8,
-                      false);
+            const auto below = [&](const Rect& rect) { return static_cast<int>(rect.maxY() - common.maxY()); };
+            EXPECT_LE(difference(whole, cut, static_cast<int>(common.x), below(all)), 1.01 * step8);
+            EXPECT_LE(difference(shown, cut, static_cast<int>(common.x - part.x), below(part)), 1.01 * step8);
         }
     }
     EXPECT_LE(difference(rendered(page(true), all, WorkingFormat::rgba8, 8), rendered(page(true), all)), 3 * step8);
-    std::vector<std::uint8_t> memory(70 * 512, 7);
+    std::vector<std::uint8_t> memory(60 * 512, 7);
     ASSERT_TRUE(FilterContext().renderInto(memory.data(), 512, page(), all));
-    EXPECT_TRUE(std::equal(memory.begin() + 512, memory.begin() + 512 + 81 * 4,
-                           rendered(page(), all, WorkingFormat::rgba8, 8).row(1)));
+    const Raster bytes = rendered(page(), all, WorkingFormat::rgba8, 8);
+    EXPECT_TRUE(std::equal(memory.begin() + 512, memory.begin() + 512 + 81 * 4, bytes.row(1)));
     EXPECT_EQ(memory[81 * 4], 7);
+}
+
+TEST(FilterContext, TurnedPagesAreThePagesPixelsTurned) {
+    const Rect all{0, 0, 81, 60};
+    for (const int bits : {8, 16}) {
+        const Raster upright = rendered(page(), all, WorkingFormat::rgbaHalf, bits);
+        for (const int orientation : {2, 3, 4, 5, 6, 7, 8}) {
+            const bool isAcross = orientation > 4;
+            const Rect turned{0, 0, isAcross ? all.height : all.width, isAcross ? all.width : all.height};
+            const Raster raster = rendered(page()
+                                               ->imageByApplyingTransform(AffineTransform::translation(-1, 0))
+                                               ->imageByCroppingToRect({0, 0, 79, 60})
+                                               ->imageByApplyingOrientation(orientation),
+                                           turned, WorkingFormat::rgbaHalf, bits);
+            double greatest = 0;
+            for (int y = 0; y < 60; ++y)
+                for (int x = 0; x < 79; ++x) {
+                    const int u = orientation == 2 || orientation == 3 ? 78 - x : x;
+                    const int v = orientation == 3 || orientation == 4 ? 59 - y : y;
+                    const int across = orientation == 6 || orientation == 7 ? 59 - y : y;
+                    const int down = orientation == 7 || orientation == 8 ? 78 - x : x;
+                    // A turned page of 79 columns begins at the lower left corner of 81.
+                    const Pixel shown = isAcross ? pixelAt(raster, across, down + 2) : pixelAt(raster, u, v);
+                    const Pixel expected = pixelAt(upright, x + 1, y);
+                    for (std::size_t c = 0; c < 4; ++c)
+                        greatest = std::max(greatest, std::abs(shown.at(c) - expected.at(c)));
+                }
+            EXPECT_LE(greatest, 1.01 * step8) << orientation;
+        }
+    }
 }
 
 TEST(FilterContext, FiltersCountThePixelsOfTheirOwnImage) {

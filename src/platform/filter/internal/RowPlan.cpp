@@ -106,7 +106,40 @@ Result<std::array<float, 4>> colorIn(const ColorSpaceRef& space, const std::arra
     return result;
 }
 
+/// From a picture's pixels, y down, to its plane, y up.
+AffineTransform fromTopOf(const draw::Image& image) {
+    return {1, 0, 0, -1, 0, static_cast<double>(image.height())};
+}
+
+struct LargestPicture {
+    double pixels = 0;
+    AffineTransform turn;
+
+    void find(const Node& node, const AffineTransform& toDevice) {
+        if (const auto* picture = std::get_if<PictureNode>(&node.content)) {
+            if (node.extent.width * node.extent.height <= pixels) return;
+            pixels = node.extent.width * node.extent.height;
+            turn = turnOf(toDevice.after(fromTopOf(*picture->image)));
+        } else if (const auto* placed = std::get_if<PlacedNode>(&node.content)) {
+            find(*placed->source, toDevice.after(placed->transform));
+        } else if (const auto* cropped = std::get_if<CroppedNode>(&node.content)) {
+            find(*cropped->source, toDevice);
+        } else if (const auto* filtered = std::get_if<FilteredNode>(&node.content)) {
+            find(*filtered->source, toDevice);
+        } else if (const auto* over = std::get_if<OverNode>(&node.content)) {
+            find(*over->bottom, toDevice);
+            find(*over->top, toDevice);
+        }
+    }
+};
+
 } // namespace
+
+AffineTransform turnOfRows(const Node& node, const AffineTransform& toDevice) {
+    LargestPicture largest;
+    largest.find(node, toDevice);
+    return largest.turn;
+}
 
 Result<RowReaderRef> RowPlan::rows(const Node& node, const AffineTransform& toDevice, const Rect& visible,
                                    const ColorSpaceRef& colorSpace) {
@@ -173,7 +206,7 @@ Result<RowReaderRef> RowPlan::pictureRows(const PictureNode& picture, const Affi
                                           const ColorSpaceRef& colorSpace) {
     const double width = picture.image->width();
     const double height = picture.image->height();
-    const AffineTransform fromTop = toDevice.after({1, 0, 0, -1, 0, height});
+    const AffineTransform fromTop = toDevice.after(fromTopOf(*picture.image));
     const Rect place = fromTop.apply({0, 0, width, height});
     if (std::max(place.width, place.height) > largestPlacement)
         return base::failure(base::cocoaErrorDomain, -1,

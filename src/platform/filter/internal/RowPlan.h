@@ -10,6 +10,10 @@
 
 namespace platform::filter {
 
+/// How the rows of the graph's largest picture lie on the device's grid: mirrored and turned by quarters, without scale
+/// and translation. The identity when there is no picture.
+base::AffineTransform turnOfRows(const Node& node, const base::AffineTransform& toDevice);
+
 class RowPlan {
 public:
     RowPlan(draw::RowDepth depth, RenderStatistics& statistics) : depth_(depth), statistics_(statistics) {}
