@@ -33,7 +33,7 @@ class Archiver {
 public:
     base::Result<base::Data> archive(const base::Value& root) {
         add(PlistTree(plist_new_string("$null")));
-        const auto uid = uidOf(root, 1);
+        const UID uid = root.isNothing() ? UID(0) : uidOf(root, 1); // nothing at the root is no NSNull
         if (!uid) return base::failure(uid.error());
 
         PlistTree objects(plist_new_array());
