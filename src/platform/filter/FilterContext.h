@@ -1,6 +1,7 @@
 // Renders filter images: a rectangle of the graph, row by row, in the colours of an output space. Memory grows with the
-// width of the rectangle times some rows, not with its area, but for the result itself and for a picture that has to be
-// turned. Immutable; any thread.
+// width of the rectangle and of the pictures times some rows, not with their area, but for the result itself and for a
+// picture that lies turned against the largest one. Geometry becomes one resampling for each picture, in the coded
+// values of its space; colour filters, and nothing else, are computed in linear light. Immutable; any thread.
 #pragma once
 
 #include "base/Error.h"
@@ -9,8 +10,8 @@
 #include "platform/draw/Raster.h"
 #include "platform/filter/FilterImage.h"
 
+#include <cstddef>
 #include <cstdint>
-#include <functional>
 
 namespace platform::filter {
 

@@ -112,7 +112,7 @@ private:
             const Sample alpha = top[3];
             if (alpha == Pixels::full)
                 std::copy(top, top + 4, bottom);
-            else
+            else if (alpha != 0)
                 for (int c = 0; c < 4; ++c)
                     bottom[c] = Pixels::over(top[c], bottom[c], alpha);
         }
