@@ -67,7 +67,7 @@ private:
         if (value.isNothing()) return add(dictionaryOfClass("NSNull"));
         if (const auto* text = value.as<std::string>()) return uidOfText(*text);
         if (value.isNumber()) return add(numberNode(value));
-        if (const auto* data = value.as<base::Data>()) return add(newPlistData(*data));
+        if (const auto* data = value.as<base::Data>()) return uidOfData(*data);
         if (const auto* date = value.as<base::Date>()) return uidOfDate(*date);
         if (const auto* url = value.as<base::URL>()) return uidOfURL(*url);
         if (const auto* point = value.as<base::Point>()) return uidOfGeometry(pointForm, base::stringFromPoint(*point));
@@ -99,6 +99,13 @@ private:
         }
         texts_.emplace(text, uid);
         return uid;
+    }
+
+    /// Equal data once: the library would share some of them, by where they happen to lie in memory.
+    std::uint64_t uidOfData(const base::Data& data) {
+        const auto known = data_.find(data.asText());
+        if (known != data_.end()) return known->second;
+        return data_.emplace(data.asText(), add(newPlistData(data))).first->second;
     }
 
     UID uidOfDate(base::Date date) {
@@ -214,6 +221,7 @@ private:
 
     std::vector<PlistTree> objects_;
     std::map<std::string, std::uint64_t> texts_;
+    std::map<std::string, std::uint64_t, std::less<>> data_;
     std::map<std::string, std::uint64_t> classes_;
     std::map<const base::Object*, std::uint64_t> seen_;
     std::vector<base::Dictionary> kept_;
