@@ -160,8 +160,7 @@ void safeCopyCStringToBufferAtOffset(const char* text, char* buffer, std::size_t
     std::memcpy(buffer + offset, text, size);
 }
 
-// Reading
-// --------------------------------------------------------------------------------------------------------------
+// Reading -----------------------------------------------------------------------------------------------------------
 
 std::nullopt_t DNPPacketReader::fail(std::uint64_t offset, std::string reason) {
     if (!fault_) fault_ = DNPPacketFault{offset, std::move(reason)};

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -241,6 +242,21 @@ void KLARON_PrintPage::setReason(std::optional<std::string> reason) {
 
 void KLARON_PrintPage::configureNamedPaper(std::string_view name) {
     setProperty(Property::paperName, name);
+}
+
+std::optional<std::size_t> KLARON_PrintPage::selectedPaperIndex() const {
+    const auto modes = availableMulticutModes();
+    if (!modes) return std::nullopt;
+    const auto found = modes->find(multicutMode());
+    if (found == modes->end()) return std::nullopt;
+    return static_cast<std::size_t>(std::distance(modes->begin(), found));
+}
+
+void KLARON_PrintPage::setSelectedPaperIndex(std::size_t index) {
+    const auto modes = availableMulticutModes();
+    if (!modes || index >= modes->size()) return;
+    const std::uint64_t mode = *std::next(modes->begin(), static_cast<std::ptrdiff_t>(index));
+    if (mode != multicutMode()) setMulticutMode(mode);
 }
 
 // -- Size and words --------------------------------------------------------------------------------------------------

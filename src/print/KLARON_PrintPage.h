@@ -156,9 +156,12 @@ public:
     virtual std::uint64_t bytesPerRow() const { return 0; }
     virtual std::optional<std::string> mediaName() const { return std::nullopt; }
     virtual std::vector<std::string> paperNames() const { return {}; }
-    virtual std::optional<std::size_t> selectedPaperIndex() const { return std::nullopt; }
-    virtual void setSelectedPaperIndex(std::size_t) {}
+    /// The layouts that the printer can make of its medium now; nothing while there is no printer.
     virtual std::optional<std::set<std::uint64_t>> availableMulticutModes() const { return std::nullopt; }
+    /// Where the page's layout stands among availableMulticutModes(); nothing when it is none of them.
+    std::optional<std::size_t> selectedPaperIndex() const;
+    /// Chooses that layout. An index beyond the modes changes nothing.
+    void setSelectedPaperIndex(std::size_t index);
     /// Stores the name under "paperName"; pages of a printer choose medium and layout by it.
     virtual void configureNamedPaper(std::string_view name);
     /// The plane images that the printer takes; nothing when the page can't be rastered or the printer takes none.
@@ -227,6 +230,9 @@ protected:
     virtual bool readOldVelm(const base::Value& urlOrDictionary);
     /// Takes the archived values over. The page then has no defaults but those of the archive.
     virtual void decode(const base::Dictionary& values);
+    /// The layout of a page that has one.
+    virtual std::uint64_t multicutMode() const { return 0; }
+    virtual void setMulticutMode(std::uint64_t) {}
     /// Announces a change of a key and of all that depends on it.
     void change(std::string_view key, const std::function<void()>& change);
 

@@ -2,14 +2,10 @@
 
 #include "base/MessageTemplate.h"
 #include "base/Places.h"
-#include "platform/data/AtomicFile.h"
+#include "internal/ProfileFiles.h"
 #include "print/OldPage.h"
 #include "print/mitsu_tables.h"
 
-#include <iterator>
-#include <mutex>
-
-using platform::draw::ColorSpace;
 using platform::draw::ColorSpaceRef;
 
 // -- Making ----------------------------------------------------------------------------------------------------------
@@ -156,21 +152,6 @@ std::vector<std::string> KLARON_PrintPageMitsu1::paperNames() const {
     return modes ? mitsu_paperNamesForMulticutModes(*modes) : std::vector<std::string>();
 }
 
-std::optional<std::size_t> KLARON_PrintPageMitsu1::selectedPaperIndex() const {
-    const auto modes = availableMulticutModes();
-    if (!modes) return std::nullopt;
-    const auto found = modes->find(multicut_);
-    if (found == modes->end()) return std::nullopt;
-    return static_cast<std::size_t>(std::distance(modes->begin(), found));
-}
-
-void KLARON_PrintPageMitsu1::setSelectedPaperIndex(std::size_t index) {
-    const auto modes = availableMulticutModes();
-    if (!modes || index >= modes->size()) return;
-    const std::uint64_t mode = *std::next(modes->begin(), static_cast<std::ptrdiff_t>(index));
-    if (mode != multicut_) setMulticut(mode);
-}
-
 void KLARON_PrintPageMitsu1::configureNamedPaper(std::string_view name) {
     setMulticut(mitsu_multicutForNamedPaperSize(name));
     setMediaSize(mitsu_mediaCodeForPaperName(name));
@@ -197,16 +178,7 @@ std::string KLARON_PrintPageMitsu1::description() const {
 
 ColorSpaceRef KLARON_PrintPageMitsu1::outputColorSpace() {
     const auto url = base::resourceURL("CPD70_SF", "icc");
-    if (!url) return nullptr;
-    const auto profile = platform::data::readFile(url->path());
-    if (!profile) return nullptr;
-    const auto space = ColorSpace::fromICC(profile->bytes);
-    if (!space) return nullptr;
-    // Kept, so that the next page finds it read already.
-    static std::mutex mutex;
-    static ColorSpaceRef kept;
-    const std::lock_guard lock(mutex);
-    return kept = *space;
+    return url ? print::colorSpaceOfFile(*url) : nullptr;
 }
 
 platform::filter::WorkingFormat KLARON_PrintPageMitsu1::rasterContextFormatWorking() const {

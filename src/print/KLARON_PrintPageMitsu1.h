@@ -47,8 +47,6 @@ public:
     std::uint64_t pixelsHigh() const override;
     std::optional<std::string> mediaName() const override;
     std::vector<std::string> paperNames() const override;
-    std::optional<std::size_t> selectedPaperIndex() const override;
-    void setSelectedPaperIndex(std::size_t index) override;
     /// Chooses layout and medium; the name itself is not kept.
     void configureNamedPaper(std::string_view name) override;
 
@@ -65,6 +63,8 @@ protected:
     void copyTo(KLARON_PrintPage& page) const override;
     bool readOldVelm(const base::Value& urlOrDictionary) override;
     void decode(const base::Dictionary& values) override;
+    std::uint64_t multicutMode() const override { return multicut_; }
+    void setMulticutMode(std::uint64_t mode) override { setMulticut(mode); }
 
 private:
     std::uint8_t mediaSize_ = 0;

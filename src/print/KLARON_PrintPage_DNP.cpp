@@ -8,7 +8,6 @@
 #include "print/dnp_photo.h"
 
 #include <algorithm>
-#include <iterator>
 #include <span>
 #include <utility>
 
@@ -172,21 +171,6 @@ int KLARON_PrintPage_DNP::headWidth() const {
 std::vector<std::string> KLARON_PrintPage_DNP::paperNames() const {
     const auto modes = availableMulticutModes();
     return modes ? dnp_paperNamesForMulticutModes(*modes) : std::vector<std::string>();
-}
-
-std::optional<std::size_t> KLARON_PrintPage_DNP::selectedPaperIndex() const {
-    const auto modes = availableMulticutModes();
-    if (!modes) return std::nullopt;
-    const auto found = modes->find(static_cast<std::uint64_t>(multicut_));
-    if (found == modes->end()) return std::nullopt;
-    return static_cast<std::size_t>(std::distance(modes->begin(), found));
-}
-
-void KLARON_PrintPage_DNP::setSelectedPaperIndex(std::size_t index) {
-    const auto modes = availableMulticutModes();
-    if (!modes || index >= modes->size()) return;
-    const auto mode = static_cast<std::int32_t>(*std::next(modes->begin(), static_cast<std::ptrdiff_t>(index)));
-    if (mode != multicut_) setMulticut(mode);
 }
 
 void KLARON_PrintPage_DNP::configureNamedPaper(std::string_view name) {

@@ -48,8 +48,6 @@ public:
     base::Size outputResolution() const override;
     std::optional<std::string> mediaName() const override;
     std::vector<std::string> paperNames() const override;
-    std::optional<std::size_t> selectedPaperIndex() const override;
-    void setSelectedPaperIndex(std::size_t index) override;
     void configureNamedPaper(std::string_view name) override;
 
     /// Of one picture the whole sheet, of several (or none) the sheet with its frames. Null without a multicut, unless
@@ -76,6 +74,8 @@ protected:
     void copyTo(KLARON_PrintPage& page) const override;
     bool readOldVelm(const base::Value& urlOrDictionary) override;
     void decode(const base::Dictionary& values) override;
+    std::uint64_t multicutMode() const override { return static_cast<std::uint64_t>(multicut_); }
+    void setMulticutMode(std::uint64_t mode) override { setMulticut(static_cast<std::int32_t>(mode)); }
 
 private:
     bool sheetFed_ = false;

@@ -5,11 +5,10 @@
 #include "ImageProcessingKeys.h"
 #include "base/Log.h"
 #include "imaging/KLARON_Image.h"
-#include "platform/data/AtomicFile.h"
+#include "internal/ProfileFiles.h"
 
 #include <algorithm>
 #include <cmath>
-#include <mutex>
 
 using platform::draw::ColorModel;
 using platform::draw::ColorSpace;
@@ -30,11 +29,6 @@ constexpr double smallestPreview = 9;
 std::optional<base::Size> sizeForKey(const base::Dictionary& options, std::string_view key) {
     const auto text = base::textForKey(options, key);
     return text ? std::optional(base::sizeFromString(*text)) : std::nullopt;
-}
-
-bool boolForKey(const base::Dictionary& options, std::string_view key, bool otherwise) {
-    const base::Value& value = base::valueForKey(options, key);
-    return value ? value.boolValue() : otherwise;
 }
 
 Filters filtersOf(const base::Array& values) {
@@ -114,23 +108,6 @@ FilterImageRef centered(const FilterImageRef& image, base::Size size, bool draws
     return result->imageByApplyingTransform(base::AffineTransform::translation(-dx, -dy));
 }
 
-/// Keeps the profile of the latest page in memory: while a space lives, the same bytes need not be parsed again.
-void keepColorSpace(const ColorSpaceRef& space) {
-    static std::mutex mutex;
-    static ColorSpaceRef latest;
-    const std::lock_guard lock(mutex);
-    latest = space;
-}
-
-ColorSpaceRef colorSpaceOfFile(const base::URL& url) {
-    const auto bytes = platform::data::readFile(url.path());
-    if (!bytes) return nullptr;
-    const auto space = ColorSpace::fromICC(bytes->bytes);
-    if (!space) return nullptr;
-    keepColorSpace(*space);
-    return *space;
-}
-
 } // namespace
 
 FilterImageRef KLARON_PrintPage::imagePreProcessWithOptions(const base::Dictionary& options) {
@@ -164,21 +141,22 @@ FilterImageRef KLARON_PrintPage::imagePreProcessWithOptions(const base::Dictiona
     image = image->imageByApplyingLanczosScale(scale);
     if (image->extent().isEmpty()) return image;
 
-    const bool isPreview = boolForKey(options, PreProcessOption::isPreviewImage, false);
+    const bool isPreview = base::valueForKey(options, PreProcessOption::isPreviewImage).boolValue();
     if (!isPreview && resolution.width != resolution.height) {
         const double aspect = target.pixelAspect;
         image = image->imageByApplyingTransform(resolution.width > resolution.height
                                                     ? base::AffineTransform::scaling(1, aspect)
                                                     : base::AffineTransform::scaling(1 / aspect, 1));
     }
-    image = centered(image, target.size, boolForKey(options, PreProcessOption::drawsCanvas, true));
+    const base::Value& drawsCanvas = base::valueForKey(options, PreProcessOption::drawsCanvas);
+    image = centered(image, target.size, drawsCanvas.isNothing() || drawsCanvas.boolValue());
     return grows ? image : filtered(std::move(image), filters);
 }
 
 ColorSpaceRef KLARON_PrintPage::outputColorSpace() {
     const bool usesProfile = colorManagement() == 1 || colorManagement() == 2;
     if (!usesProfile || !printerProfileICC()) return ColorSpace::sRGB();
-    const ColorSpaceRef space = colorSpaceOfFile(*printerProfileICC());
+    const ColorSpaceRef space = print::colorSpaceOfFile(*printerProfileICC());
     if (!space) return ColorSpace::sRGB();
     if (space->model() != ColorModel::monochrome && space->model() != ColorModel::rgb)
         base::log("incompatible color space %d for color profile. must be RGB or monochrome!",
