@@ -86,7 +86,6 @@ TEST(MitsuPage, ArchivesAndCopiesKeepAllButTheJob) {
     page->setQuality(254);
     page->setJobID(7);
     page->setRequiredModel("model");
-    registerPrintPageClasses();
     const auto archive = archiveOfPage(page);
     ASSERT_TRUE(archive);
     const auto read = pageFromArchive(archive->asText());

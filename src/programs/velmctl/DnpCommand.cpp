@@ -6,7 +6,6 @@
 #include "PictureFiles.h"
 #include "Session.h"
 #include "TextForms.h"
-#include "base/Text.h"
 #include "platform/data/AtomicFile.h"
 #include "print/dnp_photo.h"
 
@@ -48,16 +47,6 @@ void printAligned(const std::vector<Row>& rows) {
     }
 }
 
-std::string sizeText(base::Size size) {
-    return base::shortestDecimal(size.width) + " x " + base::shortestDecimal(size.height);
-}
-
-/// "1844 x 1240 at 0, 1258"
-std::string frameText(const std::string& frame) {
-    const base::Rect rect = base::rectFromString(frame);
-    return sizeText(rect.size()) + " at " + base::shortestDecimal(rect.x) + ", " + base::shortestDecimal(rect.y);
-}
-
 void printTables() {
     std::vector<Row> media{{"media", "name", "default", "multicuts"}};
     for (const std::int32_t code : dnp_mediaSizes()) {
@@ -77,9 +66,9 @@ void printTables() {
         multicuts.push_back({std::to_string(code), dnp_paperNameForMulticut(code),
                              std::to_string(dnp_mediaCodeForMultiCut(code)), sizeText(dnp_pixelsForMulticut(code)),
                              sizeText(dnp_pixelsForMulticutHiRes(code)),
-                             frames.size() > 1 ? frameText(frames.front()) : "whole sheet"});
+                             frames.size() > 1 ? rectText(base::rectFromString(frames.front())) : "whole sheet"});
         for (std::size_t i = 1; i < frames.size(); ++i)
-            multicuts.push_back({"", "", "", "", "", frameText(frames[i])});
+            multicuts.push_back({"", "", "", "", "", rectText(base::rectFromString(frames[i]))});
     }
     printAligned(multicuts);
 }

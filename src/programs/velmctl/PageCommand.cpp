@@ -182,13 +182,6 @@ base::Result<void> writePreview(const Request& request) {
 
 // -- The command line ------------------------------------------------------------------------------------------------
 
-std::string joined(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& name : names)
-        text += (text.empty() ? "" : ", ") + name;
-    return text;
-}
-
 void declareMake(CLI::App& command, const Chosen& chosen) {
     const auto request = std::make_shared<PageRequest>();
     CLI::App* make = command.add_subcommand("make", "Make a page of pictures for a printer's model");

@@ -30,7 +30,6 @@ base::Result<KLARON_PrintPageRef> openPage(const std::string& path) {
     if (base::equalIgnoringCase(base::pathExtension(path), "plist")) return openOldPage(path);
     const auto bytes = platform::data::readFile(path);
     if (!bytes) return base::failure(bytes.error());
-    registerPrintPageClasses();
     auto page = pageFromArchive(bytes->asText());
     if (!page) return fault(path + ": " + page.error().localizedDescription);
     return page;

@@ -1,9 +1,7 @@
 #include "PageListing.h"
 
 #include "TextForms.h"
-#include "base/Geometry.h"
 #include "base/Path.h"
-#include "base/Text.h"
 #include "platform/filter/FilterImage.h"
 #include "print/KLARON_PrintPageMitsu1.h"
 #include "print/KLARON_PrintPage_DNP.h"
@@ -24,10 +22,6 @@ using platform::filter::Filters;
 
 base::Array pair(base::Size size) {
     return {size.width, size.height};
-}
-
-std::string sizeText(base::Size size) {
-    return base::shortestDecimal(size.width) + " x " + base::shortestDecimal(size.height);
 }
 
 /// Entries whose form differs between people and programs.
@@ -141,8 +135,8 @@ void addMembers(Listing& listing, const KLARON_PrintPage_DNP& page) {
     if (page.multicut() == 0) frames.clear();
     listing.addList("frames", frames, [](const base::Value& value) {
         const auto& sides = *value.as<base::Array>();
-        return sizeText({sides[2].doubleValue(), sides[3].doubleValue()}) + " at " +
-               base::shortestDecimal(sides[0].doubleValue()) + ", " + base::shortestDecimal(sides[1].doubleValue());
+        return rectText(
+            {sides[0].doubleValue(), sides[1].doubleValue(), sides[2].doubleValue(), sides[3].doubleValue()});
     });
 }
 

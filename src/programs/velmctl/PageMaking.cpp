@@ -32,13 +32,6 @@ std::optional<std::int64_t> wholeNumber(std::string_view text) {
     return failed == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
-std::string list(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& name : names)
-        text += (text.empty() ? "" : ", ") + name;
-    return text;
-}
-
 // -- What a kind of printer knows ------------------------------------------------------------------------------------
 
 struct Code {
@@ -51,7 +44,7 @@ std::string list(const Codes& codes) {
     std::vector<std::string> names;
     for (const Code& code : codes)
         names.push_back(std::to_string(code.number) + (code.name.empty() ? "" : " (" + code.name + ")"));
-    return list(names);
+    return joined(names);
 }
 
 /// The number of a name or of a number's text, which must be among the codes.
@@ -131,7 +124,7 @@ void warn(const std::string& words) {
 void warnOfUnknownModel(const std::string& model, const PrinterKind& kind) {
     const auto isModel = [&](const std::string& known) { return base::equalIgnoringCase(known, model); };
     if (std::ranges::none_of(kind.models, isModel))
-        warn("no printer of the model " + model + " is known; known models of this kind are " + list(kind.models));
+        warn("no printer of the model " + model + " is known; known models of this kind are " + joined(kind.models));
 }
 
 /// Whichever of the two kinds the page is, through the same names of members.
@@ -139,7 +132,7 @@ template <class Page>
 base::Result<void> choosePaper(Page& page, const PageRequest& request, const PrinterKind& kind) {
     if (request.paper) page.configureNamedPaper(*request.paper);
     if (request.paper && page.multicut() == 0 && !request.multicut)
-        return fault("the printer knows no paper " + *request.paper + "; it knows " + list(kind.papers));
+        return fault("the printer knows no paper " + *request.paper + "; it knows " + joined(kind.papers));
     if (request.multicut) {
         const auto multicut = number("multicut", std::to_string(*request.multicut), kind.multicuts);
         if (!multicut) return base::failure(multicut.error());
@@ -239,7 +232,7 @@ std::string whyNoAdjustment(const std::string& text) {
     const std::size_t equals = text.find('=');
     const std::string name = text.substr(0, equals);
     if (equals == std::string::npos || std::ranges::find(pageAdjustments(), name) == pageAdjustments().end())
-        return text + " is not one of " + list(pageAdjustments()) + ", an equals sign and a number";
+        return text + " is not one of " + joined(pageAdjustments()) + ", an equals sign and a number";
     double value = 0;
     const char* end = text.data() + text.size();
     const auto [stop, failed] = std::from_chars(text.data() + equals + 1, end, value);
@@ -262,7 +255,6 @@ base::Result<void> makePage(const PageRequest& request) {
     const std::string path = base::pathExtension(request.output).empty()
                                  ? base::appendingPathExtension(request.output, "printpage")
                                  : request.output;
-    registerPrintPageClasses();
     const auto archive = archiveOfPage(page);
     if (!archive) return base::failure(archive.error());
     if (const auto written = platform::data::writeFileAtomically(path, *archive); !written)

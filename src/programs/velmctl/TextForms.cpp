@@ -1,6 +1,5 @@
 #include "TextForms.h"
 
-#include "base/Geometry.h"
 #include "base/Text.h"
 #include "platform/data/Dates.h"
 #include "platform/data/TextEncoding.h"
@@ -176,6 +175,21 @@ std::string oneLine(const std::string& path, const base::Error& reason) {
     const std::string lead = path + ": ";
     const std::string& words = reason.localizedDescription;
     return oneLine(words.starts_with(lead) ? words : lead + words);
+}
+
+std::string joined(const std::vector<std::string>& texts) {
+    std::string result;
+    for (const std::string& text : texts)
+        result += (result.empty() ? "" : ", ") + text;
+    return result;
+}
+
+std::string sizeText(base::Size size) {
+    return base::shortestDecimal(size.width) + " x " + base::shortestDecimal(size.height);
+}
+
+std::string rectText(const base::Rect& rect) {
+    return sizeText(rect.size()) + " at " + base::shortestDecimal(rect.x) + ", " + base::shortestDecimal(rect.y);
 }
 
 std::string jsonText(const base::Value& value) {

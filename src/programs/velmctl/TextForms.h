@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/Error.h"
+#include "base/Geometry.h"
 #include "base/Value.h"
 
 #include <string>
@@ -18,6 +19,13 @@ std::string oneLine(std::string_view text);
 
 /// "PATH: reason" as one line; a reason may begin with the path itself.
 std::string oneLine(const std::string& path, const base::Error& reason);
+
+/// "a, b, c"
+std::string joined(const std::vector<std::string>& texts);
+/// "1844 x 1240"
+std::string sizeText(base::Size size);
+/// "1844 x 1240 at 0, 1258": the size and the origin.
+std::string rectText(const base::Rect& rect);
 
 /// A JSON document, indented by two blanks. Data is base64, a date ISO 8601 in UTC; URLs, geometry and objects are
 /// their texts; numbers that JSON doesn't know (infinity) are null.
