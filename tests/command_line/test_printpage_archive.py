@@ -107,7 +107,8 @@ class Archive(CommandLineTest):
         date = datetime.datetime(2020, 2, 3, 4, 5, 6)
         nested = {"list": [Boxed(1), "two", {"three": Boxed(3.5)}], "data": b"\0\1", "none": Boxed(False)}
         result = self.show(keyed(page(
-            inputImages=[url("b%20c.jpg", folder), url((self.home.path / "b c.jpg").as_uri())], fileURLs=None,
+            inputImages=[url("b%20c.jpg", folder), url((self.home.path / "b c.jpg").as_uri()),
+                         url("../b%20c.jpg", url("d/e.jpg", folder))], fileURLs=None,
             imageFilters=[[Made(HUE, {"CI_inputAngle": Boxed(2), "CI_inputImage": None, "CIEnabled": True,
                                       "CIName": "CIHueAdjust", "CIVersion": Boxed(1)}),
                            Made("CIColorMatrix CIFilter NSObject",
@@ -118,7 +119,7 @@ class Archive(CommandLineTest):
             future=url("http://example.com"))))
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         shown = json.loads(result.stdout)
-        self.assertEqual([each["path"] for each in shown["images"]], [str(self.home.path / "b c.jpg")] * 2)
+        self.assertEqual([each["path"] for each in shown["images"]], [str(self.home.path / "b c.jpg")] * 3)
         self.assertNotIn("problem", shown["images"][0])
         self.assertEqual([each["name"] for each in shown["filters"][0]],
                          ["CIHueAdjust", "CIColorMatrix", "CIGammaAdjust"])

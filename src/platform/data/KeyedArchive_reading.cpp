@@ -295,9 +295,29 @@ private:
         if (!base) return base;
         const auto* baseURL = base->as<base::URL>();
         if (!baseURL && relative->text()->empty()) return base::Value(base::URL());
-        const bool isAbsolute = relative->text()->find(':') != std::string::npos;
-        if (!baseURL || isAbsolute) return base::Value(base::URL::fromString(*relative->text()));
-        return base::Value(baseURL->appendingPathComponent(base::percentDecoded(*relative->text())));
+        if (!baseURL || hasScheme(*relative->text())) return base::Value(base::URL::fromString(*relative->text()));
+        return base::Value(resolved(*relative->text(), *baseURL, namesFolder(baseNode)));
+    }
+
+    static bool hasScheme(std::string_view text) { return text.substr(0, text.find('/')).find(':') != text.npos; }
+
+    /// Whether the text of an archived URL ends in a slash, which the URL that is made of it has no more.
+    bool namesFolder(plist_t url) const {
+        const plist_t text = entry(nodes_[plistUID(url)], "NS.relative");
+        const plist_t bare = isOfType(text, PLIST_UID) ? nodes_[plistUID(text)] : text;
+        return isOfType(bare, PLIST_STRING) && plistText(bare).ends_with('/');
+    }
+
+    static base::URL resolved(std::string_view relative, const base::URL& baseURL, bool isFolder) {
+        if (relative.empty()) return baseURL;
+        if (!baseURL.isFileURL()) {
+            const std::string text = baseURL.absoluteString();
+            return base::URL::fromString(text.substr(0, text.rfind('/') + 1).append(relative));
+        }
+        const std::string path = base::percentDecoded(relative);
+        if (path.starts_with('/')) return base::URL::fileURLWithPath(path).standardized();
+        const base::URL folder = isFolder ? baseURL : baseURL.deletingLastPathComponent();
+        return folder.appendingPathComponent(path).standardized();
     }
 
     Outcome geometryValue(plist_t entries, int depth) {
