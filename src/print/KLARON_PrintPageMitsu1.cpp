@@ -139,8 +139,11 @@ std::uint64_t KLARON_PrintPageMitsu1::pixelsWide() const {
 }
 
 std::uint64_t KLARON_PrintPageMitsu1::pixelsHigh() const {
-    return static_cast<std::uint64_t>(
-        mitsu_pixelsHighForMulticut(multicut_, static_cast<std::int64_t>(printerModel())));
+    return pixelsHighForMulticut(multicut_);
+}
+
+std::uint64_t KLARON_PrintPageMitsu1::pixelsHighForMulticut(std::uint64_t multicut) const {
+    return static_cast<std::uint64_t>(mitsu_pixelsHighForMulticut(multicut, static_cast<std::int64_t>(printerModel())));
 }
 
 base::Size KLARON_PrintPageMitsu1::outputSize() const {

@@ -45,6 +45,8 @@ public:
     /// They differ between the CP-D90DW and the other models, by printerModel().
     std::uint64_t pixelsWide() const override;
     std::uint64_t pixelsHigh() const override;
+    /// Of a layout on this page's model; 0 for an unknown one.
+    std::uint64_t pixelsHighForMulticut(std::uint64_t multicut) const;
     std::optional<std::string> mediaName() const override;
     std::vector<std::string> paperNames() const override;
     /// Chooses layout and medium; the name itself is not kept.
