@@ -118,11 +118,16 @@ std::optional<int> dnp_commandCodeForString(std::string_view text) {
     return row->code;
 }
 
+std::optional<std::size_t> dnp_payloadSizeForCommandCode(std::int64_t code) {
+    const Command* command = commandForCode(code);
+    return command ? requiredSize(command->payload) : std::nullopt;
+}
+
 std::optional<base::Data> dnp_printerCommandData(std::int64_t code, const base::Data* payload) {
     const std::size_t size = payload ? payload->size() : 0;
     const Command* command = commandForCode(code);
     const Payload rule = command ? command->payload : Payload::none;
-    if (const auto required = requiredSize(rule); required && size != *required) {
+    if (const auto required = dnp_payloadSizeForCommandCode(code); required && size != *required) {
         base::log("ERROR: incorrect payload size for command code:%ld (%s:L%d)", code, __func__, __LINE__);
         return std::nullopt;
     }

@@ -24,6 +24,8 @@ inline constexpr std::uint64_t dnp_maximumPayloadSize = 99999999;
 std::optional<std::string> dnp_stringForCommandCode(std::int64_t code);
 /// The code whose text this is; blanks and the case of letters don't count. Nothing when there is none.
 std::optional<int> dnp_commandCodeForString(std::string_view text);
+/// The bytes of payload that a command insists on; nothing for one that doesn't.
+std::optional<std::size_t> dnp_payloadSizeForCommandCode(std::int64_t code);
 
 /// The packet, or nothing when the command's payload must have another size; a null payload is none. Each irregularity
 /// is logged.

@@ -156,7 +156,7 @@ public:
     virtual std::uint64_t bytesPerRow() const { return 0; }
     virtual std::optional<std::string> mediaName() const { return std::nullopt; }
     virtual std::vector<std::string> paperNames() const { return {}; }
-    /// The layouts that the printer can make of its medium now; nothing while there is no printer.
+    /// The layouts to choose from. No kind of page knows any: paperNames() is empty, and no index is selected.
     virtual std::optional<std::set<std::uint64_t>> availableMulticutModes() const { return std::nullopt; }
     /// Where the page's layout stands among availableMulticutModes(); nothing when it is none of them.
     std::optional<std::size_t> selectedPaperIndex() const;

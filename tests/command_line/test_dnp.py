@@ -41,7 +41,7 @@ class Packets(CommandLineTest):
 
     def test_what_is_wrong_is_refused(self):
         self.assertRegex(self.dnp("packet", "22", "--payload", "1", "-o", "p", status=1),
-                         r"CNTRL QTY: incorrect payload size for command code:22 \(")
+                         r"CNTRL QTY: incorrect payload size for command code:22 \(.*\); it takes 8 bytes")
         for arguments, words, status in ((("packet", "6", "-o", "p"), "6 is no command", 2),
                                          (("packet", "25", "--payload-file", "none", "-o", "p"), "none: No such", 1),
                                          (("packets", "none"), "none: No such", 1), (("packets", "."), "directory", 1),

@@ -178,7 +178,9 @@ base::Result<void> makePacket(const PacketRequest& request) {
     const auto packet = dnp_printerCommandData(code, payload ? &*payload : nullptr);
     const std::string name = *dnp_stringForCommandCode(code), irregularity = ear.lastAfter("ERROR: ", "");
     if (!packet)
-        return base::failure(base::cocoaErrorDomain, 0, "cannot make a packet of " + name + ": " + irregularity);
+        return base::failure(base::cocoaErrorDomain, 0,
+                             "cannot make a packet of " + name + ": " + irregularity + "; it takes " +
+                                 std::to_string(*dnp_payloadSizeForCommandCode(code)) + " bytes");
     if (!irregularity.empty()) Console::shared().diagnostic(name + ": " + irregularity);
     return writeBytes(*packet, request.output);
 }
